@@ -1,0 +1,94 @@
+// What tests and tools steer in the POSIX layer: time, the scheduler's seed, faults, accounts and the sandbox.
+// The product never includes this file.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace w32 {
+
+// How time passes. Simulated: one thread runs at a time and the clock jumps when none can run. Real: threads run freely
+// and the clock is the machine's, times the speed.
+enum class TimeMode { Simulated, Real };
+
+// The mode of this process: environment variable W32_TIME ("simulated", the default, or "real"), read at the first call.
+TimeMode CurrentTimeMode() noexcept;
+
+// Restarts the scheduler's and the random faults' pseudo-random sequence (simulated time only; W32_SEED sets the first).
+void SetSeed(std::uint64_t ullSeed) noexcept;
+
+// Moves the clock forward without letting anything run; a thread whose time-out has passed runs at the next hand-over.
+void AdvanceClock(std::uint64_t ullMilliseconds) noexcept;
+// Sets the clock to a local time. Waits in progress keep their remaining time.
+void SetClock(const SYSTEMTIME& stLocal) noexcept;
+// 100-ns units since 1601, local time.
+std::uint64_t ClockTicks() noexcept;
+// Value that GetTickCount adds to the milliseconds since process start, to place its wrap-around.
+void SetTickBase(DWORD dwBase) noexcept;
+
+// ---- faults -----------------------------------------------------------------------------------------------------------
+// Every platform call that can fail is a fault point. Points are numbered from 1 in the order in which threads that are
+// subject to faults reach them; a thread is subject inside a FaultsOn scope and when its creator was.
+
+// Starts a new count; nothing fails.
+void ResetFaults() noexcept;
+// Fault points passed since ResetFaults.
+std::uint64_t FaultPointsPassed() noexcept;
+// Fails the n-th point since ResetFaults (1 = the first).
+void FailPoint(std::uint64_t ullPoint) noexcept;
+// Fails the next nTimes calls of one API after letting nSkip of them pass, with dwError (0: the call's usual error).
+// Acts on subject threads only, like all faults.
+void FailCalls(const char* pszApi, unsigned nTimes = 1, unsigned nSkip = 0, DWORD dwError = 0) noexcept;
+// Fails points at random: nPerMille of a thousand.
+void FailRandomly(unsigned nPerMille) noexcept;
+// Name of the API that failed last, or an empty text.
+std::string LastFailedApi();
+
+// Makes the calling thread subject to faults (or exempt) for a scope.
+class FaultsOn {
+ public:
+  explicit FaultsOn(bool bOn = true) noexcept;
+  ~FaultsOn();
+  FaultsOn(const FaultsOn&) = delete;
+  FaultsOn& operator=(const FaultsOn&) = delete;
+
+ private:
+  bool m_bBefore;
+};
+
+// For routines that a program answers itself (the spooler's, say): one fault point. TRUE means the call must fail; the
+// last-error code is then dwUsualError or the one that the test asked for.
+bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept;
+// For the same routines: counts a platform call, at which the scheduler may hand over.
+void PlatformCall() noexcept;
+
+// ---- accounts ---------------------------------------------------------------------------------------------------------
+enum class Account { Handles, Threads, CriticalSections, HeapBlocks, LocalBlocks, Sids, Keys, Finds, Modules, FlsSlots,
+                     PrinterHandles, ServiceHandles, Count };
+const char* AccountName(Account account) noexcept;
+void Book(Account account, int nChange) noexcept;
+using Balance = std::array<int, static_cast<std::size_t>(Account::Count)>;
+Balance CurrentBalance() noexcept;
+
+// ---- sandbox ----------------------------------------------------------------------------------------------------------
+// Host folder that stands for the drives: drive C is its subfolder "c", and so on. Environment variable W32_ROOT, or a
+// temporary folder that is removed when the process ends.
+std::string SandboxRoot();
+// Host path of a Windows path (the part that does not exist yet is taken as written).
+std::string HostPath(const wchar_t* pszPath);
+// One line per entry of a folder's access list, as "SID mask flags"; empty when the folder keeps its default list.
+std::string AccessListOf(const wchar_t* pszFolder);
+
+// Makes LoadLibraryW find a library: file name (without folder) and its entry points by ordinal 1..n. The file itself
+// must exist where it is loaded from.
+void ProvideLibrary(const wchar_t* pszFileName, FARPROC const* ppEntryPoints, int nEntryPoints);
+
+// Receives every text handed to OutputDebugStringW (UTF-8) instead of the standard error stream; null restores it.
+void SetDebugSink(void (*pfnSink)(const std::string& strText)) noexcept;
+
+std::string ToUtf8(const wchar_t* pszText);
+
+}  // namespace w32

@@ -1,0 +1,71 @@
+// Critical sections: recursive locks inside the process.
+#include "scheduler.h"
+
+#include <windows.h>
+
+namespace w32 {
+namespace {
+
+// In real time a host mutex, so that the thread sanitizer sees this lock and no other; in simulated time an owner and a
+// count under the world lock.
+struct CriticalSection {
+  std::recursive_mutex mutex;
+  Thread* pOwner = nullptr;
+  int nDepth = 0;
+};
+
+CriticalSection& Of(LPCRITICAL_SECTION pSection) {
+  if (pSection->pState == nullptr) Unsupported("use of a critical section that is not initialised");
+  return *static_cast<CriticalSection*>(pSection->pState);
+}
+
+}  // namespace
+}  // namespace w32
+
+using namespace w32;
+
+extern "C" {
+
+VOID WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
+  lpCriticalSection->pState = new CriticalSection;
+  Book(Account::CriticalSections, 1);
+}
+
+VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
+  CriticalSection& section = Of(lpCriticalSection);
+  Scheduler& scheduler = Scheduler::Get();
+  if (scheduler.Mode() == TimeMode::Real) {
+    section.mutex.lock();
+    return;
+  }
+  scheduler.Call();
+  Thread& self = scheduler.Self();
+  std::unique_lock<std::mutex> lock(scheduler.WorldLock());
+  scheduler.WaitUntil(
+      lock, "critical section", [&] { return section.pOwner == nullptr || section.pOwner == &self; }, INFINITE);
+  section.pOwner = &self;
+  ++section.nDepth;
+}
+
+VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
+  CriticalSection& section = Of(lpCriticalSection);
+  Scheduler& scheduler = Scheduler::Get();
+  if (scheduler.Mode() == TimeMode::Real) {
+    section.mutex.unlock();
+    return;
+  }
+  Thread& self = scheduler.Self();
+  std::unique_lock<std::mutex> lock(scheduler.WorldLock());
+  if (section.pOwner != &self) Unsupported("leaving a critical section that another thread owns");
+  if (--section.nDepth == 0) section.pOwner = nullptr;
+}
+
+VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
+  CriticalSection& section = Of(lpCriticalSection);
+  if (section.nDepth != 0) Unsupported("deleting a critical section that is owned");
+  delete &section;
+  lpCriticalSection->pState = nullptr;
+  Book(Account::CriticalSections, -1);
+}
+
+}  // extern "C"

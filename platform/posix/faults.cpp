@@ -1,0 +1,137 @@
+// Fault points, the thread's error code and the accounts of what is open.
+#include "scheduler.h"
+
+#include <cstring>
+
+namespace w32 {
+namespace {
+
+thread_local DWORD t_dwLastError = 0;
+thread_local bool t_bSubject = false;
+
+struct CallPlan {
+  std::string strApi;
+  unsigned nTimes = 0;
+  unsigned nSkip = 0;
+  DWORD dwError = 0;
+};
+
+// One lock for the plans; a point takes it only while something is planned or counted.
+struct Plans {
+  std::mutex mutex;
+  std::atomic<bool> bActive{false};
+  std::uint64_t ullPassed = 0;
+  std::uint64_t ullFailAt = 0;
+  unsigned nPerMille = 0;
+  std::vector<CallPlan> calls;
+  std::string strLastFailed;
+};
+
+Plans& ThePlans() {
+  static Plans* pPlans = new Plans;
+  return *pPlans;
+}
+
+std::array<std::atomic<int>, static_cast<std::size_t>(Account::Count)> g_balance;
+
+}  // namespace
+
+bool SubjectToFaults() { return t_bSubject; }
+
+FaultsOn::FaultsOn(bool bOn) noexcept : m_bBefore(t_bSubject) { t_bSubject = bOn; }
+FaultsOn::~FaultsOn() { t_bSubject = m_bBefore; }
+
+void ResetFaults() noexcept {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  plans.ullPassed = 0;
+  plans.ullFailAt = 0;
+  plans.nPerMille = 0;
+  plans.calls.clear();
+  plans.strLastFailed.clear();
+  plans.bActive = true;
+}
+
+std::uint64_t FaultPointsPassed() noexcept {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  return plans.ullPassed;
+}
+
+void FailPoint(std::uint64_t ullPoint) noexcept {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  plans.ullFailAt = ullPoint;
+  plans.bActive = true;
+}
+
+void FailCalls(const char* pszApi, unsigned nTimes, unsigned nSkip, DWORD dwError) noexcept {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  plans.calls.push_back(CallPlan{pszApi, nTimes, nSkip, dwError});
+  plans.bActive = true;
+}
+
+void FailRandomly(unsigned nPerMille) noexcept {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  plans.nPerMille = nPerMille;
+  plans.bActive = true;
+}
+
+std::string LastFailedApi() {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  return plans.strLastFailed;
+}
+
+bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept {
+  Plans& plans = ThePlans();
+  if (!t_bSubject || !plans.bActive.load(std::memory_order_relaxed)) return false;
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  ++plans.ullPassed;
+  bool bFail = plans.ullPassed == plans.ullFailAt;
+  DWORD dwError = dwUsualError;
+  for (CallPlan& call : plans.calls) {
+    if (call.nTimes == 0 || call.strApi != pszApi) continue;
+    if (call.nSkip > 0) {
+      --call.nSkip;
+      continue;
+    }
+    --call.nTimes;
+    bFail = true;
+    if (call.dwError != 0) dwError = call.dwError;
+    break;
+  }
+  if (!bFail && plans.nPerMille > 0) bFail = Scheduler::Get().Random() % 1000 < plans.nPerMille;
+  if (!bFail) return false;
+  plans.strLastFailed = pszApi;
+  t_dwLastError = dwError;
+  return true;
+}
+
+const char* AccountName(Account account) noexcept {
+  static constexpr const char* kNames[] = {"handles", "threads",  "critical sections", "heap blocks",
+                                           "local blocks", "SIDs", "registry keys", "find handles",
+                                           "modules", "FLS slots", "printer handles", "service handles"};
+  return kNames[static_cast<std::size_t>(account)];
+}
+
+void Book(Account account, int nChange) noexcept {
+  g_balance[static_cast<std::size_t>(account)].fetch_add(nChange, std::memory_order_relaxed);
+}
+
+Balance CurrentBalance() noexcept {
+  Balance balance{};
+  for (std::size_t n = 0; n < balance.size(); ++n) balance[n] = g_balance[n].load(std::memory_order_relaxed);
+  return balance;
+}
+
+}  // namespace w32
+
+extern "C" {
+
+DWORD WINAPI GetLastError() { return w32::t_dwLastError; }
+VOID WINAPI SetLastError(DWORD dwErrCode) { w32::t_dwLastError = dwErrCode; }
+
+}  // extern "C"

@@ -1,0 +1,42 @@
+// The process heap, and operator new(nothrow), which fails where the heap would.
+#include "scheduler.h"
+
+#include <cstdlib>
+#include <new>
+
+using namespace w32;
+
+extern "C" {
+
+HANDLE WINAPI GetProcessHeap() { return reinterpret_cast<HANDLE>(0x10000); }
+
+LPVOID WINAPI HeapAlloc(HANDLE, DWORD dwFlags, SIZE_T dwBytes) {
+  PlatformCall();
+  if (FaultHere("HeapAlloc", ERROR_NOT_ENOUGH_MEMORY)) return nullptr;
+  const SIZE_T cb = dwBytes == 0 ? 1 : dwBytes;
+  void* pBlock = (dwFlags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, cb) : std::malloc(cb);
+  if (pBlock != nullptr) Book(Account::HeapBlocks, 1);
+  return pBlock;
+}
+
+BOOL WINAPI HeapFree(HANDLE, DWORD, LPVOID lpMem) {
+  if (lpMem == nullptr) return TRUE;
+  Book(Account::HeapBlocks, -1);
+  std::free(lpMem);
+  return TRUE;
+}
+
+HLOCAL WINAPI LocalFree(HLOCAL hMem) {
+  if (hMem != nullptr) Book(Account::LocalBlocks, -1);
+  std::free(hMem);
+  return nullptr;
+}
+
+}  // extern "C"
+
+void* operator new(std::size_t cb, const std::nothrow_t&) noexcept {
+  if (FaultHere("operator new", ERROR_NOT_ENOUGH_MEMORY)) return nullptr;
+  return ::operator new(cb);
+}
+
+void operator delete(void* p, const std::nothrow_t&) noexcept { ::operator delete(p); }

@@ -1,0 +1,95 @@
+// The heart of the layer: who runs, what the time is, who waits for what.
+//
+// One mutex, the world lock, guards every waitable object's state. In simulated time exactly one thread runs: it keeps
+// the baton until it blocks or a platform call decides, by the seed, to hand over. In real time threads run freely and a
+// change of any object wakes the waiters, which look again.
+#pragma once
+
+#include "control.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace w32 {
+
+struct Thread {
+  DWORD dwId = 0;
+  std::weak_ptr<Thread> pThis;
+  bool bEnded = false;                   // world lock
+  std::condition_variable turn;          // simulated time: signalled when the baton comes to this thread
+  const std::function<bool()>* pReady = nullptr;  // what the thread waits for; null while it can run
+  bool bHasDeadline = false;
+  std::int64_t llDeadline = 0;           // 100-ns units of the scheduler's clock
+  std::string strWaitsFor;
+};
+
+class Scheduler {
+ public:
+  static Scheduler& Get();
+
+  std::mutex& WorldLock() { return m_mutex; }
+  TimeMode Mode() const { return m_mode; }
+
+  // The calling thread's record.
+  Thread& Self();
+  std::shared_ptr<Thread> NewThread();
+  // Makes a new thread known, so that it can be picked to run.
+  void Enlist(const std::shared_ptr<Thread>& pThread);
+  // First and last acts of a thread made with NewThread.
+  void ThreadBegins(const std::shared_ptr<Thread>& pThread);
+  void ThreadEnds();
+
+  // Blocks until bReady() holds or the time has passed; the lock is held on entry and on return.
+  bool WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWhat, const std::function<bool()>& bReady,
+                 DWORD dwMilliseconds);
+  // To be called, with the world lock held, after a change that may satisfy a waiter.
+  void Changed() {
+    if (m_mode == TimeMode::Real) m_changed.notify_all();
+  }
+
+  // A platform call: time moves on a little and, by the seed, another thread may run.
+  void Call();
+
+  std::int64_t NowTicks();      // 100-ns units since process start
+  std::uint64_t LocalTicks();   // 100-ns units since 1601
+  DWORD TickCount();
+  void Advance(std::int64_t llTicks);
+  void SetLocal(std::uint64_t ullTicks);
+  void SetTickBase(DWORD dwBase) { m_dwTickBase = dwBase; }
+  void Seed(std::uint64_t ullSeed);
+  // Next pseudo-random number; in simulated time the sequence depends on the seed alone.
+  std::uint64_t Random();
+
+ private:
+  Scheduler();
+  std::int64_t RealTicks() const;
+  Thread* PickNext(std::unique_lock<std::mutex>& lock);
+  void HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding);
+  [[noreturn]] void ReportDeadlock();
+
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::vector<std::shared_ptr<Thread>> m_threads;
+  Thread* m_pRunning = nullptr;
+  TimeMode m_mode = TimeMode::Simulated;
+  std::int64_t m_llNow = 0;
+  std::int64_t m_llRealStart = 0;
+  int m_nSpeed = 1;
+  std::atomic<std::uint64_t> m_ullEpoch{0};
+  std::atomic<DWORD> m_dwTickBase{0};
+  std::uint64_t m_ullRandom = 1;
+  std::atomic<DWORD> m_dwNextId{0};
+};
+
+// Whether the calling thread is subject to faults.
+bool SubjectToFaults();
+
+// Ends the process with a message: an argument or a situation that the layer does not support.
+[[noreturn]] void Unsupported(const char* pszWhat);
+
+}  // namespace w32
