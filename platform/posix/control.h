@@ -66,7 +66,7 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept;
 void PlatformCall() noexcept;
 
 // ---- accounts ---------------------------------------------------------------------------------------------------------
-enum class Account { Handles, Threads, CriticalSections, HeapBlocks, LocalBlocks, Sids, Keys, Finds, Modules, FlsSlots,
+enum class Account { Handles, Threads, CriticalSections, HeapBlocks, LocalBlocks, Sids, Keys, Finds, Modules,
                      PrinterHandles, ServiceHandles, Count };
 const char* AccountName(Account account) noexcept;
 void Book(Account account, int nChange) noexcept;

@@ -119,8 +119,6 @@ struct StartBlock {
   bool bSubjectToFaults;
 };
 
-void RunFlsCallbacks();
-
 void* ThreadMain(void* pArgument) {
   StartBlock start = *static_cast<StartBlock*>(pArgument);
   delete static_cast<StartBlock*>(pArgument);
@@ -129,53 +127,9 @@ void* ThreadMain(void* pArgument) {
     FaultsOn faults(start.bSubjectToFaults);
     start.pfnStart(start.pArgument);
   }
-  RunFlsCallbacks();
   Book(Account::Threads, -1);
   Scheduler::Get().ThreadEnds();
   return nullptr;
-}
-
-// ---- fiber-local storage (one fiber a thread) --------------------------------------------------------------------------
-
-constexpr DWORD kFlsSlots = 64;
-struct FlsSlot {
-  bool bUsed = false;
-  PFLS_CALLBACK_FUNCTION pfnCallback = nullptr;
-};
-std::array<FlsSlot, kFlsSlots> g_fls;  // world lock
-using FlsValues = std::array<std::atomic<PVOID>, kFlsSlots>;
-
-// Values of every thread, so that FlsFree can hand each to the callback.
-std::vector<FlsValues*>& AllFlsValues() {
-  static auto* pAll = new std::vector<FlsValues*>;
-  return *pAll;
-}
-thread_local FlsValues* t_pFls = nullptr;
-
-FlsValues& MyFlsValues() {
-  if (t_pFls == nullptr) {
-    t_pFls = new FlsValues{};
-    std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
-    AllFlsValues().push_back(t_pFls);
-  }
-  return *t_pFls;
-}
-
-void RunFlsCallbacks() {
-  if (t_pFls == nullptr) return;
-  for (DWORD dw = 0; dw < kFlsSlots; ++dw) {
-    PFLS_CALLBACK_FUNCTION pfnCallback = nullptr;
-    {
-      std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
-      if (g_fls[dw].bUsed) pfnCallback = g_fls[dw].pfnCallback;
-    }
-    const PVOID pValue = (*t_pFls)[dw].exchange(nullptr);
-    if (pfnCallback != nullptr && pValue != nullptr) pfnCallback(pValue);
-  }
-  std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
-  std::erase(AllFlsValues(), t_pFls);
-  delete t_pFls;
-  t_pFls = nullptr;
 }
 
 DWORD WaitFor(DWORD nCount, const HANDLE* phObjects, bool bAll, DWORD dwMilliseconds) {
@@ -354,60 +308,6 @@ DWORD WINAPI WaitForMultipleObjects(DWORD nCount, const HANDLE* lpHandles, BOOL 
     return WAIT_FAILED;
   }
   return WaitFor(nCount, lpHandles, bWaitAll != FALSE, dwMilliseconds);
-}
-
-DWORD WINAPI FlsAlloc(PFLS_CALLBACK_FUNCTION lpCallback) {
-  PlatformCall();
-  if (FaultHere("FlsAlloc", ERROR_NOT_ENOUGH_MEMORY)) return FLS_OUT_OF_INDEXES;
-  std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
-  for (DWORD dw = 0; dw < kFlsSlots; ++dw) {
-    if (g_fls[dw].bUsed) continue;
-    g_fls[dw] = FlsSlot{true, lpCallback};
-    Book(Account::FlsSlots, 1);
-    return dw;
-  }
-  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-  return FLS_OUT_OF_INDEXES;
-}
-
-PVOID WINAPI FlsGetValue(DWORD dwFlsIndex) {
-  if (dwFlsIndex >= kFlsSlots) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return nullptr;
-  }
-  SetLastError(ERROR_SUCCESS);
-  return MyFlsValues()[dwFlsIndex].load();
-}
-
-BOOL WINAPI FlsSetValue(DWORD dwFlsIndex, PVOID lpFlsData) {
-  if (dwFlsIndex >= kFlsSlots) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  if (FaultHere("FlsSetValue", ERROR_NOT_ENOUGH_MEMORY)) return FALSE;
-  MyFlsValues()[dwFlsIndex].store(lpFlsData);
-  return TRUE;
-}
-
-BOOL WINAPI FlsFree(DWORD dwFlsIndex) {
-  PlatformCall();
-  std::vector<PVOID> values;
-  PFLS_CALLBACK_FUNCTION pfnCallback = nullptr;
-  {
-    std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
-    if (dwFlsIndex >= kFlsSlots || !g_fls[dwFlsIndex].bUsed) {
-      SetLastError(ERROR_INVALID_PARAMETER);
-      return FALSE;
-    }
-    pfnCallback = g_fls[dwFlsIndex].pfnCallback;
-    g_fls[dwFlsIndex] = FlsSlot{};
-    for (FlsValues* pValues : AllFlsValues())
-      if (PVOID pValue = (*pValues)[dwFlsIndex].exchange(nullptr)) values.push_back(pValue);
-  }
-  Book(Account::FlsSlots, -1);
-  if (pfnCallback != nullptr)
-    for (PVOID pValue : values) pfnCallback(pValue);
-  return TRUE;
 }
 
 }  // extern "C"

@@ -95,6 +95,7 @@ typedef const wchar_t* PCWSTR;
 #define ERROR_GEN_FAILURE 31u
 #define ERROR_SHARING_VIOLATION 32u
 #define ERROR_NOT_SUPPORTED 50u
+#define ERROR_BAD_NETPATH 53u
 #define ERROR_FILE_EXISTS 80u
 #define ERROR_INVALID_PARAMETER 87u
 #define ERROR_OPEN_FAILED 110u
@@ -108,6 +109,7 @@ typedef const wchar_t* PCWSTR;
 #define ERROR_NOT_LOCKED 158u
 #define ERROR_BUSY 170u
 #define ERROR_ALREADY_EXISTS 183u
+#define ERROR_FILENAME_EXCED_RANGE 206u
 #define ERROR_MORE_DATA 234u
 #define ERROR_NO_MORE_ITEMS 259u
 #define ERROR_DIRECTORY 267u
@@ -168,9 +170,6 @@ typedef struct _CRITICAL_SECTION {
 
 typedef INT_PTR(WINAPI* FARPROC)();
 typedef DWORD(WINAPI* LPTHREAD_START_ROUTINE)(LPVOID lpThreadParameter);
-typedef VOID(WINAPI* PFLS_CALLBACK_FUNCTION)(PVOID lpFlsData);
-
-#define FLS_OUT_OF_INDEXES 0xFFFFFFFFu
 
 #define HEAP_ZERO_MEMORY 0x00000008u
 
@@ -341,10 +340,6 @@ VOID WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
 VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
 VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
 VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
-DWORD WINAPI FlsAlloc(PFLS_CALLBACK_FUNCTION lpCallback);
-PVOID WINAPI FlsGetValue(DWORD dwFlsIndex);
-BOOL WINAPI FlsSetValue(DWORD dwFlsIndex, PVOID lpFlsData);
-BOOL WINAPI FlsFree(DWORD dwFlsIndex);
 DWORD WINAPI GetCurrentProcessId();
 DWORD WINAPI GetCurrentThreadId();
 HANDLE WINAPI GetCurrentProcess();
