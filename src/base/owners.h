@@ -15,6 +15,15 @@ struct HandleCloser {
 // A kernel handle; null and INVALID_HANDLE_VALUE are not closed.
 using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 
+struct FindCloser {
+  using pointer = HANDLE;
+  void operator()(HANDLE h) const noexcept {
+    if (h != INVALID_HANDLE_VALUE) FindClose(h);
+  }
+};
+// A listing of a folder; INVALID_HANDLE_VALUE is not closed.
+using UniqueFind = std::unique_ptr<void, FindCloser>;
+
 struct PrinterCloser {
   using pointer = HANDLE;
   void operator()(HANDLE h) const noexcept { ClosePrinter(h); }

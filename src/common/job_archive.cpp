@@ -1,0 +1,242 @@
+#include "common/job_archive.h"
+
+#include <shlwapi.h>
+#include <winspool.h>
+
+#include <cwchar>
+#include <optional>
+
+#include "base/memory.h"
+#include "base/owners.h"
+#include "base/retention.h"
+#include "base/text.h"
+#include "common/job_folders.h"
+#include "common/log_module.h"
+#include "common/printer_info.h"
+
+CJob gJob;
+
+namespace {
+
+constexpr std::size_t kFileNameChars = 29;  // what the day folder and the file name add to a root, with some room
+constexpr DWORD kNoSuchQueue = ERROR_INVALID_HANDLE;
+constexpr wchar_t kAgeingValue[] = L"ChkJobFileTime";
+
+// Reads a value of the queue's printer data; returns the spooler's code and the size that it reports.
+DWORD ReadPrinterData(HANDLE hPrinter, const wchar_t* pszValue, void* pData, DWORD cbData, DWORD& cbReported) noexcept {
+  cbReported = 0;
+  DWORD dwType = 0;
+  return GetPrinterDataW(hPrinter, const_cast<wchar_t*>(pszValue), &dwType, static_cast<BYTE*>(pData), cbData,
+                         &cbReported);
+}
+
+// The archive root that the queue names, made if need be; empty when there is none. cbValue receives the stored size.
+HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
+  ReadPrinterData(hPrinter, L"JobFilePath", nullptr, 0, cbValue);
+  if (cbValue == 0) return nullptr;
+  auto root = AllocBlock<wchar_t>(cbValue + 2 * sizeof(wchar_t));  // ends in a NUL even when the value does not
+  if (!root) {
+    LogE(L"ppszJobDataPath allocate error. [size:%d]", cbValue);
+    return nullptr;
+  }
+  DWORD cbRead = 0;
+  if (ReadPrinterData(hPrinter, L"JobFilePath", root.get(), cbValue, cbRead) != ERROR_SUCCESS) {
+    LogE(L"Fail to read job path from registry.");
+    return nullptr;
+  }
+  if (!PathIsDirectoryW(root.get()) && !CreateJobFolder(root.get())) {
+    LogE(L"Can't access the output job folder. [%s]", root.get());
+    return nullptr;
+  }
+  return root;
+}
+
+// Reads a setting that must have exactly this size; false and a log line when it does not.
+bool ReadExactly(HANDLE hPrinter, const wchar_t* pszValue, void* pData, DWORD cbData) noexcept {
+  DWORD cbReported = 0;
+  if (ReadPrinterData(hPrinter, pszValue, pData, cbData, cbReported) != ERROR_SUCCESS) {
+    LogD(L"No job log lv data on registry.");
+    return false;
+  }
+  if (cbReported != cbData) {
+    LogE(L"Invalid job log lv data on registry.");
+    return false;
+  }
+  return true;
+}
+
+LONG DaysOfIndex(BYTE byIndex) noexcept {
+  constexpr LONG kDays[] = {1, 3, 10, 30, 90};
+  if (byIndex < std::size(kDays)) return kDays[byIndex];
+  AssertHere();
+  return 1;
+}
+
+struct ArchiveSwitch {
+  bool bOn = false;
+  LONG nDays = 1;
+};
+
+// The settings of most models: two 32-bit values.
+ArchiveSwitch ReadPlainSettings(HANDLE hPrinter) noexcept {
+  ArchiveSwitch setting;
+  DWORD cbReported = 0;
+  DWORD dwDays = 0;
+  if (ReadPrinterData(hPrinter, L"JobValidDays", &dwDays, sizeof dwDays, cbReported) == ERROR_SUCCESS)
+    setting.nDays = static_cast<LONG>(dwDays);
+  DWORD dwFlags = 0;
+  setting.bOn = ReadExactly(hPrinter, L"JobSettingFlags", &dwFlags, sizeof dwFlags) && dwFlags != 0;
+  return setting;
+}
+
+// The settings of models that keep them in one value of six bytes: byte 1 the retention index, byte 5 the switch.
+ArchiveSwitch ReadFlagSettings(HANDLE hPrinter) noexcept {
+  BYTE abyFlags[6] = {};
+  ArchiveSwitch setting;
+  setting.bOn = ReadExactly(hPrinter, L"LogSettingFlags", abyFlags, sizeof abyFlags) && abyFlags[5] != 0;
+  setting.nDays = DaysOfIndex(abyFlags[1]);
+  return setting;
+}
+
+// The registry path of a queue's last-ageing word; empty when the queue has no "UtilityGUID".
+struct AgeingKey {
+  wchar_t wszPath[261] = {};
+};
+
+enum class KeyLookup { Found, NoGuid, NoQueue };
+
+KeyLookup FindAgeingKey(HANDLE hPrinter, AgeingKey& key) noexcept {
+  wchar_t wszDriver[261] = {};
+  if (hPrinter == nullptr || !Get_Driver_Name(hPrinter, wszDriver)) return KeyLookup::NoQueue;
+  wchar_t wszGuid[128 / sizeof(wchar_t) + 1] = {};
+  DWORD cbGuid = 0;
+  ReadPrinterData(hPrinter, L"UtilityGUID", wszGuid, 128, cbGuid);
+  if (cbGuid == 0) return KeyLookup::NoGuid;
+  FormatWide(key.wszPath, L"SOFTWARE\\Kelvane\\%s\\%s", wszDriver, wszGuid);
+  return KeyLookup::Found;
+}
+
+}  // namespace
+
+BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDataPath, wchar_t** ppszFilePath,
+                        BOOL bLogSettingFlags) noexcept {
+  ReleaseMemory(*ppszDataPath);
+  *ppszDataPath = nullptr;
+  DWORD cbRoot = 0;
+  HeapPtr<wchar_t> root = ReadRoot(hPrinter, cbRoot);
+  *ppszDataPath = root.release();
+
+  DWORD dwWord = dwChkJobFileTime;
+  DWORD cbWord = sizeof dwWord;
+  dwChkJobFileTime = GetJobReg(hPrinter, kAgeingValue, &dwWord, &cbWord) == ERROR_SUCCESS ? dwWord : 0;
+
+  const ArchiveSwitch setting = bLogSettingFlags ? ReadFlagSettings(hPrinter) : ReadPlainSettings(hPrinter);
+  nJobValidDays = setting.nDays;
+  ReleaseMemory(*ppszFilePath);
+  *ppszFilePath = nullptr;
+  const wchar_t* pszRoot = *ppszDataPath;
+  if (!setting.bOn || pszRoot == nullptr || *pszRoot == 0) return FALSE;
+
+  const std::size_t cchName = cbRoot + kFileNameChars;
+  auto name = AllocBlock<wchar_t>(cchName * sizeof(wchar_t));
+  if (!name) return FALSE;
+  const std::span<wchar_t> buffer(name.get(), cchName);
+  FormatWide(buffer, L"%s\\%04d%02d%02d", pszRoot, st.wYear, st.wMonth, st.wDay);
+  if (!PathIsDirectoryW(name.get()) && !CreateJobFolder(name.get()))
+    LogE(L"Fail to create the output job folder. [%s]", name.get());
+  if (!PathIsDirectoryW(name.get())) return FALSE;
+  FormatWide(buffer, L"%s\\%04d%02d%02d\\%02d%02d_%02d(%03d).prn", pszRoot, st.wYear, st.wMonth, st.wDay, st.wHour,
+             st.wMinute, st.wSecond, st.wMilliseconds);
+  *ppszFilePath = name.release();
+  return TRUE;
+}
+
+BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept {
+  const UniqueHandle hFile(
+      CreateFileW(pszFilePath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (hFile.get() == INVALID_HANDLE_VALUE) {
+    LogE(L"Fail to open the output job file. [%s]", pszFilePath);
+    return FALSE;
+  }
+  if (SetFilePointer(hFile.get(), 0, nullptr, FILE_END) == INVALID_SET_FILE_POINTER && GetLastError() != ERROR_SUCCESS) {
+    LogE(L"Fail to set pointer on the output job file. [%s]", pszFilePath);
+    return FALSE;
+  }
+  DWORD cbWritten = 0;
+  if (!WriteFile(hFile.get(), pBuf, cbBuf, &cbWritten, nullptr)) {
+    LogE(L"Fail to write to output job file. [%s]", pszFilePath);
+    return FALSE;
+  }
+  return TRUE;
+}
+
+void CJob::AgeAtJobEnd(HANDLE hPrinter, const wchar_t* pszRoot) noexcept {
+  SYSTEMTIME st;
+  GetLocalTime(&st);
+  FILETIME ft = {};
+  if (!SystemTimeToFileTime(&st, &ft)) return;
+  if (ft.dwHighDateTime - dwChkJobFileTime < kRetentionUnitsPerDay) return;
+  DeleteOldJobFolders(static_cast<ULONGLONG>(ft.dwHighDateTime) << 32 | ft.dwLowDateTime, pszRoot);
+  dwChkJobFileTime = ft.dwHighDateTime;
+  SetJobReg(hPrinter, kAgeingValue, ft.dwHighDateTime, sizeof ft.dwHighDateTime);
+}
+
+void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const noexcept {
+  if (pszRoot == nullptr || *pszRoot == 0) return;
+  const DWORD dwLimit = static_cast<DWORD>(ullNow >> 32) - RetentionUnits(nJobValidDays);
+  const std::size_t cchPath = wcslen(pszRoot) + 256 + 1 + MAX_PATH;
+  const auto path = AllocBlock<wchar_t>(cchPath * sizeof(wchar_t));
+  if (!path) return;
+  const std::span<wchar_t> buffer(path.get(), cchPath);
+  FormatWide(buffer, L"%s\\*.*", pszRoot);
+  WIN32_FIND_DATAW entry;
+  const UniqueFind hFind(FindFirstFileW(path.get(), &entry));
+  if (hFind.get() == INVALID_HANDLE_VALUE) return;
+  do {
+    const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (!bFolder || entry.cFileName[0] == L'.' || entry.ftLastWriteTime.dwHighDateTime >= dwLimit) continue;
+    FormatWide(buffer, L"%s\\%s", pszRoot, entry.cFileName);
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+      RemoveDirectoryW(path.get());
+    } else {
+      DeleteFolderTree(path.get());
+    }
+  } while (FindNextFileW(hFind.get(), &entry));
+}
+
+void CJob::SetJobReg(HANDLE hPrinter, const wchar_t*, DWORD dwValue, DWORD) const noexcept {
+  AgeingKey key;
+  const KeyLookup lookup = FindAgeingKey(hPrinter, key);
+  if (lookup == KeyLookup::NoGuid) LogE(L"GetPrinterData [dwReturned:0]");
+  if (lookup != KeyLookup::Found) return;
+  HKEY hKey = nullptr;
+  LSTATUS lError =
+      RegCreateKeyExW(HKEY_CURRENT_USER, key.wszPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                      KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY, nullptr, &hKey, nullptr);
+  if (lError != ERROR_SUCCESS) {
+    LogE(L"RegCreateKeyEx [err:%d]", lError);
+    return;
+  }
+  const UniqueKey owner(hKey);
+  lError = RegSetValueExW(hKey, kAgeingValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dwValue), sizeof dwValue);
+  if (lError != ERROR_SUCCESS) LogE(L"RegSetValueEx [err:%d]", lError);
+}
+
+DWORD CJob::GetJobReg(HANDLE hPrinter, const wchar_t*, void* pValue, DWORD* pcbValue) const noexcept {
+  AgeingKey key;
+  switch (FindAgeingKey(hPrinter, key)) {
+    case KeyLookup::NoQueue: return kNoSuchQueue;
+    case KeyLookup::NoGuid: LogE(L"GetPrinterData [dwReturned:0]"); return ERROR_SUCCESS;
+    case KeyLookup::Found: break;
+  }
+  HKEY hKey = nullptr;
+  LSTATUS lError = RegOpenKeyExW(HKEY_CURRENT_USER, key.wszPath, 0, KEY_QUERY_VALUE, &hKey);
+  if (lError != ERROR_SUCCESS) {
+    LogW(L"RegOpenKeyEx [err:%d]", lError);
+    return static_cast<DWORD>(lError);
+  }
+  const UniqueKey owner(hKey);
+  lError = RegQueryValueExW(hKey, kAgeingValue, nullptr, nullptr, static_cast<BYTE*>(pValue), pcbValue);
+  if (lError != ERROR_SUCCESS) LogW(L"RegQueryValueEx [err:%d]", lError);
+  return static_cast<DWORD>(lError);
+}

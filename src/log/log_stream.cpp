@@ -1,0 +1,142 @@
+#include "log/log_stream.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr DWORD kSlowOpenMs = 10'000;
+constexpr char kSeparator[] = "_______________System Infomation____________________\r\n";
+constexpr char kColumnHeader[] =
+    "\r\n\r\n\r\n[MM/dd HH:mm(ss.ms )]\t[Process info      ] \t[Lv]\t[Module ] \tMessage\r\n"
+    "-----------------------------------------------------------------------------------------------------------------"
+    "--------------------\r\n";
+static_assert(sizeof kColumnHeader - 1 == 210);
+
+UniqueHandle CreateSharedMutex(const wchar_t* pszName) noexcept {
+  SECURITY_DESCRIPTOR descriptor;
+  InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+  SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
+  SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, TRUE};
+  return UniqueHandle(CreateMutexW(&attributes, FALSE, pszName));
+}
+
+// A routine of the system's kernel library that older systems lack.
+template <class Routine>
+Routine KernelRoutine(const char* pszName) noexcept {
+  const HMODULE hKernel = GetModuleHandleW(L"kernel32");
+  return hKernel != nullptr ? reinterpret_cast<Routine>(reinterpret_cast<void*>(GetProcAddress(hKernel, pszName)))
+                            : nullptr;
+}
+
+// Reads a text value of at most 128 bytes and appends a suffix; empty when the two do not fit.
+bool ReadTextValue(HKEY hKey, const char* pszValue, const char* pszSuffix, char (&szText)[128]) noexcept {
+  std::memset(szText, 0, sizeof szText);
+  DWORD cb = sizeof szText;
+  if (RegQueryValueExA(hKey, pszValue, nullptr, nullptr, reinterpret_cast<BYTE*>(szText), &cb) != ERROR_SUCCESS)
+    return false;
+  const std::size_t cbText = strnlen(szText, sizeof szText);
+  const std::size_t cbSuffix = std::strlen(pszSuffix);
+  if (cbText + cbSuffix >= sizeof szText) return false;
+  std::memcpy(szText + cbText, pszSuffix, cbSuffix + 1);
+  return true;
+}
+
+const char* ArchitectureName(WORD wArchitecture) noexcept {
+  switch (wArchitecture) {
+    case PROCESSOR_ARCHITECTURE_AMD64: return "AMD64 Architecture";
+    case PROCESSOR_ARCHITECTURE_IA64: return "IA64 Architecture";
+    case PROCESSOR_ARCHITECTURE_INTEL: return "I386 Architecture";
+    default: return "";
+  }
+}
+
+}  // namespace
+
+CLogStream::CLogStream() noexcept
+    : m_hLogMutex(CreateSharedMutex(L"Global\\Kelvane_SDK_LOGS2")),
+      m_hBinMutex(CreateSharedMutex(L"Global\\Kelvane_SDK_BIN2")) {
+  InitializeCriticalSection(&m_csPending);
+}
+
+bool CLogStream::Open(LogThreadBuffers& buffers, const wchar_t* pszPath) noexcept {
+  WaitForSingleObject(m_hLogMutex.get(), INFINITE);  // one that its owner abandoned is as good as a free one
+  const DWORD dwStart = GetTickCount();
+  const HANDLE hFile =
+      CreateFileW(pszPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  buffers.hLogFile = hFile;
+  if (hFile == INVALID_HANDLE_VALUE) {
+    ReleaseMutex(m_hLogMutex.get());
+    return false;
+  }
+  LARGE_INTEGER cbFile = {};
+  if (GetFileSizeEx(hFile, &cbFile) && cbFile.QuadPart == 0) {
+    Write(buffers, kLogHeader);
+    WriteSystemInfo(buffers);
+    Write(buffers, kColumnHeader);
+  }
+  if (GetTickCount() - dwStart > kSlowOpenMs) Write(buffers, "File access time is abnormal\r\n");
+  {
+    const SectionLock lock(m_csPending);
+    if (m_cbPending != 0) Append(hFile, m_szPending, m_cbPending);
+    m_cbPending = 0;
+  }
+  if (m_bWriteFailed.exchange(false)) Write(buffers, "<=== Log output here failed\r\n");
+  return true;
+}
+
+DWORD CLogStream::Append(HANDLE hFile, const char* pBytes, DWORD cb) noexcept {
+  DWORD cbWritten = 0;
+  SetFilePointer(hFile, 0, nullptr, FILE_END);
+  if (!WriteFile(hFile, pBytes, cb, &cbWritten, nullptr)) m_bWriteFailed = true;
+  return cbWritten;
+}
+
+DWORD CLogStream::Write(LogThreadBuffers& buffers, const char* pszText) noexcept {
+  const auto cb = static_cast<DWORD>(std::strlen(pszText));
+  if (buffers.hLogFile != INVALID_HANDLE_VALUE) return Append(buffers.hLogFile, pszText, cb);
+  const SectionLock lock(m_csPending);
+  if (cb + 1 <= sizeof m_szPending - m_cbPending) {
+    m_szPending[m_cbPending] = '*';
+    std::memcpy(m_szPending + m_cbPending + 1, pszText, cb);
+    m_cbPending += cb + 1;
+  } else {
+    m_bWriteFailed = true;
+  }
+  return 0;
+}
+
+LONGLONG CLogStream::Close(LogThreadBuffers& buffers) noexcept {
+  if (buffers.hLogFile == INVALID_HANDLE_VALUE) return 0;
+  LARGE_INTEGER cbFile = {};
+  GetFileSizeEx(buffers.hLogFile, &cbFile);
+  CloseHandle(buffers.hLogFile);
+  buffers.hLogFile = INVALID_HANDLE_VALUE;
+  ReleaseMutex(m_hLogMutex.get());
+  return cbFile.QuadPart;
+}
+
+void CLogStream::WriteSystemInfo(LogThreadBuffers& buffers) noexcept {
+  char szText[128];
+  HKEY hKey = nullptr;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", 0, KEY_QUERY_VALUE, &hKey) ==
+      ERROR_SUCCESS) {
+    const UniqueKey key(hKey);
+    Write(buffers, kSeparator);
+    if (ReadTextValue(hKey, "ProductName", "\t", szText)) Write(buffers, szText);
+    if (ReadTextValue(hKey, "BuildLabEx", "\r\n", szText)) Write(buffers, szText);
+  }
+
+  szText[0] = 0;
+  if (const auto pfnInfo = KernelRoutine<void(WINAPI*)(LPSYSTEM_INFO)>("GetNativeSystemInfo")) {
+    SYSTEM_INFO info = {};
+    pfnInfo(&info);
+    std::strcat(szText, ArchitectureName(info.wProcessorArchitecture));
+  }
+  if (const auto pfnWow64 = KernelRoutine<BOOL(WINAPI*)(HANDLE, PBOOL)>("IsWow64Process")) {
+    BOOL bWow64 = FALSE;
+    const bool bKnown = pfnWow64(GetCurrentProcess(), &bWow64) != FALSE;
+    std::strcat(szText, bKnown && bWow64 ? " Wow64 process\r\n" : " 64bit process\r\n");
+  }
+  Write(buffers, szText);
+  Write(buffers, kSeparator);
+}

@@ -1,0 +1,67 @@
+#include "monitor/cancel_watcher.h"
+
+#include "base/memory.h"
+#include "monitor/log_module.h"
+#include "monitor/sdk.h"
+
+namespace {
+
+constexpr DWORD kPollMs = 500;
+
+void CloseAndClear(HANDLE& hObject) noexcept {
+  if (hObject != nullptr) CloseHandle(hObject);
+  hObject = nullptr;
+}
+
+}  // namespace
+
+DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
+  const IniJob& job = *static_cast<IniJob*>(pArgument);
+  LogT(L"dwJobId:%d", job.JobId);
+  if (job.hPrinter == nullptr) return 0;
+  DWORD cb = 0;
+  GetJobW(job.hPrinter, job.JobId, 1, nullptr, 0, &cb);
+  if (cb == 0) {
+    LogE(L"GetJob");
+    return 0;
+  }
+  const auto info = AllocBlock<JOB_INFO_1W>(cb);
+  if (!info) return 0;
+  do {
+    const DWORD dwWait = WaitForSingleObject(job.hEventStop, kPollMs);
+    if (dwWait == WAIT_OBJECT_0) return 0;
+    if (dwWait != WAIT_TIMEOUT) {
+      LogE(L"WaitForSingleObject dwJobId:%d, pPrinterName:%s", job.JobId, info->pPrinterName);
+      return 0;
+    }
+    // The buffer keeps its first size: a job whose texts have grown ends the watcher here.
+    DWORD cbNeeded = 0;
+    if (!GetJobW(job.hPrinter, job.JobId, 1, reinterpret_cast<BYTE*>(info.get()), cb, &cbNeeded)) {
+      LogE(L"GetJob [err:%d, dwJobId:%d, pPrinterName:%s]", GetLastError(), job.JobId, info->pPrinterName);
+      return 0;
+    }
+  } while ((info->Status & kCancelledStates) == 0);
+
+  LogI(L"CANCEL,Status:0x%08x", info->Status);
+  if (!job.pSdkMng->Cancel()) LogE(L"CANCEL,Status:0x%08x", info->Status);
+  SetEvent(job.hEventCancel);
+  return 0;
+}
+
+void StartCancelWatcher(IniJob& job, const wchar_t* pszPrinterName) noexcept {
+  job.hEventCancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  job.hEventStop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  DWORD dwThreadId = 0;
+  job.hThread = CreateThread(nullptr, 0, ThreadJobCanMon, &job, 0, &dwThreadId);
+  if (job.hThread == nullptr) LogE(L"CreateThread [PrinterName:%s, JobId:0x%08x]", pszPrinterName, job.JobId);
+}
+
+void StopCancelWatcher(IniJob& job) noexcept {
+  if (job.hThread != nullptr) {
+    if (job.hEventStop != nullptr) SetEvent(job.hEventStop);
+    WaitForSingleObject(job.hThread, INFINITE);  // without a stop event the watcher has ended on its first wait
+  }
+  CloseAndClear(job.hThread);
+  CloseAndClear(job.hEventStop);
+  CloseAndClear(job.hEventCancel);
+}
