@@ -277,7 +277,9 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
   if (FaultHere("RemoveDirectoryW", ERROR_ACCESS_DENIED)) return FALSE;
   const MappedPath path = MapPath(lpPathName);
   if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
-  if (rmdir(path.strHost.c_str()) != 0) return Fails(FromErrno(errno));
+  struct stat status {};
+  const bool bLink = lstat(path.strHost.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  if ((bLink ? unlink(path.strHost.c_str()) : rmdir(path.strHost.c_str())) != 0) return Fails(FromErrno(errno));
   StampWithClock(ParentOf(path.strHost));
   return TRUE;
 }

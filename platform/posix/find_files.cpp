@@ -38,6 +38,9 @@ bool Describe(const std::string& strFolder, const std::string& strName, WIN32_FI
   data.dwFileAttributes = S_ISDIR(status.st_mode)                 ? FILE_ATTRIBUTE_DIRECTORY
                           : (status.st_mode & S_IWUSR) == 0 ? FILE_ATTRIBUTE_READONLY
                                                             : FILE_ATTRIBUTE_NORMAL;
+  struct stat link {};
+  if (lstat((strFolder + "/" + strName).c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+    data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
   const std::uint64_t ullTicks = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 10'000'000 +
                                  static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 100 + 116'444'736'000'000'000ULL;
   data.ftLastWriteTime = {static_cast<DWORD>(ullTicks), static_cast<DWORD>(ullTicks >> 32)};

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <winspool.h>
 #include <winsplp.h>
 
 BOOL WINAPI MonOpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName, LPWSTR pszPrinterName,

@@ -14,6 +14,8 @@
 #include <atomic>
 #include <cstddef>
 
+#include "base/owners.h"
+
 class CSdk;
 struct DevData;
 struct IniJob;
@@ -101,11 +103,15 @@ inline bool IsCancelSet(const IniJob& job) noexcept {
   return WaitForSingleObject(job.hEventCancel, 0) != WAIT_TIMEOUT;
 }
 
-// Runs a scope in the spooler's own security context; the destructor impersonates the client again.
+// Runs a scope in the spooler's own security context; the destructor impersonates the client again and keeps the thread's
+// last-error code.
 class RevertedToSelf {
  public:
   RevertedToSelf() noexcept : m_hToken(RevertToPrinterSelf()) {}
-  ~RevertedToSelf() { ImpersonatePrinterClient(m_hToken); }
+  ~RevertedToSelf() {
+    const KeepLastError keep;
+    ImpersonatePrinterClient(m_hToken);
+  }
   RevertedToSelf(const RevertedToSelf&) = delete;
   RevertedToSelf& operator=(const RevertedToSelf&) = delete;
 

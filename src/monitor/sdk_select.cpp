@@ -28,3 +28,10 @@ void FreeMngObj(CSdk** ppSdkMng) noexcept {
   delete *ppSdkMng;
   *ppSdkMng = nullptr;
 }
+
+void CloseDevice(IniPort& port) noexcept {
+  if (port.pSdkMng == nullptr || port.pSdkMng->dwSessionId == 0) return;
+  const RevertedToSelf self;
+  port.pSdkMng->UnlockAndClose();
+  port.pSdkMng->UnloadDll();
+}

@@ -13,3 +13,6 @@ BOOL IsUseSdkSrv(IniPort** ppIniPort) noexcept;
 
 // Destroys a port's CSdk and clears the pointer. Its session has been closed and nobody else uses it.
 void FreeMngObj(CSdk** ppSdkMng) noexcept;
+
+// Closes an open device session of a port and unloads the library, in the spooler's own context; the object stays.
+void CloseDevice(IniPort& port) noexcept;

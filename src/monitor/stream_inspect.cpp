@@ -33,15 +33,19 @@ constexpr char kReset[] = "reset";
 BYTE Step(BYTE byState, BYTE& by) noexcept {
   switch (byState) {
     case kDc3: return by == '(' ? kOpen : kIdle;
-    case kOpen: return by == 'r' ? kReset1 : by == 'c' ? kClear1 : kIdle;
+    case kOpen:
+      if (by == 'r') return kReset1;
+      return by == 'c' ? kClear1 : kIdle;
     case kReset1:
     case kReset1 + 1:
     case kReset1 + 2:
-    case kReset1 + 3: return by == kReset[byState - kReset1 + 1] ? static_cast<BYTE>(byState + 1) : kIdle;
-    case kSplitDc3: return by == 'r' ? kAgain1 : by == '(' ? kOpen : kIdle;
+    case kReset1 + 3: return by == kReset[byState - kReset1 + 1] ? static_cast<State>(byState + 1) : kIdle;
+    case kSplitDc3:
+      if (by == 'r') return kAgain1;
+      return by == '(' ? kOpen : kIdle;
     case kAgain1:
     case kAgain1 + 1:
-    case kAgain1 + 2: return by == kReset[byState - kAgain1 + 1] ? static_cast<BYTE>(byState + 1) : kIdle;
+    case kAgain1 + 2: return by == kReset[byState - kAgain1 + 1] ? static_cast<State>(byState + 1) : kIdle;
     case kAgain4:
       if (by == 't') by = 'v';
       return kIdle;

@@ -1,0 +1,89 @@
+// The end of a job: confirmed by the printer where that is asked for, the device given back, the spooler told.
+#include "common/job_archive.h"
+#include "monitor/cancel_watcher.h"
+#include "monitor/entry.h"
+#include "monitor/log_module.h"
+#include "monitor/port_registry.h"
+#include "monitor/reprint.h"
+#include "monitor/sdk.h"
+#include "monitor/sdk_select.h"
+#include "monitor/settings.h"
+#include "monitor/stream_inspect.h"
+#include "monitor/watched_job.h"
+
+// What the device-access path does for the job itself: confirm it, stop its watcher, clear the device of a cancelled one.
+static void EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
+  const bool bShared = IsSharedPrinter(&job);
+  const RevertedToSelf self;
+  const bool bWatched = bShared || !IsRawJob(&job);
+  if (bWatched && (port.dwPortFlags & (PORT_VIRTUAL_COM | PORT_AUTO_REPRINT)) != 0) ConfirmJobEndAndReprint(&port);
+  StopCancelWatcher(job);
+  if (!IsCancelJob(&port)) return;
+  if (port.pSdkMng == nullptr) {
+    AssertHere();
+    LogE(L"pSdkMng is NULL.[Port:%s]", port.pszPortName);
+    return;
+  }
+  job.pSdkMng->Cancel();
+  job.pSdkMng->Reset();
+}
+
+// Unlocks the device of a port that stays open between jobs; closes it otherwise.
+static void ReleaseDevice(IniPort& port) noexcept {
+  const RevertedToSelf self;
+  if (port.pSdkMng == nullptr) {
+    AssertHere();
+    LogE(L"pSdkMng is NULL.[Port:%s]", port.pszPortName);
+    return;
+  }
+  if (!IsDisableOpenAlwaysByLM() && (port.dwPortFlags & PORT_OPEN_ALWAYS) != 0) {
+    port.pSdkMng->UnlockJob(TRUE);
+    return;
+  }
+  if (port.pSdkMng->dwSessionId == 0) return;
+  port.pSdkMng->UnlockAndClose();
+  port.pSdkMng->UnloadDll();
+  FreeMngObj(&port.pSdkMng);
+}
+
+static void EndOnPortMonitor(IniPort& port, const IniJob* pIniJob) noexcept {
+  if (pIniJob != nullptr) {
+    LogI(L"(*pIniPort->fn.pfnEndDocPort) [pszPortName:%s, JobId:%d]", port.pszPortName, pIniJob->JobId);
+  } else {
+    LogW(L"(*pIniPort->fn.pfnEndDocPort) [pszPortName:%s]", port.pszPortName);
+  }
+  if (port.fn.pfnEndDocPort != nullptr) port.fn.pfnEndDocPort(port.hPort);
+  if (port.pSdkMng == nullptr || port.pSdkMng->dwSessionId == 0) return;
+  port.pSdkMng->UnlockAndClose();
+  port.pSdkMng->UnloadDll();
+  FreeMngObj(&port.pSdkMng);
+}
+
+BOOL WINAPI MonEndDocPort(HANDLE hPort) noexcept {
+  IniPort* pIniPort = PortOf(hPort);
+  if (pIniPort == nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    LogE(L"ERROR_INVALID_PARAMETER [pIniPort:0x%08x, signature:0x%08x]", LogAddress(hPort), SignatureOf(hPort));
+    return FALSE;
+  }
+  IniPort& port = *pIniPort;
+  IniJob* pIniJob = port.pIniJob;
+  if (pIniJob != nullptr) {
+    if (!SetJobW(pIniJob->hPrinter, pIniJob->JobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER))
+      LogE(L"SetJob [err:%d, hPrinter:0x%08x]", GetLastError(), LogAddress(pIniJob->hPrinter));
+    if (port.bUseSdkSrv) EndJobOnDevice(port, *pIniJob);
+  }
+  if (port.bUseSdkSrv) {
+    ReleaseDevice(port);
+  } else {
+    EndOnPortMonitor(port, pIniJob);
+  }
+  if (pIniJob != nullptr) {
+    ManageReprintMng(&port.reprintMng, port.reprintMng.cbData);
+    gJob.AgeAtJobEnd(pIniJob->hPrinter, pIniJob->pszJobDataPath);
+    SendJobLastPageEjected(&port, pIniJob->JobId);
+  }
+  port.status &= ~PORT_DOC_STARTED;
+  SetEvent(port.hEvent);
+  return TRUE;
+}

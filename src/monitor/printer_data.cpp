@@ -1,0 +1,89 @@
+// Requests of the printer driver through the port: forwarded to the port monitor, and one acted on first.
+#include <cstring>
+#include <cwchar>
+#include <iterator>
+
+#include "base/owners.h"
+#include "monitor/entry.h"
+#include "monitor/log_module.h"
+#include "monitor/records.h"
+#include "monitor/share_restore.h"
+
+namespace {
+
+constexpr wchar_t kShareRequest[] = L"DO_SETTING_SHARE_PRN";
+constexpr std::size_t kShareRequestChars = std::size(kShareRequest) - 1;
+constexpr std::size_t kMaxShareChars = 32;
+
+// The share name behind the first "__" of a request; null when there is none or it is too long.
+const wchar_t* ShareNameOf(const wchar_t* pszValueName) noexcept {
+  const wchar_t* p = pszValueName;
+  while (*p != 0 && !(p[0] == L'_' && p[1] == L'_')) ++p;
+  if (*p == 0) return nullptr;
+  return wcslen(p + 2) <= kMaxShareChars ? p + 2 : nullptr;
+}
+
+}  // namespace
+
+// Restores the printer's share once in the port's life; a failed attempt may be repeated.
+static void RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOutBuffer, DWORD cbOutBuffer,
+                         LPDWORD pcbReturned) noexcept {
+  {
+    const SectionLock lock(csMonitor);
+    if ((port.dwPortFlags.fetch_or(PORT_SHARE_SETTING) & PORT_SHARE_SETTING) != 0) return;
+  }
+  LogD(L"[srv:%s] MonGetPrinterDataFromPort [DO_SETTING_SHARE_PRN]", port.pszPortName);
+  DWORD dwResult = ERROR_INVALID_PRINTER_NAME;
+  const wchar_t* pszShare = ShareNameOf(pszValueName);
+  if (pszShare == nullptr) {
+    AssertHere();
+    LogW(L"Invalid data. [pValue:%s]", pszValueName);
+  } else {
+    {
+      const RevertedToSelf self;
+      dwResult = RestoreSharePrinterFromLM(port.pPrinterName, pszShare);
+    }
+    if (dwResult != ERROR_SUCCESS) {
+      LogE(L"Fail to RestoreSharePrinterFromLM [share:%s][Err:%d]", pszShare, dwResult);
+    } else {
+      LogD(L"Restored share printer setting[printer:%s][share:%s]", port.pPrinterName, pszShare);
+      const DWORD dwFlags = port.dwPortFlags;
+      if (pcbReturned != nullptr && pOutBuffer != nullptr && cbOutBuffer >= sizeof dwFlags) {
+        std::memcpy(pOutBuffer, &dwFlags, sizeof dwFlags);
+        *pcbReturned = sizeof dwFlags;
+      } else {
+        LogE(L"cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:%d]", cbOutBuffer);
+      }
+    }
+  }
+  if (dwResult != ERROR_SUCCESS) {
+    const SectionLock lock(csMonitor);
+    port.dwPortFlags &= ~PORT_SHARE_SETTING;
+  }
+}
+
+BOOL WINAPI MonGetPrinterDataFromPort(HANDLE hPort, DWORD dwControlId, LPWSTR pszValueName, LPWSTR pInBuffer,
+                                      DWORD cbInBuffer, LPWSTR pOutBuffer, DWORD cbOutBuffer,
+                                      LPDWORD pcbReturned) noexcept {
+  IniPort* pIniPort = PortOf(hPort);
+  if (pIniPort == nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  const auto pfnForward = pIniPort->fn.pfnGetPrinterDataFromPort;
+  if (pfnForward == nullptr) {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return FALSE;
+  }
+  LogI(L"(pfnGetPrinterDataFromPort) [pszPortName:%s,ControlID:%d,pValueName:%s,cbInBuffer:%d,cbOutBuffer:%d]",
+       pIniPort->pszPortName, dwControlId, pszValueName, cbInBuffer, cbOutBuffer);
+  if (dwControlId == 0 && pszValueName != nullptr && *pszValueName != 0) {
+    if (wcsncmp(pszValueName, kShareRequest, kShareRequestChars) == 0) {
+      RestoreShare(*pIniPort, pszValueName, pOutBuffer, cbOutBuffer, pcbReturned);
+    } else if (wcscmp(pszValueName, L"AutoReprint") == 0) {
+      LogD(L"[srv:%s] MonGetPrinterDataFromPort [AutoReprint]", pIniPort->pszPortName);
+    }
+  }
+  return pfnForward(pIniPort->hPort, dwControlId, pszValueName, pInBuffer, cbInBuffer, pOutBuffer, cbOutBuffer,
+                    pcbReturned);
+}
