@@ -1,0 +1,58 @@
+// What the monitor does to the outside, in order; and the lock and fault points that the simulated world is built with.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace sim {
+
+// A lock that the platform's scheduler knows.
+class Lock {
+ public:
+  Lock() { InitializeCriticalSection(&m_cs); }
+  ~Lock() { DeleteCriticalSection(&m_cs); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+  void Enter() { EnterCriticalSection(&m_cs); }
+  void Leave() { LeaveCriticalSection(&m_cs); }
+
+ private:
+  CRITICAL_SECTION m_cs;
+};
+
+class Guard {
+ public:
+  explicit Guard(Lock& lock) : m_lock(lock) { m_lock.Enter(); }
+  ~Guard() { m_lock.Leave(); }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+ private:
+  Lock& m_lock;
+};
+
+class Journal {
+ public:
+  void Add(const std::string& strEntry);
+  std::vector<std::string> Entries() const;
+  // Entries that begin with a text.
+  std::vector<std::string> Of(const std::string& strStart) const;
+  std::size_t Count(const std::string& strStart) const { return Of(strStart).size(); }
+  void Clear();
+
+ private:
+  mutable Lock m_lock;
+  std::vector<std::string> m_entries;
+};
+
+// One numbered fault point of the platform layer: true when the call must fail, with the last-error code set. On Windows,
+// where the platform is the real one, nothing fails here.
+bool FaultHere(const char* pszApi, DWORD dwUsualError);
+
+// Books printer and service handles in the platform layer's accounts.
+enum class Owned { PrinterHandle, ServiceHandle };
+void Book(Owned owned, int nChange);
+
+}  // namespace sim

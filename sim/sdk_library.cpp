@@ -1,0 +1,182 @@
+#include "sim/sdk_library.h"
+
+#include <algorithm>
+
+#include "sim/spooler.h"
+#include "sim/text.h"
+
+namespace sim {
+namespace {
+
+constexpr DWORD kPollMs = 20;
+
+}  // namespace
+
+SdkLibrary::~SdkLibrary() {
+  for (auto& [strQueue, pDevice] : m_devices) CloseHandle(pDevice->hCancel);
+}
+
+void SdkLibrary::Connect(const std::string& strQueue, Printer& printer) {
+  const Guard guard(m_lock);
+  auto& pDevice = m_devices[strQueue];
+  if (!pDevice) pDevice = std::make_unique<Device>();
+  if (pDevice->hCancel == nullptr) pDevice->hCancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  pDevice->pPrinter = &printer;
+}
+
+void SdkLibrary::Answer(const std::string& strRequest, DWORD dwCode, unsigned nTimes) {
+  const Guard guard(m_lock);
+  m_plans[strRequest] = {dwCode, nTimes};
+}
+
+bool SdkLibrary::Planned(const std::string& strRequest, DWORD& dwCode) {
+  const Guard guard(m_lock);
+  const auto it = m_plans.find(strRequest);
+  if (it == m_plans.end() || it->second.nTimes == 0) return false;
+  --it->second.nTimes;
+  dwCode = it->second.dwCode;
+  return true;
+}
+
+std::size_t SdkLibrary::OpenSessions() const {
+  const Guard guard(m_lock);
+  return m_sessions.size();
+}
+
+std::size_t SdkLibrary::HeldLocks() const {
+  const Guard guard(m_lock);
+  std::size_t n = 0;
+  for (const auto& [strQueue, pDevice] : m_devices) n += pDevice->dwLockedBy != 0 ? 1 : 0;
+  return n;
+}
+
+SdkLibrary::Device* SdkLibrary::DeviceOf(DWORD dwSession) {
+  const Guard guard(m_lock);
+  const auto it = m_sessions.find(dwSession);
+  return it != m_sessions.end() ? it->second : nullptr;
+}
+
+DWORD SdkLibrary::OpenW(const wchar_t* pszPrinter, DWORD* pdwSession) {
+  const std::string strPrinter = Narrow(pszPrinter);
+  m_journal.Add(Format("sdk OpenW %s options=0x%x", strPrinter.c_str(), static_cast<unsigned>(*pdwSession)));
+  if (IsImpersonating()) m_journal.Add("violation: OpenW impersonating the client");
+  if (m_dwOpenDelay != 0) Sleep(m_dwOpenDelay);
+  DWORD dwCode = 0;
+  if (Planned("OpenW", dwCode)) return dwCode;
+  if (FaultHere("sdk OpenW", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
+  const Guard guard(m_lock);
+  const auto it = m_devices.find(strPrinter);
+  if (it == m_devices.end()) return ERROR_FILE_NOT_FOUND;
+  *pdwSession = m_dwNextSession++;
+  m_sessions[*pdwSession] = it->second.get();
+  return ERROR_SUCCESS;
+}
+
+DWORD SdkLibrary::Close(DWORD dwSession) {
+  m_journal.Add("sdk Close");
+  DWORD dwCode = 0;
+  if (Planned("Close", dwCode)) return dwCode;
+  if (FaultHere("sdk Close", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
+  const Guard guard(m_lock);
+  const auto it = m_sessions.find(dwSession);
+  if (it == m_sessions.end()) return ERROR_INVALID_HANDLE;
+  if (it->second->dwLockedBy == dwSession) it->second->dwLockedBy = 0;
+  m_sessions.erase(it);
+  return ERROR_SUCCESS;
+}
+
+DWORD SdkLibrary::SetLock(Device& device, DWORD dwSession, DWORD dwTimeoutMs) {
+  const DWORD dwStart = GetTickCount();
+  while (true) {
+    {
+      const Guard guard(m_lock);
+      if (device.dwLockedBy == 0 || device.dwLockedBy == dwSession) {
+        device.dwLockedBy = dwSession;
+        return ERROR_SUCCESS;
+      }
+    }
+    if (GetTickCount() - dwStart >= dwTimeoutMs) return ERROR_TIMEOUT;
+    Sleep(kPollMs);
+  }
+}
+
+DWORD SdkLibrary::Send(Device& device, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten, DWORD dwTimeoutMs) {
+  ResetEvent(device.hCancel);
+  const DWORD cbMost = m_cbMostPerSend != 0 ? std::min(m_cbMostPerSend, cbIn) : cbIn;
+  const DWORD dwStart = GetTickCount();
+  DWORD cbDone = 0;
+  DWORD dwCode = ERROR_SUCCESS;
+  while (cbDone < cbMost) {
+    if (!device.pPrinter->Reachable()) {
+      dwCode = ERROR_DEVICE_NOT_CONNECTED;
+      break;
+    }
+    cbDone += static_cast<DWORD>(device.pPrinter->Accept(pIn + cbDone, cbMost - cbDone));
+    if (cbDone == cbMost) break;
+    const DWORD dwElapsed = GetTickCount() - dwStart;
+    if (dwElapsed >= dwTimeoutMs) {
+      dwCode = ERROR_TIMEOUT;
+      break;
+    }
+    if (WaitForSingleObject(device.hCancel, std::min(kPollMs, dwTimeoutMs - dwElapsed)) == WAIT_OBJECT_0) {
+      dwCode = ERROR_OPERATION_ABORTED;
+      break;
+    }
+  }
+  if (dwCode == ERROR_SUCCESS && cbDone < cbIn) dwCode = ERROR_TIMEOUT;
+  *pdwWritten = cbDone + m_cbSurplus;
+  return dwCode;
+}
+
+DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BYTE* pIn, DWORD cbIn,
+                            DWORD* pdwWritten, BYTE* pOut, DWORD cbOut, DWORD* pdwValue, DWORD dwTimeoutMs) {
+  const std::string strRequest = pszRequest != nullptr ? Narrow(pszRequest) : "send";
+  const bool bRead = strRequest.starts_with("GET_RAW_DATA");
+  if (!bRead && strRequest != "send") {
+    std::string strEntry = Format("sdk %s timeout=%u", strRequest.c_str(), static_cast<unsigned>(dwTimeoutMs));
+    if (strRequest == "SDK_SET_LOCK")
+      strEntry += Format(" value=0x%x", static_cast<unsigned>(pdwValue != nullptr ? *pdwValue : 0));
+    if (strRequest == "SDK_SYNC_COM")
+      strEntry += Format(" setting=%s length=%u", Narrow(reinterpret_cast<const wchar_t*>(pIn)).c_str(),
+                         static_cast<unsigned>(cbIn));
+    m_journal.Add(strEntry);
+  }
+  DWORD dwCode = 0;
+  if (Planned(strRequest, dwCode)) return dwCode;
+  if (FaultHere(("sdk " + strRequest).c_str(), ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
+  Device* pDevice = DeviceOf(dwSession);
+  if (pDevice == nullptr) return ERROR_INVALID_HANDLE;
+  if (strRequest == "send") {
+    dwCode = Send(*pDevice, pIn, cbIn, pdwWritten, dwTimeoutMs);
+    m_journal.Add(Format("sdk send %u/%u timeout=%u code=%u", static_cast<unsigned>(*pdwWritten),
+                         static_cast<unsigned>(cbIn), static_cast<unsigned>(dwTimeoutMs),
+                         static_cast<unsigned>(dwCode)));
+    return dwCode;
+  }
+  if (bRead) {
+    *pdwValue = 0;
+    if (!pDevice->pPrinter->Reachable()) return ERROR_DEVICE_NOT_CONNECTED;
+    *pdwValue = static_cast<DWORD>(pDevice->pPrinter->TakeAnswers(pOut, cbOut));
+    return ERROR_SUCCESS;
+  }
+  if (strRequest == "SDK_SET_LOCK") return SetLock(*pDevice, dwSession, dwTimeoutMs);
+  if (strRequest == "SDK_CLR_LOCK") {
+    const Guard guard(m_lock);
+    if (pDevice->dwLockedBy != dwSession) return ERROR_NOT_LOCKED;
+    pDevice->dwLockedBy = 0;
+    return ERROR_SUCCESS;
+  }
+  if (strRequest == "SDK_CANCEL_IO_EX") {
+    SetEvent(pDevice->hCancel);
+    return ERROR_SUCCESS;
+  }
+  if (strRequest == "SDK_SET_RESET") {
+    if (!pDevice->pPrinter->Reachable()) return ERROR_DEVICE_NOT_CONNECTED;
+    pDevice->pPrinter->Reset();
+    return ERROR_SUCCESS;
+  }
+  if (strRequest == "SDK_SYNC_COM") return ERROR_SUCCESS;
+  return ERROR_INVALID_FUNCTION;
+}
+
+}  // namespace sim

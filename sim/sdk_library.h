@@ -1,0 +1,67 @@
+// The simulated device-access library: sessions, the job lock, direct output that may block, cancel and reset.
+#pragma once
+
+#include <windows.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "sim/journal.h"
+#include "sim/printer.h"
+
+namespace sim {
+
+class SdkLibrary {
+ public:
+  explicit SdkLibrary(Journal& journal) : m_journal(journal) {}
+  ~SdkLibrary();
+
+  // Connects a queue to the printer that its device is.
+  void Connect(const std::string& strQueue, Printer& printer);
+
+  // The next nTimes calls of a request ("OpenW", "Close", "send", "SDK_SET_LOCK", …) answer this code and do nothing.
+  void Answer(const std::string& strRequest, DWORD dwCode, unsigned nTimes = 1);
+  void SetOpenDelay(DWORD dwMilliseconds) { m_dwOpenDelay = dwMilliseconds; }
+  // Direct output takes at most this many bytes a call and then reports its time-out (0: no limit).
+  void SetPartialSends(DWORD cbMost) { m_cbMostPerSend = cbMost; }
+  // Direct output reports this many bytes more than it took.
+  void SetSurplus(DWORD cb) { m_cbSurplus = cb; }
+
+  std::size_t OpenSessions() const;
+  std::size_t HeldLocks() const;
+
+  // The three entry points.
+  DWORD OpenW(const wchar_t* pszPrinter, DWORD* pdwSession);
+  DWORD Close(DWORD dwSession);
+  DWORD DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten,
+                  BYTE* pOut, DWORD cbOut, DWORD* pdwValue, DWORD dwTimeoutMs);
+
+ private:
+  struct Device {
+    Printer* pPrinter = nullptr;
+    DWORD dwLockedBy = 0;
+    HANDLE hCancel = nullptr;  // manual-reset: set by a cancel, cleared when the next transfer begins
+  };
+  struct Plan {
+    DWORD dwCode;
+    unsigned nTimes;
+  };
+
+  bool Planned(const std::string& strRequest, DWORD& dwCode);
+  Device* DeviceOf(DWORD dwSession);
+  DWORD Send(Device& device, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten, DWORD dwTimeoutMs);
+  DWORD SetLock(Device& device, DWORD dwSession, DWORD dwTimeoutMs);
+
+  Journal& m_journal;
+  mutable Lock m_lock;  // guards the maps and every device's lock owner
+  std::map<std::string, std::unique_ptr<Device>> m_devices;  // by queue
+  std::map<DWORD, Device*> m_sessions;
+  std::map<std::string, Plan> m_plans;
+  DWORD m_dwNextSession = 1;
+  DWORD m_dwOpenDelay = 0;
+  DWORD m_cbMostPerSend = 0;
+  DWORD m_cbSurplus = 0;
+};
+
+}  // namespace sim
