@@ -102,6 +102,11 @@ bool Spooler::StartDoc(HANDLE hPort, DWORD dwJobId) {
   return pMonitor->pfnStartDocPort(hPort, printer.data(), dwJobId, 1, reinterpret_cast<BYTE*>(&info)) != FALSE;
 }
 
+bool Spooler::EndDoc(HANDLE hPort) {
+  const ActAsClient client;
+  return pMonitor->pfnEndDocPort(hPort) != FALSE;
+}
+
 PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options) {
   const ActAsClient client;
   PrintResult result;

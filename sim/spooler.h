@@ -79,6 +79,7 @@ class Spooler {
   HANDLE OpenPort(const std::string& strPort, const std::string& strPrinter);
   bool ClosePort(HANDLE hPort);
   bool StartDoc(HANDLE hPort, DWORD dwJobId);
+  bool EndDoc(HANDLE hPort);
   PrintResult Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options = {});
 
   // Starts Print on a thread of its own; Join waits for it.

@@ -32,6 +32,7 @@ DWORD ReadPrinterData(HANDLE hPrinter, const wchar_t* pszValue, void* pData, DWO
 
 // The archive root that the queue names, made if need be; empty when there is none. cbValue receives the stored size.
 HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
+  LOG_AS("CJob::MakeSettings");
   ReadPrinterData(hPrinter, L"JobFilePath", nullptr, 0, cbValue);
   if (cbValue == 0) return nullptr;
   auto root = AllocBlock<wchar_t>(cbValue + 2 * sizeof(wchar_t));  // ends in a NUL even when the value does not
@@ -53,6 +54,7 @@ HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
 
 // Reads a setting that must have exactly this size; false and a log line when it does not.
 bool ReadExactly(HANDLE hPrinter, const wchar_t* pszValue, void* pData, DWORD cbData) noexcept {
+  LOG_AS("CJob::MakeSettings");
   DWORD cbReported = 0;
   if (ReadPrinterData(hPrinter, pszValue, pData, cbData, cbReported) != ERROR_SUCCESS) {
     LogD(L"No job log lv data on registry.");
@@ -66,6 +68,7 @@ bool ReadExactly(HANDLE hPrinter, const wchar_t* pszValue, void* pData, DWORD cb
 }
 
 LONG DaysOfIndex(BYTE byIndex) noexcept {
+  LOG_AS("CJob::MakeSettings");
   constexpr LONG kDays[] = {1, 3, 10, 30, 90};
   if (byIndex < std::size(kDays)) return kDays[byIndex];
   AssertHere();

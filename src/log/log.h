@@ -73,10 +73,26 @@ consteval RoutineText<N> RoutineName(const char (&szSignature)[N]) {
 
 }  // namespace log_detail
 
+// A helper that is a piece of a larger routine reports under that routine's name: LOG_AS("MonWritePort"); at its top.
+struct LogReportsAs {
+  static constexpr const char* Name() noexcept { return nullptr; }
+};
+// (Hiding the general record by a local one is the mechanism, so the warning about it is off for this one line.)
+#define LOG_AS(szRoutine)                                                \
+  _Pragma("GCC diagnostic push")                                         \
+  _Pragma("GCC diagnostic ignored \"-Wshadow\"")                         \
+  struct LogReportsAs {                                                  \
+    static constexpr const char* Name() noexcept { return (szRoutine); } \
+  };                                                                     \
+  _Pragma("GCC diagnostic pop")                                          \
+  static_assert(true)
+
+#define LOG_ROUTINE (LogReportsAs::Name() != nullptr ? LogReportsAs::Name() : kLogRoutine.sz)
+
 #define LOG_LINE(dwLevel, ...)                                                                              \
   do {                                                                                                      \
     static constexpr auto kLogRoutine = log_detail::RoutineName(__PRETTY_FUNCTION__);                       \
-    OutputLogEx((dwLevel), LOG_MODULE, kLogRoutine.sz, __FILE__, __LINE__, GetCurrentProcessId(), GetCurrentThreadId(), \
+    OutputLogEx((dwLevel), LOG_MODULE, LOG_ROUTINE, __FILE__, __LINE__, GetCurrentProcessId(), GetCurrentThreadId(), \
                 __VA_ARGS__);                                                                               \
   } while (false)
 
@@ -92,5 +108,5 @@ consteval RoutineText<N> RoutineName(const char (&szSignature)[N]) {
 #define AssertHere()                                                                  \
   do {                                                                                \
     static constexpr auto kLogRoutine = log_detail::RoutineName(__PRETTY_FUNCTION__); \
-    Assert(__FILE__, kLogRoutine.sz, __LINE__, GetLastError());                       \
+    Assert(__FILE__, LOG_ROUTINE, __LINE__, GetLastError());                          \
   } while (false)

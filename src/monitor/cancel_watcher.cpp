@@ -49,6 +49,7 @@ DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
 }
 
 void StartCancelWatcher(IniJob& job, const wchar_t* pszPrinterName) noexcept {
+  LOG_AS("MonStartDocPort");
   job.hEventCancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   job.hEventStop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   DWORD dwThreadId = 0;

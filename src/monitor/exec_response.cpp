@@ -28,6 +28,7 @@ Request MakeRequest(const ResponseQuery& query) noexcept {
 
 // The status bits that stop this wait.
 std::uint64_t StopMask(const DevData& model, BOOL bWaitExecResp) noexcept {
+  LOG_AS("WaitExecRespAndStatus");
   std::uint64_t ullMask = 0;
   if (model.pRespInfo == nullptr || model.pRespInfo->pStatusInfo == nullptr) return 0;
   for (const StatusDef* pDef = model.pRespInfo->pStatusInfo->pStatusDef; pDef->llMask > 0; ++pDef) {
@@ -54,6 +55,7 @@ class Answers {
 
   // One read and what it says. dwError receives the read's code.
   ScanResult Read(CSdk& sdk, DWORD& dwError, std::uint64_t& ullStatus) noexcept {
+    LOG_AS("WaitExecRespAndStatus");
     DWORD cbRead = 0;
     const DWORD cbRoom = kReceiveBytes - m_cbHeld;
     dwError = sdk.Read(m_abyBuf + m_cbHeld, cbRoom, &cbRead, kReadResponse);

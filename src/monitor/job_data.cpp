@@ -33,6 +33,7 @@ void DrainResponses(const IniJob& job) noexcept {
 // Sends a buffer through the library, before a cached job's first byte only to a printer that is ready: TRUE with no
 // bytes written otherwise, and the spooler offers the same buffer again.
 static BOOL SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
+  LOG_AS("MonWritePort");
   LogT(L"on SDK [pszPortName:%s, cbBuf:%d]", port.pszPortName, cbBuf);
   const RevertedToSelf self;
   const IniJob* pIniJob = port.pIniJob;
@@ -50,6 +51,7 @@ static BOOL SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD c
 }
 
 static BOOL WriteToPortMonitor(IniPort& port, BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
+  LOG_AS("MonWritePort");
   if (port.pSdkMng != nullptr)
     LogE(L"pSdkMng is invalid.[pszPortName:%s][Ins:0x%x]", port.pszPortName, LogAddress(port.pSdkMng));
   BOOL bWritten = FALSE;

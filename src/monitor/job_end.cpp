@@ -13,6 +13,7 @@
 
 // What the device-access path does for the job itself: confirm it, stop its watcher, clear the device of a cancelled one.
 static void EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
+  LOG_AS("MonEndDocPort");
   const bool bShared = IsSharedPrinter(&job);
   const RevertedToSelf self;
   const bool bWatched = bShared || !IsRawJob(&job);
@@ -30,6 +31,7 @@ static void EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
 
 // Unlocks the device of a port that stays open between jobs; closes it otherwise.
 static void ReleaseDevice(IniPort& port) noexcept {
+  LOG_AS("MonEndDocPort");
   const RevertedToSelf self;
   if (port.pSdkMng == nullptr) {
     AssertHere();
@@ -47,6 +49,7 @@ static void ReleaseDevice(IniPort& port) noexcept {
 }
 
 static void EndOnPortMonitor(IniPort& port, const IniJob* pIniJob) noexcept {
+  LOG_AS("MonEndDocPort");
   if (pIniJob != nullptr) {
     LogI(L"(*pIniPort->fn.pfnEndDocPort) [pszPortName:%s, JobId:%d]", port.pszPortName, pIniJob->JobId);
   } else {

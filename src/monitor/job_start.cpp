@@ -22,6 +22,7 @@ using UniqueJob = std::unique_ptr<IniJob, JobFreer>;
 
 // Opens and locks the device for a job and starts its cancel watcher. In the spooler's own context.
 static bool StartOnDevice(IniPort& port, IniJob& job, const wchar_t* pszPrinterName) noexcept {
+  LOG_AS("MonStartDocPort");
   if (port.pSdkMng == nullptr) {
     AssertHere();
     LogE(L"pSdkMng is NULL.[Printer:%s]", pszPrinterName);
@@ -45,6 +46,7 @@ static bool StartOnDevice(IniPort& port, IniJob& job, const wchar_t* pszPrinterN
 // Starts a job on the underlying port monitor. Impersonating the client.
 static bool StartOnPortMonitor(IniPort& port, IniJob& job, LPWSTR pszPrinterName, DWORD dwLevel,
                                LPBYTE pDocInfo) noexcept {
+  LOG_AS("MonStartDocPort");
   if (port.pSdkMng != nullptr)
     LogE(L"pSdkMng is invalid.[Printer:%s][Ins:0x%x]", pszPrinterName, LogAddress(port.pSdkMng));
   BOOL bStarted = FALSE;
@@ -71,6 +73,7 @@ static bool StartOnPortMonitor(IniPort& port, IniJob& job, LPWSTR pszPrinterName
 
 // Reads the job's level-2 information into the record.
 static bool ReadJobInfo(IniJob& job) noexcept {
+  LOG_AS("MonStartDocPort");
   DWORD cb = 0;
   GetJobW(job.hPrinter, job.JobId, 2, nullptr, 0, &cb);
   if (cb == 0) {
@@ -93,6 +96,7 @@ static bool ReadJobInfo(IniJob& job) noexcept {
 
 // Puts a started job at the head of the port's list and prepares its archive file.
 static void AdmitJob(IniPort& port, IniJob& job) noexcept {
+  LOG_AS("MonStartDocPort");
   {
     const SectionLock lock(csMonitor);
     const bool bFirst = port.pIniJob == nullptr;
@@ -111,6 +115,7 @@ static void AdmitJob(IniPort& port, IniJob& job) noexcept {
 // Everything between the admission test and the admission. On false the port goes back to idle; a device lock that was
 // obtained stays held by the port's session and serves its next job.
 static bool StartJob(IniPort& port, LPWSTR pszPrinterName, DWORD dwJobId, DWORD dwLevel, LPBYTE pDocInfo) noexcept {
+  LOG_AS("MonStartDocPort");
   UniqueJob job(static_cast<IniJob*>(AllocZeroed(sizeof(IniJob))));
   if (!job) {
     LogE(L"Memory Error");

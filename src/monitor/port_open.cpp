@@ -32,6 +32,7 @@ DWORD DevicePortFlags(const wchar_t* pszPort) noexcept {
 // Opens the device for the port's lifetime. Nothing that fails here makes the port's open fail: its jobs then take the
 // port-monitor path.
 static void OpenDeviceForPort(IniPort& port) noexcept {
+  LOG_AS("MonOpenPortEx");
   IniPort* pIniPort = &port;
   if (!IsUseSdkSrv(&pIniPort)) return;
   if (port.pSdkMng == nullptr) {
@@ -50,6 +51,7 @@ static void OpenDeviceForPort(IniPort& port) noexcept {
 }
 
 static bool OpenUnderlyingPort(IniPort& port, HANDLE hMonitorPort, LPWSTR pszPortName, const MONITOR2* pMonitor) noexcept {
+  LOG_AS("MonOpenPortEx");
   BOOL bOpened = FALSE;
   if (pMonitor == nullptr || pMonitor->pfnOpenPort == nullptr) {
     SetLastError(ERROR_NOT_SUPPORTED);

@@ -28,6 +28,7 @@ const wchar_t* ShareNameOf(const wchar_t* pszValueName) noexcept {
 // Restores the printer's share once in the port's life; a failed attempt may be repeated.
 static void RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOutBuffer, DWORD cbOutBuffer,
                          LPDWORD pcbReturned) noexcept {
+  LOG_AS("MonGetPrinterDataFromPort");
   {
     const SectionLock lock(csMonitor);
     if ((port.dwPortFlags.fetch_or(PORT_SHARE_SETTING) & PORT_SHARE_SETTING) != 0) return;

@@ -71,6 +71,7 @@ BOOL LmAnalyzeRespData(BYTE* pBuf, DWORD cbReceived, DWORD* pdwKept, DWORD* pdwP
 }
 
 ScanResult ScanResponses(std::span<const BYTE> kept, const ResponseQuery& query, std::uint64_t& ullStatus) noexcept {
+  LOG_AS("WaitExecRespAndStatus");
   const std::size_t cbStatus = query.bOneByteStatus ? kShortStatusBytes : kLongStatusBytes;
   ScanResult result = ScanResult::Nothing;
   for (std::size_t n = 0; n < kept.size(); ++n) {

@@ -1,0 +1,64 @@
+// What the tests share: a world with the monitor attached, and the check that a test leaves nothing open.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "sim/world.h"
+
+#ifndef _WIN32
+#include "posix/control.h"
+#endif
+
+namespace testing_support {
+
+constexpr char kModel[] = "Kelvane HM-520";          // eight-byte statuses
+constexpr char kOneByteModel[] = "Kelvane Tagline 62";
+constexpr char kFlagModel[] = "Kelvane PX-9";        // keeps its archive settings in "LogSettingFlags"
+constexpr char kUnknownModel[] = "Somebody's Laser";
+
+// Printable text of a size, with line ends; no byte of it is part of a printer request or a real-time command.
+std::string Receipt(std::size_t cb, char cFirst = 'A');
+
+// Everything of the monitor's surroundings as on a fresh machine.
+void CleanMachine();
+
+class WorldTest : public ::testing::Test {
+ protected:
+  WorldTest();
+  ~WorldTest() override;
+
+  // Ends the world early, and with it the leak check.
+  void EndWorld();
+
+  HANDLE Open(const std::string& strPort, const std::string& strQueue = "Till") {
+    return world().spooler.OpenPort(strPort, strQueue);
+  }
+  // One job from start to end on an open port.
+  sim::PrintResult PrintOn(HANDLE hPort, const std::string& strData, const std::string& strDatatype = "RAW",
+                           const sim::PrintOptions& options = {}, const std::string& strQueue = "Till");
+  DWORD LastJob() const { return m_dwLastJob; }
+  sim::World& world() { return *m_world; }
+
+ private:
+#ifndef _WIN32
+  w32::Balance m_before;
+#endif
+  std::optional<sim::World> m_world;
+  DWORD m_dwLastJob = 0;
+};
+
+#ifndef _WIN32
+// Runs a scenario once and counts its fault points, then once for each with that call failing. Every run must end and
+// leave nothing open. The scenario gets a fresh world with the monitor attached. Returns the number of points.
+std::uint64_t FailEveryCall(const std::function<void(sim::World&)>& scenario);
+
+// What is open now and was not before: one line an account, empty when nothing is.
+std::string Leaks(const w32::Balance& before);
+#endif
+
+}  // namespace testing_support
