@@ -109,6 +109,7 @@ void Printer::StartFaults() {
 
 void Printer::EndFault(FaultKind kind) {
   if (kind == FaultKind::PowerCycle) Say({0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0});
+  if (kind == FaultKind::OffLine) SayStatus();  // a printer whose line comes back reports itself
   const bool bStatusChanged =
       kind == FaultKind::PaperEnd || kind == FaultKind::CoverOpen || kind == FaultKind::PowerCycle;
   if (bStatusChanged && m_bAutomaticStatus) SayStatus();

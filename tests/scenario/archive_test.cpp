@@ -1,0 +1,317 @@
+// The job archive and the driver's request to share a printer again.
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+using sim::Spooler;
+using sim::World;
+
+namespace {
+
+constexpr char kRoot[] = "C:\\KelvaneTestArchive";
+
+class Archive : public WorldTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  // The parameter: on the device-access path.
+  Archive() {
+    World::DeleteTree(kRoot);
+    world().services.dwState = OnDevice() ? SERVICE_RUNNING : SERVICE_STOPPED;
+    m_pQueue = &world().AddPrinter("Till", "USB001", kModel);
+    m_pQueue->data["JobFilePath"] = Spooler::Text(kRoot);
+    m_pQueue->data["JobSettingFlags"] = Spooler::Dword(1);
+    m_hPort = Open("USB001");
+  }
+  ~Archive() override {
+    world().spooler.ClosePort(m_hPort);
+    World::DeleteTree(kRoot);
+  }
+  bool OnDevice() const { return GetParam(); }
+  // Every archived file's bytes, in order of the names.
+  std::vector<std::string> Archived(const std::string& strRoot = kRoot) {
+    std::vector<std::string> files;
+    for (const std::string& strDay : World::ListFolder(strRoot))
+      for (const std::string& strName : World::ListFolder(strRoot + "\\" + strDay)) {
+        files.emplace_back();
+        World::ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, files.back());
+      }
+    return files;
+  }
+  bool Print(const std::string& strData, const std::string& strDatatype = "RAW") {
+    return PrintOn(m_hPort, strData, strDatatype).bDelivered;
+  }
+  sim::Queue* m_pQueue = nullptr;
+  HANDLE m_hPort = nullptr;
+};
+
+TEST_P(Archive, HoldsWhatThePrinterTookRewrittenBytesIncluded) {
+  world().library.SetPartialSends(500);
+  world().portMonitor.Port("USB001").cbMostPerWrite = 500;
+  const std::string strJob = Receipt(2300) + "\x13(clr)";
+  EXPECT_TRUE(Print(strJob, "TEXT"));
+  EXPECT_EQ(Archived(), std::vector<std::string>{Receipt(2300) + "\x13(cls)"});
+  EXPECT_EQ(world().PrinterOf("USB001").LastStrip(), Archived().front());
+}
+
+TEST_P(Archive, SwitchedOffMakesOnlyTheRoot) {
+  m_pQueue->data["JobSettingFlags"] = Spooler::Dword(0);
+  EXPECT_TRUE(Print("x"));
+  EXPECT_TRUE(World::ListFolder(kRoot).empty());
+  EXPECT_NE(GetFileAttributesW(sim::Wide(kRoot).c_str()), INVALID_FILE_ATTRIBUTES);
+  m_pQueue->data.erase("JobFilePath");
+  m_pQueue->data["JobSettingFlags"] = Spooler::Dword(1);
+  World::DeleteTree(kRoot);
+  EXPECT_TRUE(Print("x"));
+  EXPECT_EQ(GetFileAttributesW(sim::Wide(kRoot).c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_P(Archive, ValuesOfTheWrongSizeSwitchItOff) {
+  for (const std::size_t cb : {0u, 2u, 5u, 8u}) {
+    m_pQueue->data["JobSettingFlags"] = Spooler::Bytes(std::vector<BYTE>(cb, 1));
+    EXPECT_TRUE(Print("x"));
+    EXPECT_TRUE(World::ListFolder(kRoot).empty()) << cb;
+  }
+  EXPECT_EQ(World::LogCount("Invalid job log lv data on registry."), 2u);  // 0 and 2 bytes
+  EXPECT_EQ(World::LogCount("No job log lv data on registry."), 2u);       // 5 and 8 do not fit
+}
+
+TEST_P(Archive, SixByteValueServesTheModelsThatKeepIt) {
+  world().spooler.ClosePort(m_hPort);
+  m_pQueue->strDriver = kFlagModel;
+  m_hPort = Open("USB001");
+  m_pQueue->data["LogSettingFlags"] = Spooler::Bytes({0, 2, 0, 0, 0, 0});
+  EXPECT_TRUE(Print("off"));
+  EXPECT_TRUE(World::ListFolder(kRoot).empty());
+  m_pQueue->data["LogSettingFlags"] = Spooler::Bytes({0, 2, 0, 0, 0, 1});
+  EXPECT_TRUE(Print("on"));
+  EXPECT_EQ(Archived(), std::vector<std::string>{"on"});
+  m_pQueue->data["LogSettingFlags"] = Spooler::Bytes({0, 2, 0, 0, 1});
+  EXPECT_TRUE(Print("five bytes"));
+  EXPECT_EQ(Archived().size(), 1u);
+}
+
+TEST_P(Archive, BadRootsNeverKeepAJobFromPrinting) {
+  const std::string strLong(521, 'r');
+  const std::string strDeep = "C:\\" + std::string(256, 'd');
+  for (const std::string& strRoot : {std::string(""), std::string("\\Archive"), std::string("C:\\what<ever"), strLong,
+                                     strDeep, strDeep + "d", std::string("Z:\\nowhere")}) {
+    m_pQueue->data["JobFilePath"] = Spooler::Text(strRoot);
+    EXPECT_TRUE(Print("x")) << strRoot;
+  }
+  World::WriteWholeFile("C:\\KelvaneTestFile", "a file");
+  m_pQueue->data["JobFilePath"] = Spooler::Text("C:\\KelvaneTestFile");
+  EXPECT_TRUE(Print("x"));
+  EXPECT_GT(World::LogCount("Can't access the output job folder. [C:\\KelvaneTestFile]"), 0u);
+  DeleteFileW(L"C:\\KelvaneTestFile");
+  // A value that grows between the size query and the read.
+  m_pQueue->data["JobFilePath"] = Spooler::Text(kRoot);
+  m_pQueue->data["JobFilePath"].cbReported = 8;
+  EXPECT_TRUE(Print("x"));
+  EXPECT_EQ(World::LogCount("Fail to read job path from registry."), 1u);
+}
+
+TEST_P(Archive, FileThatIsHeldOpenMissesABuffer) {
+  DWORD dwJob = world().spooler.NewJob("Till", "RAW");
+  sim::PrintOptions options;
+  options.cbChunk = 10;
+  HANDLE hHeld = INVALID_HANDLE_VALUE;
+  options.onProgress = [&](std::uint64_t ullDone) {
+    if (ullDone == 10) {
+      const std::string strDay = std::string(kRoot) + "\\" + World::ListFolder(kRoot).front();
+      hHeld = CreateFileW(sim::Wide(strDay + "\\" + World::ListFolder(strDay).front()).c_str(), GENERIC_READ,
+                          FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    } else if (ullDone == 20) {
+      CloseHandle(hHeld);
+    }
+  };
+  EXPECT_TRUE(world().spooler.Print(m_hPort, dwJob, "0123456789abcdefghijKLMNOPQRST", options).bDelivered);
+  EXPECT_EQ(Archived(), std::vector<std::string>{"0123456789KLMNOPQRST"});
+  EXPECT_EQ(World::LogCount("Fail to open the output job file."), 1u);
+}
+
+TEST_P(Archive, AgeingKeepsItsWordInTheQueuesKey) {
+  m_pQueue->data["UtilityGUID"] = Spooler::Text("{1234}");
+  EXPECT_TRUE(Print("x"));
+  HKEY hKey = nullptr;
+  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane\\Kelvane HM-520\\{1234}", 0, KEY_QUERY_VALUE, &hKey),
+            static_cast<LSTATUS>(ERROR_SUCCESS));
+  DWORD dwWord = 0;
+  DWORD cb = sizeof dwWord;
+  RegQueryValueExW(hKey, L"ChkJobFileTime", nullptr, nullptr, reinterpret_cast<BYTE*>(&dwWord), &cb);
+  RegCloseKey(hKey);
+  EXPECT_GT(dwWord, 0x01D00000u);  // the high word of a file time of this century
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, Archive, ::testing::Bool(),
+                         [](const auto& instance) { return instance.param ? "Device" : "PortMonitor"; });
+
+#ifndef _WIN32  // these turn the clock
+class Ageing : public WorldTest {
+ protected:
+  Ageing() {
+    w32::SetClock({2026, 11, 0, 18, 9, 0, 0, 0});
+    World::DeleteTree(kRoot);
+    world().services.dwState = SERVICE_STOPPED;
+    m_pQueue = &world().AddPrinter("Till", "COM1", kModel);
+    m_pQueue->data["JobFilePath"] = Spooler::Text(kRoot);
+    m_pQueue->data["JobSettingFlags"] = Spooler::Dword(1);
+    m_pQueue->data["UtilityGUID"] = Spooler::Text("{1234}");
+    m_hPort = Open("COM1");
+  }
+  ~Ageing() override { world().spooler.ClosePort(m_hPort); }
+  bool Exists(const std::string& strName) {
+    return GetFileAttributesW(sim::Wide(std::string(kRoot) + "\\" + strName).c_str()) != INVALID_FILE_ATTRIBUTES;
+  }
+  static constexpr std::uint64_t kHour = 3'600'000;
+  sim::Queue* m_pQueue = nullptr;
+  HANDLE m_hPort = nullptr;
+};
+
+TEST_F(Ageing, FolderOf47HoursStaysAndOneOf49Goes) {
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(1);
+  ASSERT_TRUE(PrintOn(m_hPort, "first").bDelivered);
+  CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\.keep").c_str(), nullptr);
+  World::WriteWholeFile(std::string(kRoot) + "\\file.txt", "x");
+  CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\old").c_str(), nullptr);
+  World::WriteWholeFile(std::string(kRoot) + "\\old\\deep.txt", "x");
+  w32::AdvanceClock(2 * kHour);
+  CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\newer").c_str(), nullptr);
+  w32::AdvanceClock(47 * kHour);
+  ASSERT_TRUE(PrintOn(m_hPort, "later").bDelivered);
+  EXPECT_FALSE(Exists("20261118"));
+  EXPECT_FALSE(Exists("old"));
+  EXPECT_TRUE(Exists("newer"));
+  EXPECT_TRUE(Exists(".keep"));
+  EXPECT_TRUE(Exists("file.txt"));
+}
+
+TEST_F(Ageing, RunsAgainOnlyAfterAboutADay) {
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
+  ASSERT_TRUE(PrintOn(m_hPort, "first").bDelivered);
+  w32::AdvanceClock(20 * kHour);
+  ASSERT_TRUE(PrintOn(m_hPort, "20 hours later").bDelivered);
+  EXPECT_TRUE(Exists("20261118"));
+  w32::AdvanceClock(5 * kHour);
+  ASSERT_TRUE(PrintOn(m_hPort, "25 hours later").bDelivered);
+  EXPECT_FALSE(Exists("20261118"));
+}
+
+TEST_F(Ageing, LinkLeavesWhatItLeadsToAlone) {
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
+  ASSERT_TRUE(PrintOn(m_hPort, "first").bDelivered);
+  CreateDirectoryW(L"C:\\Elsewhere", nullptr);
+  World::WriteWholeFile("C:\\Elsewhere\\precious.txt", "x");
+  CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\old").c_str(), nullptr);
+  ASSERT_EQ(symlink(w32::HostPath(L"C:\\Elsewhere").c_str(),
+                    (w32::HostPath(sim::Wide(std::string(kRoot) + "\\old").c_str()) + "/link").c_str()), 0);
+  World::WriteWholeFile(std::string(kRoot) + "\\old\\stamp.txt", "gives the folder a time of this clock");
+  w32::AdvanceClock(30 * kHour);
+  ASSERT_TRUE(PrintOn(m_hPort, "later").bDelivered);
+  EXPECT_FALSE(Exists("old"));
+  std::string strText;
+  EXPECT_TRUE(World::ReadWholeFile("C:\\Elsewhere\\precious.txt", strText));
+}
+
+TEST_F(Ageing, JobOfMidnightStaysInTheFolderOfItsStart) {
+  w32::SetClock({2026, 11, 0, 20, 23, 59, 59, 990});
+  sim::PrintOptions options;
+  options.onProgress = [](std::uint64_t) { w32::AdvanceClock(500); };
+  ASSERT_TRUE(PrintOn(m_hPort, "midnight", "RAW", options).bDelivered);
+  ASSERT_EQ(World::ListFolder(std::string(kRoot) + "\\20261120").size(), 1u);
+  EXPECT_TRUE(World::ListFolder(std::string(kRoot) + "\\20261120").front().starts_with("2359_59("));
+}
+
+TEST_F(Ageing, OnlyTheDeepestFolderGetsTheUsersRule) {
+  m_pQueue->data["JobFilePath"] = Spooler::Text("D:\\Archive\\Jobs");
+  ASSERT_TRUE(PrintOn(m_hPort, "x").bDelivered);
+  EXPECT_EQ(w32::AccessListOf(L"D:\\Archive\\Jobs"), "S-1-5-32-545 0x10000000 3");
+  EXPECT_EQ(w32::AccessListOf(L"D:\\Archive"), "");
+  EXPECT_EQ(w32::AccessListOf(L"D:\\Archive\\Jobs\\20261118"), "S-1-5-32-545 0x10000000 3");
+}
+#endif
+
+// ---- the share request ------------------------------------------------------------------------------------------------
+
+class ShareRequest : public WorldTest {
+ protected:
+  ShareRequest() {
+    m_pQueue = &world().AddPrinter("Till", "USB001", kModel);
+    m_hPort = Open("USB001");
+  }
+  ~ShareRequest() override { world().spooler.ClosePort(m_hPort); }
+  BOOL Request(const std::string& strValue, DWORD dwControl = 0, DWORD cbOut = 4, bool bSizePointer = true) {
+    const sim::ActAsClient client;
+    m_dwFlags = 0;
+    m_cbReturned = 0;
+    return world().spooler.pMonitor->pfnGetPrinterDataFromPort(
+        m_hPort, dwControl, sim::Wide(strValue).data(), nullptr, 0, reinterpret_cast<wchar_t*>(&m_dwFlags), cbOut,
+        bSizePointer ? &m_cbReturned : nullptr);
+  }
+  sim::Queue* m_pQueue = nullptr;
+  HANDLE m_hPort = nullptr;
+  DWORD m_dwFlags = 0;
+  DWORD m_cbReturned = 0;
+};
+
+TEST_F(ShareRequest, SharesOnceAndAnswersWithThePortsFlags) {
+  m_pQueue->dwAttributes = 0x40;
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front"));
+  EXPECT_EQ(m_pQueue->strShare, "Front");
+  EXPECT_EQ(m_pQueue->dwAttributes, 0x48u);
+  EXPECT_EQ(m_dwFlags, 0x05u);
+  EXPECT_EQ(m_cbReturned, 4u);
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Back"));
+  EXPECT_EQ(m_pQueue->strShare, "Front");
+  EXPECT_EQ(world().journal.Count("port GetPrinterDataFromPort"), 2u);  // forwarded all the same
+}
+
+TEST_F(ShareRequest, NamesThatAreNoRequestAreOnlyForwarded) {
+  for (const char* pszValue : {"do_setting_share_prn__Front", "AutoReprint", "autoreprint", "", "Something"})
+    EXPECT_TRUE(Request(pszValue));
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front", 1));
+  EXPECT_EQ(m_pQueue->strShare, "");
+  EXPECT_EQ(World::LogCount("MonGetPrinterDataFromPort [AutoReprint]"), 1u);
+  EXPECT_EQ(world().journal.Count("port GetPrinterDataFromPort"), 6u);
+}
+
+TEST_F(ShareRequest, ShareNameMayHave32CharactersAndBeginsAtTheFirstMark) {
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN"));
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__" + std::string(33, 's')));
+  EXPECT_EQ(World::LogCount("Invalid data. [pValue:DO_SETTING_SHARE_PRN"), 2u);
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__"));  // an empty name
+  EXPECT_EQ(World::LogCount("Fail to RestoreSharePrinterFromLM [share:][Err:87]"), 1u);
+  EXPECT_EQ(m_pQueue->strShare, "");
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN_x__a__b" + std::string(28, 's')));
+  EXPECT_EQ(m_pQueue->strShare, "a__b" + std::string(28, 's'));
+}
+
+TEST_F(ShareRequest, SmallOutputBuffersAreToldInTheLog) {
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front", 0, 3));
+  EXPECT_EQ(m_pQueue->strShare, "Front");
+  EXPECT_EQ(m_dwFlags, 0u);
+  EXPECT_EQ(World::LogCount("cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:3]"), 1u);
+}
+
+TEST_F(ShareRequest, FailedRestoreMayBeRepeated) {
+  m_pQueue->strName = "Renamed";  // the spooler's own list still knows it as Till
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front", 0, 4, false));
+  EXPECT_EQ(World::LogCount("cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:4]"), 1u);
+  world().spooler.ClosePort(m_hPort);
+  m_hPort = Open("USB001", "Nobody");
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front"));
+  EXPECT_EQ(World::LogCount("Fail to RestoreSharePrinterFromLM [share:Front][Err:1801]"), 1u);
+  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front"));
+  EXPECT_EQ(World::LogCount("Fail to RestoreSharePrinterFromLM [share:Front][Err:1801]"), 2u);
+}
+
+TEST_F(ShareRequest, PortMonitorWithoutTheSlotIsNotSupported) {
+  world().spooler.ClosePort(m_hPort);
+  world().portMonitor.table.pfnGetPrinterDataFromPort = nullptr;
+  m_hPort = Open("USB001");
+  EXPECT_FALSE(Request("AutoReprint"));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+}
+
+}  // namespace

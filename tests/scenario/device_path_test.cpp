@@ -1,0 +1,320 @@
+// Jobs that go through the device-access library: which ports take that path, sessions, locks and failures.
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+using sim::PrintResult;
+using sim::World;
+
+namespace {
+
+class DevicePath : public WorldTest {
+ protected:
+  DevicePath() { world().AddPrinter("Till", "USB001", kModel); }
+  std::vector<std::string> Sdk() { return world().journal.Of("sdk"); }
+  std::string Paper(const std::string& strPort = "USB001") { return world().PrinterOf(strPort).LastStrip(); }
+};
+
+TEST_F(DevicePath, OpenAlwaysPortKeepsItsSessionAndLocksForEachJob) {
+  const HANDLE hPort = Open("USB001");
+  EXPECT_EQ(Sdk(), std::vector<std::string>{"sdk OpenW Till options=0x0"});
+  EXPECT_TRUE(PrintOn(hPort, Receipt(20'000)).bDelivered);
+  EXPECT_TRUE(PrintOn(hPort, Receipt(10)).bDelivered);
+  EXPECT_EQ(Sdk(), (std::vector<std::string>{
+                       "sdk OpenW Till options=0x0", "sdk SDK_SET_LOCK timeout=3000 value=0x100000",
+                       "sdk send 16384/16384 timeout=90000 code=0", "sdk send 3616/3616 timeout=90000 code=0",
+                       "sdk SDK_CLR_LOCK timeout=0", "sdk SDK_SET_LOCK timeout=3000 value=0x100000",
+                       "sdk send 10/10 timeout=90000 code=0", "sdk SDK_CLR_LOCK timeout=0"}));
+  EXPECT_EQ(world().journal.Count("port StartDocPort"), 0u);
+  EXPECT_EQ(Paper(), Receipt(20'000) + Receipt(10));
+  world().spooler.ClosePort(hPort);
+  EXPECT_EQ(Sdk().back(), "sdk Close");
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+}
+
+TEST_F(DevicePath, SwitchedOffOpenAlwaysOpensTheDeviceWithEachJob) {
+  World::SetMachineDword("SOFTWARE\\Wow6432Node\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 3);
+  const HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(Sdk().empty());
+  for (int n = 0; n < 2; ++n) {
+    world().journal.Clear();
+    EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
+    EXPECT_EQ(Sdk(), (std::vector<std::string>{"sdk OpenW Till options=0x0",
+                                               "sdk SDK_SET_LOCK timeout=3000 value=0x100000",
+                                               "sdk send 1/1 timeout=90000 code=0", "sdk SDK_CLR_LOCK timeout=0",
+                                               "sdk Close"}));
+    EXPECT_EQ(world().library.OpenSessions(), 0u);
+  }
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, OnlyBitZeroOfTheSwitchCounts) {
+  World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 2);
+  const HANDLE hPort = Open("USB001");
+  EXPECT_EQ(Sdk().size(), 1u);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, ServiceThatStopsAndStartsIsNoticedAtTheNextJob) {
+  world().services.dwState = SERVICE_START_PENDING;
+  const HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, "a").bDelivered);
+  world().services.dwState = SERVICE_RUNNING;
+  EXPECT_TRUE(PrintOn(hPort, "b").bDelivered);
+  world().services.dwState = SERVICE_STOP_PENDING;
+  EXPECT_TRUE(PrintOn(hPort, "c").bDelivered);
+  EXPECT_EQ(world().portMonitor.Port("USB001").strDelivered, "ac");
+  EXPECT_EQ(Paper(), "abc");
+  EXPECT_EQ(World::LogCount("pSdkMng is invalid.[Printer:Till]"), 1u);
+  // A job on the other path closes a session that is still open.
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+  world().services.dwState = SERVICE_RUNNING;
+  EXPECT_TRUE(PrintOn(hPort, "d").bDelivered);
+  EXPECT_EQ(world().journal.Count("port StartDocPort"), 2u);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, MissingServiceAndLibraryLeaveThePortMonitorPath) {
+  world().services.bInstalled = false;
+  HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, "a").bDelivered);
+  EXPECT_GT(World::LogCount("OpenService [err:1060, name:Norvex_Srv]"), 0u);
+  world().spooler.ClosePort(hPort);
+
+  world().services.bInstalled = true;
+  world().InstallLibrary(false);
+  hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, "b").bDelivered);
+  EXPECT_TRUE(PrintOn(hPort, "c").bDelivered);
+  EXPECT_EQ(World::LogCount("sdk.dll is not exist [.\\Norvex_SDK.dll]"), 1u);  // one attempt an object
+  world().spooler.ClosePort(hPort);
+  EXPECT_EQ(world().portMonitor.Port("USB001").strDelivered, "abc");
+}
+
+#ifndef _WIN32
+TEST_F(DevicePath, LibraryWithoutAnOrdinalIsNotUsed) {
+  world().InstallLibrary(true, 2);
+  const HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, "a").bDelivered);
+  EXPECT_EQ(World::LogCount("Invalid function [pOpenW:"), 1u);
+  world().spooler.ClosePort(hPort);
+}
+#endif
+
+TEST_F(DevicePath, RefusedLockIsBusyAndTheNextJobPrints) {
+  const HANDLE hPort = Open("USB001");
+  world().library.Answer("SDK_SET_LOCK", ERROR_ACCESS_DENIED);
+  EXPECT_EQ(PrintOn(hPort, "x").dwError, ERROR_BUSY);
+  EXPECT_EQ(World::LogCount("SDK_SET_LOCK [e:5]"), 1u);
+  EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
+  EXPECT_EQ(Paper(), "y");
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, FailedOpenReadsAsNoSession) {
+  world().library.Answer("OpenW", ERROR_FILE_NOT_FOUND, 2);
+  const HANDLE hPort = Open("USB001");
+  const PrintResult result = PrintOn(hPort, "x");
+  EXPECT_FALSE(result.bStarted);
+  EXPECT_EQ(result.dwError, ERROR_FILE_NOT_FOUND);
+  EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
+  world().spooler.ClosePort(hPort);
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+}
+
+TEST_F(DevicePath, FailedSendRefusesTheJobWithTheLibrarysCode) {
+  const HANDLE hPort = Open("USB001");
+  world().library.Answer("send", ERROR_DEVICE_NOT_CONNECTED);
+  EXPECT_EQ(PrintOn(hPort, "x").dwError, ERROR_DEVICE_NOT_CONNECTED);
+  EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, PartialSendsAreReportedAndTheRestIsOfferedAgain) {
+  world().library.SetPartialSends(1000);
+  const HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, Receipt(4500), "TEXT").bDelivered);
+  EXPECT_EQ(Paper(), Receipt(4500));
+  EXPECT_EQ(World::LogCount("SDK DIRECTIO time out(1460) [length:4500][written:1000]"), 1u);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, LibraryThatClaimsMoreThanItWasGivenDoesNoHarm) {
+  world().spooler.FindQueue("Till")->data["AutoReprint"] = sim::Spooler::Dword(1);
+  world().library.SetSurplus(1'000'000);
+  const HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, Receipt(500), "TEXT").bDelivered);
+  EXPECT_EQ(Paper(), Receipt(500));
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, ModelsOpenOptionsReachTheLibrary) {
+  world().AddPrinter("Label", "USB002", "kelvane dt-2");
+  world().AddPrinter("Tag", "USB003", kOneByteModel, {.bOneByteStatus = true});
+  const HANDLE hLabel = Open("USB002", "Label");
+  const HANDLE hTag = Open("USB003", "Tag");
+  EXPECT_EQ(Sdk(), (std::vector<std::string>{"sdk OpenW Label options=0x200", "sdk OpenW Tag options=0x1000000"}));
+  world().spooler.ClosePort(hLabel);
+  world().spooler.ClosePort(hTag);
+}
+
+TEST_F(DevicePath, SerialSynchronisationIsRepeatedUntilItSucceeds) {
+  world().AddPrinter("Tag", "COM7", kOneByteModel, {.bOneByteStatus = true});
+  world().library.Answer("SDK_SYNC_COM", 31, 2);
+  const HANDLE hPort = Open("COM7", "Tag");
+  EXPECT_EQ(world().journal.Of("sdk SDK_SYNC_COM"),
+            std::vector<std::string>{
+                "sdk SDK_SYNC_COM timeout=5000 setting=115200,38400,19200,9600 length=48"});
+  EXPECT_EQ(World::LogCount("Fail to SetCommSync [Port:COM7][Err:31]"), 1u);
+  EXPECT_FALSE(PrintOn(hPort, "x", "RAW", {}, "Tag").bStarted);
+  EXPECT_TRUE(PrintOn(hPort, "y", "RAW", {}, "Tag").bDelivered);
+  EXPECT_TRUE(PrintOn(hPort, "z", "RAW", {}, "Tag").bDelivered);
+  EXPECT_EQ(world().journal.Count("sdk SDK_SYNC_COM"), 3u);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, OtherModelsOnComPortsAreNotSynchronised) {
+  world().AddPrinter("Desk", "COM8", kModel);
+  const HANDLE hPort = Open("COM8", "Desk");
+  EXPECT_TRUE(PrintOn(hPort, "x", "RAW", {}, "Desk").bDelivered);
+  EXPECT_EQ(world().journal.Count("sdk SDK_SYNC_COM"), 0u);
+  world().spooler.ClosePort(hPort);
+}
+
+struct PortCase {
+  const char* pszPort;
+  int nProtocol;       // of a TCP/IP port
+  bool bDevicePath;    // a job goes through the library
+  bool bOpenAtOnce;    // the session is opened with the port
+};
+
+class PortKinds : public DevicePath, public ::testing::WithParamInterface<PortCase> {};
+
+TEST_P(PortKinds, PathAndSessionFollowThePortName) {
+  const PortCase& port = GetParam();
+  World::AddSerialDevice("\\Device\\Serial0", "COM1");
+  World::AddSerialDevice("\\Device\\VCP0", "COM4");
+  World::AddSerialDevice("\\Device\\VCP1", "COM5");
+  world().AddPrinter("Any", port.pszPort, kModel);
+  world().portMonitor.Port(port.pszPort).nProtocol = port.nProtocol;
+  const HANDLE hPort = Open(port.pszPort, "Any");
+  ASSERT_NE(hPort, nullptr);
+  EXPECT_EQ(world().library.OpenSessions(), port.bOpenAtOnce ? 1u : 0u);
+  EXPECT_TRUE(PrintOn(hPort, "job", "RAW", {}, "Any").bDelivered);
+  EXPECT_EQ(world().journal.Count("sdk send"), port.bDevicePath ? 1u : 0u);
+  EXPECT_EQ(Paper(port.pszPort), "job");
+  world().spooler.ClosePort(hPort);
+  World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, PortKinds,
+    ::testing::Values(PortCase{"USB001", 0, true, true}, PortCase{"usb002", 0, true, true},
+                      PortCase{"COM1", 0, true, true}, PortCase{"COM1:", 0, true, true},
+                      PortCase{"COM9", 0, true, true},     // not in the device map: not virtual
+                      PortCase{"com4", 0, true, false},    // virtual: opened with each job
+                      PortCase{"COM5", 1, true, true},     // virtual and a network port as well
+                      PortCase{"IP_10.0.0.5", 1, true, true}, PortCase{"IP_10.0.0.6", 2, true, true},
+                      PortCase{"IP_10.0.0.7", 0, false, false}, PortCase{"FILE:", 0, false, false},
+                      PortCase{"\\\\server\\till", 1, false, false}, PortCase{"XPSPort:", 1, false, false},
+                      PortCase{"SHRFAX:", 1, false, false}, PortCase{"LPT1:", 0, false, false}));
+
+TEST_F(DevicePath, FileAndFaxPortsCauseNoQuery) {
+  for (const char* pszPort : {"FILE:", "XPSPort:", "SHRFAX:"}) {
+    world().AddPrinter("Any", pszPort, kModel);
+    const HANDLE hPort = Open(pszPort, "Any");
+    world().spooler.ClosePort(hPort);
+  }
+  EXPECT_EQ(world().journal.Count("OpenPrinter ,XcvPort"), 0u);
+}
+
+class PortNameLength : public DevicePath, public ::testing::WithParamInterface<int> {};
+
+TEST_P(PortNameLength, LongNamesPrint) {
+  const std::string strPort(static_cast<std::size_t>(GetParam()), 'P');
+  world().AddPrinter("Any", strPort, kModel);
+  world().portMonitor.Port(strPort).nProtocol = 1;
+  const HANDLE hPort = Open(strPort, "Any");
+  ASSERT_NE(hPort, nullptr);
+  EXPECT_TRUE(PrintOn(hPort, "job", "RAW", {}, "Any").bDelivered);
+  world().spooler.ClosePort(hPort);
+}
+INSTANTIATE_TEST_SUITE_P(All, PortNameLength, ::testing::Values(1, 259, 260, 5000));
+
+TEST_F(DevicePath, TwoPortsPrintWhileAThirdOpensSlowly) {
+  world().AddPrinter("Second", "USB002", kModel);
+  world().AddPrinter("Third", "USB003", kModel);
+  const HANDLE hFirst = Open("USB001");
+  const HANDLE hSecond = Open("USB002", "Second");
+  world().library.SetOpenDelay(1500);
+  auto pFirst = world().spooler.PrintAsync(hFirst, world().spooler.NewJob("Till", "RAW"), Receipt(50'000));
+  auto pSecond = world().spooler.PrintAsync(hSecond, world().spooler.NewJob("Second", "RAW"), Receipt(50'000, 'C'));
+  const HANDLE hThird = Open("USB003", "Third");
+  EXPECT_TRUE(pFirst->Join().bDelivered);
+  EXPECT_TRUE(pSecond->Join().bDelivered);
+  EXPECT_EQ(Paper("USB001"), Receipt(50'000));
+  EXPECT_EQ(Paper("USB002"), Receipt(50'000, 'C'));
+  for (const HANDLE hPort : {hFirst, hSecond, hThird}) world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, CancelOvertakesABlockedSend) {
+  world().AddPrinter("Slow", "USB002", kModel, {.cbBuffer = 1000, .dwBytesPerSecond = 1});
+  const HANDLE hPort = Open("USB002", "Slow");
+  const DWORD dwJob = world().spooler.NewJob("Slow", "RAW");
+  const DWORD dwStart = GetTickCount();
+  sim::PrintOptions options;
+  options.cbChunk = 5000;
+  auto pJob = world().spooler.PrintAsync(hPort, dwJob, Receipt(20'000), options);
+  Sleep(300);
+  world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+  pJob->Join();
+  EXPECT_LT(GetTickCount() - dwStart, 3000u);  // not the 90 seconds of the send
+  EXPECT_EQ(world().journal.Count("sdk send"), 1u);  // nothing is sent after the cancel
+  const auto entries = Sdk();
+  ASSERT_GE(entries.size(), 3u);
+  EXPECT_EQ(entries[entries.size() - 3], "sdk SDK_CANCEL_IO_EX timeout=0");
+  EXPECT_EQ(entries[entries.size() - 2], "sdk SDK_SET_RESET timeout=5000");
+  EXPECT_EQ(entries[entries.size() - 1], "sdk SDK_CLR_LOCK timeout=0");
+  EXPECT_EQ(World::LogCount("ThreadJobCanMon"), 2u);
+  EXPECT_TRUE(PrintOn(hPort, "next", "RAW", {}, "Slow").bDelivered);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, RestartedJobCountsAsCancelledAPausedOneDoesNot) {
+  const HANDLE hPort = Open("USB001");
+  sim::PrintOptions options;
+  options.cbChunk = 100;
+  options.onProgress = [&](std::uint64_t ullDone) {
+    if (ullDone == 100) world().spooler.SetStatus(LastJob(), JOB_STATUS_PAUSED);
+    if (ullDone == 300) world().spooler.SetStatus(LastJob(), JOB_STATUS_RESTART);
+  };
+  EXPECT_TRUE(PrintOn(hPort, Receipt(1000), "RAW", options).bDelivered);  // as far as the spooler can tell
+  EXPECT_EQ(world().journal.Count("sdk send"), 3u);
+  EXPECT_EQ(World::LogCount("Cancel job [pszPortName:0xUSB001"), 7u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, CloseWithARunningJobStopsItsWatcherFirst) {
+  const HANDLE hPort = Open("USB001");
+  ASSERT_TRUE(world().spooler.StartDoc(hPort, world().spooler.NewJob("Till", "RAW")));
+  EXPECT_TRUE(world().spooler.ClosePort(hPort));
+  EXPECT_EQ(world().journal.Of("SetJob"), std::vector<std::string>{"SetJob 1 last-page-ejected"});
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+}
+
+TEST_F(DevicePath, JobThatLeavesTheSpoolerEndsItsWatcherQuietly) {
+  const HANDLE hPort = Open("USB001");
+  sim::PrintOptions options;
+  options.cbChunk = 10;
+  options.onProgress = [&](std::uint64_t ullDone) {
+    if (ullDone != 50) return;
+    world().spooler.RemoveJob(LastJob());
+    Sleep(700);
+  };
+  EXPECT_TRUE(PrintOn(hPort, Receipt(100), "RAW", options).bDelivered);
+  EXPECT_EQ(World::LogCount("GetJob [err:87, dwJobId:1"), 1u);
+  EXPECT_EQ(Paper(), Receipt(100));
+  world().spooler.ClosePort(hPort);
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+// Jobs that the printer confirms, loses and prints again.
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+using sim::Fault;
+using sim::FaultKind;
+using sim::World;
+
+namespace {
+
+struct Protocol {
+  const char* pszName;
+  const char* pszModel;
+  bool bOneByte;
+};
+
+class Recovery : public WorldTest, public ::testing::WithParamInterface<Protocol> {
+ protected:
+  Recovery() {
+    world()
+        .AddPrinter("Till", "USB001", GetParam().pszModel,
+                    {.bOneByteStatus = GetParam().bOneByte, .cbBuffer = 4096, .dwBytesPerSecond = 20'000})
+        .data["AutoReprint"] = sim::Spooler::Dword(1);
+    m_hPort = Open("USB001");
+  }
+  ~Recovery() override {
+    if (m_hPort != nullptr) world().spooler.ClosePort(m_hPort);
+  }
+  sim::Printer& Printer() { return world().PrinterOf("USB001"); }
+  sim::PrintResult PrintText(const std::string& strData, const sim::PrintOptions& options = {}) {
+    return PrintOn(m_hPort, strData, "TEXT", options);
+  }
+  // Deletes the job after a time on a thread of its own.
+  std::unique_ptr<sim::Spooler::Running> PrintAndDeleteAfter(const std::string& strData, DWORD dwMilliseconds) {
+    const DWORD dwJob = world().spooler.NewJob("Till", "TEXT");
+    auto pJob = world().spooler.PrintAsync(m_hPort, dwJob, strData);
+    Sleep(dwMilliseconds);
+    world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+    return pJob;
+  }
+  std::size_t Reprints() { return World::LogCount("ReprintDumpData() done."); }
+  HANDLE m_hPort = nullptr;
+};
+
+TEST_P(Recovery, ConfirmedJobIsPrintedOnce) {
+  EXPECT_TRUE(PrintText(Receipt(9000)).bDelivered);
+  EXPECT_TRUE(PrintText(Receipt(700, 'C')).bDelivered);
+  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(9000) + Receipt(700, 'C')});
+  EXPECT_EQ(Reprints(), 0u);
+  EXPECT_EQ(World::LogCount("Detected printable status"), 2u);  // once before each job's first byte
+}
+
+TEST_P(Recovery, RawJobOfAnUnsharedPrinterIsNeitherCheckedNorConfirmed) {
+  EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "raw").bDelivered);
+  EXPECT_EQ(World::LogCount("WaitExecRespAndStatus"), 0u);
+  world().spooler.FindQueue("Till")->strShare = "Front";
+  EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "raw").bDelivered);
+  EXPECT_GT(World::LogCount("WaitExecRespAndStatus"), 0u);
+}
+
+TEST_P(Recovery, PaperEndInTheMiddleEndsInOneWholeReceipt) {
+  Printer().Plan({FaultKind::PaperEnd, 3000, 4000});
+  EXPECT_TRUE(PrintText(Receipt(6000)).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(6000));
+  EXPECT_EQ(Reprints(), 1u);
+  EXPECT_EQ(World::LogCount("Wait exec resp stopped [status:0x"), 1u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
+  EXPECT_TRUE(PrintText(Receipt(100, 'X')).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(6000) + Receipt(100, 'X'));
+}
+
+TEST_P(Recovery, SecondLossRepeatsTheCycle) {
+  Printer().Plan({FaultKind::CoverOpen, 3000, 1500});
+  Printer().Plan({FaultKind::PaperEnd, 9000, 1500});  // during the reprint
+  EXPECT_TRUE(PrintText(Receipt(6000)).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(6000));
+  EXPECT_EQ(Reprints(), 2u);
+}
+
+TEST_P(Recovery, PowerCycleLosesTheBufferAndTheJobIsPrintedAgain) {
+  Printer().Plan({FaultKind::PowerCycle, 4000, 3000});
+  EXPECT_TRUE(PrintText(Receipt(4500)).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(4500));
+  EXPECT_EQ(Reprints(), 1u);
+}
+
+TEST_P(Recovery, PrinterThatIsNotReadyGetsNoByte) {
+  Printer().Plan({FaultKind::PaperEnd, 0, 2600});
+  EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);
+  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(500)});
+  EXPECT_EQ(Reprints(), 0u);
+}
+
+TEST_P(Recovery, OffLineLineIsWaitedFor) {
+  Printer().Plan({FaultKind::OffLine, 0, 3000});
+  EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(500));
+}
+
+TEST_P(Recovery, StrangeAnswersDoNotDisturb) {
+  for (const FaultKind kind : {FaultKind::Garbage, FaultKind::SplitAnswers, FaultKind::Silence, FaultKind::WrongNumber,
+                               FaultKind::LateAnswer}) {
+    const std::string strJob = Receipt(3000, 'K');
+    const std::string strBefore = Printer().LastStrip();
+    Printer().Plan({kind, Printer().BytesProcessed() + 1500, 2500});
+    EXPECT_TRUE(PrintText(strJob).bDelivered);
+    EXPECT_EQ(Printer().LastStrip(), strBefore + strJob) << static_cast<int>(kind);
+  }
+  EXPECT_EQ(Reprints(), 0u);
+}
+
+TEST_P(Recovery, BlankStatusCountsAsALoss) {
+  Printer().Plan({FaultKind::BlankStatus, 2500, 0});
+  EXPECT_TRUE(PrintText(Receipt(3000)).bDelivered);
+  EXPECT_EQ(World::LogCount("Wait exec resp stopped [status:0xd0d0d0d0d0d0d0c0]"), 1u);
+  EXPECT_EQ(Reprints(), 0u + World::LogCount("Detected printable status") / 3);
+}
+
+TEST_P(Recovery, DeletedJobSendsNothingMoreAndTheNextOnePrints) {
+  // Before the first byte, while the data goes out, during the confirmation.
+  const struct {
+    Fault fault;
+    DWORD dwDeleteAfter;
+  } cases[] = {{{FaultKind::PaperEnd, 0, 60'000}, 1200}, {{FaultKind::PaperEnd, 2000, 60'000}, 400},
+               {{FaultKind::PaperEnd, 5900, 60'000}, 2500}};
+  for (const auto& one : cases) {
+    Fault fault = one.fault;
+    fault.ullAtByte += Printer().BytesProcessed();
+    fault.dwMilliseconds = 4000;
+    Printer().Plan(fault);
+    world().journal.Clear();
+    PrintAndDeleteAfter(Receipt(6000), one.dwDeleteAfter)->Join();
+    const auto entries = world().journal.Of("sdk");
+    std::size_t nCancel = 0;
+    while (nCancel < entries.size() && entries[nCancel] != "sdk SDK_CANCEL_IO_EX timeout=0") ++nCancel;
+    ASSERT_LT(nCancel, entries.size());
+    for (std::size_t n = nCancel; n < entries.size(); ++n)
+      EXPECT_TRUE(!entries[n].starts_with("sdk send") || entries[n].find("code=995") != std::string::npos) << entries[n];
+    EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
+    EXPECT_EQ(world().journal.Count("SetJob"), 2u);
+    Sleep(5000);
+    EXPECT_TRUE(PrintText("next").bDelivered);
+    EXPECT_EQ(Printer().LastStrip(), "next");
+    Printer().Reset();
+  }
+}
+
+TEST_P(Recovery, SilentPrinterIsWaitedForUntilTheJobIsDeleted) {
+  Printer().Plan({FaultKind::Silence, 100, 3'600'000});
+  auto pJob = PrintAndDeleteAfter(Receipt(500), 3000);
+  EXPECT_TRUE(pJob->Join().bDelivered);
+  EXPECT_EQ(world().journal.Count("SetJob"), 2u);
+}
+
+TEST_P(Recovery, SettingStaysOnWhileThePortIsOpen) {
+  EXPECT_TRUE(PrintText("a").bDelivered);
+  world().spooler.FindQueue("Till")->data["AutoReprint"] = sim::Spooler::Dword(0);
+  EXPECT_TRUE(PrintText("b").bDelivered);
+  EXPECT_EQ(World::LogCount("Detected printable status"), 2u);
+  world().spooler.ClosePort(m_hPort);
+  m_hPort = Open("USB001");
+  EXPECT_TRUE(PrintText("c").bDelivered);
+  EXPECT_EQ(World::LogCount("Detected printable status"), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Protocols, Recovery,
+                         ::testing::Values(Protocol{"EightByte", kModel, false}, Protocol{"OneByte", kOneByteModel, true}),
+                         [](const auto& instance) { return instance.param.pszName; });
+
+class VirtualCom : public WorldTest {};
+
+TEST_F(VirtualCom, JobEndWaitsForTheResponseAndNeverReprints) {
+  World::AddSerialDevice("\\Device\\VCP0", "COM4");
+  world().AddPrinter("Till", "COM4", kModel, {.cbBuffer = 4096, .dwBytesPerSecond = 20'000});
+  const HANDLE hPort = Open("COM4");
+  EXPECT_TRUE(PrintOn(hPort, Receipt(3000), "TEXT").bDelivered);
+  EXPECT_EQ(World::LogCount("Finish [WAIT_EXEC_AT_PRINT]"), 0u);
+  world().PrinterOf("COM4").Plan({FaultKind::BlankStatus, 4000, 0});
+  EXPECT_TRUE(PrintOn(hPort, Receipt(3000), "TEXT").bDelivered);
+  EXPECT_EQ(World::LogCount("Finish [WAIT_EXEC_AT_PRINT]"), 1u);
+  EXPECT_EQ(World::LogCount("ReprintDumpData"), 0u);
+  world().spooler.ClosePort(hPort);
+  World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+}
+
+}  // namespace
