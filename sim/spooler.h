@@ -87,6 +87,8 @@ class Spooler {
    public:
     ~Running() { Join(); }
     PrintResult& Join();
+    // Whether the job has ended; waits for it at most so long.
+    bool Wait(DWORD dwMilliseconds) { return WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0; }
     PrintResult result;
 
    private:

@@ -156,7 +156,7 @@ DWORD WaitFor(DWORD nCount, const HANDLE* phObjects, bool bAll, DWORD dwMillisec
   };
   std::string strWhat = "handle";
   for (DWORD n = 0; n < nCount; ++n)
-    strWhat += " " + std::to_string(reinterpret_cast<std::uintptr_t>(phObjects[n]));
+    strWhat.append(" ").append(std::to_string(reinterpret_cast<std::uintptr_t>(phObjects[n])));
   if (!scheduler.WaitUntil(lock, strWhat.c_str(), ready, dwMilliseconds)) return WAIT_TIMEOUT;
   DWORD dwResult = WAIT_OBJECT_0;
   for (std::size_t n = 0; n < objects.size(); ++n) {

@@ -124,7 +124,7 @@ static void DrawSequenceNumber(IniJob& job) noexcept {
 void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
   IniJob& job = *pIniPort->pIniJob;
   bool bSkipConfirmation = false;
-  do {
+  while (!IsCancelSet(job)) {  // a deleted job is not even asked for
     DrawSequenceNumber(job);
     if (!bSkipConfirmation && WaitExecRespAndStatus(pIniPort, TRUE) == ERROR_SUCCESS) return;
     if ((pIniPort->dwPortFlags & PORT_RESPONSE_MASK) == PORT_VIRTUAL_COM) {
@@ -142,5 +142,5 @@ void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
         return;
       }
     }
-  } while (!IsCancelSet(job));
+  }
 }

@@ -1,0 +1,289 @@
+// lmhost print and lmhost share: the world, the jobs and the summary.
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+
+#include "sim/world.h"
+#include "tools/lmhost/commands.h"
+#include "tools/lmhost/progress_bar.h"
+
+#ifndef _WIN32
+#include "posix/control.h"
+#endif
+
+namespace lmhost {
+namespace {
+
+constexpr char kQueue[] = "Till";
+constexpr DWORD kShowMs = 100;
+constexpr char kOneByteDriver[] = "Kelvane Tagline 62";
+
+std::string HostPathOf(const std::string& strPath) {
+#ifdef _WIN32
+  return strPath;
+#else
+  return w32::HostPath(sim::Wide(strPath).c_str());
+#endif
+}
+
+bool ReadHostFile(const std::string& strPath, std::string& strBytes) {
+  std::ifstream file(strPath, std::ios::binary);
+  if (!file) return false;
+  strBytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  return !file.bad();
+}
+
+// "KIND@BYTE[:SECONDS]"
+std::optional<sim::Fault> ParseFault(const std::string& strText) {
+  const std::size_t nAt = strText.find('@');
+  sim::Fault fault{};
+  if (nAt == std::string::npos || !sim::FaultKindOf(strText.substr(0, nAt), fault.kind)) return std::nullopt;
+  char* pszEnd = nullptr;
+  fault.ullAtByte = std::strtoull(strText.c_str() + nAt + 1, &pszEnd, 10);
+  double dSeconds = 2;
+  if (*pszEnd == ':') dSeconds = std::strtod(pszEnd + 1, &pszEnd);
+  if (*pszEnd != 0 || dSeconds < 0) return std::nullopt;
+  fault.dwMilliseconds = static_cast<DWORD>(dSeconds * 1000);
+  return fault;
+}
+
+// The registry values that a run changes are put back when it ends: on Windows they are the machine's own.
+class LogLevelForRun {
+ public:
+  explicit LogLevelForRun(DWORD dwMask) {
+    HKEY hKey = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kelvane\\ThermalPrinterSdk", 0, KEY_QUERY_VALUE, &hKey) == 0) {
+      DWORD cb = sizeof m_dwBefore;
+      RegQueryValueExW(hKey, L"LogLevelPos", nullptr, nullptr, reinterpret_cast<BYTE*>(&m_dwBefore), &cb);
+      RegCloseKey(hKey);
+    }
+    sim::World::SetLogLevel(dwMask);
+  }
+  ~LogLevelForRun() { sim::World::SetLogLevel(m_dwBefore); }
+  LogLevelForRun(const LogLevelForRun&) = delete;
+  LogLevelForRun& operator=(const LogLevelForRun&) = delete;
+
+ private:
+  DWORD m_dwBefore = 0;
+};
+
+bool BuildWorld(sim::World& world, const Options& options) {
+  sim::PrinterSettings settings;
+  settings.bOneByteStatus = options.strDriver == kOneByteDriver;
+  settings.dwBytesPerSecond = options.nSpeed;
+  sim::Queue& queue = world.AddPrinter(kQueue, options.strPort, options.strDriver, settings);
+  queue.strShare = options.strShare;
+  if (!options.strShare.empty()) queue.dwAttributes |= PRINTER_ATTRIBUTE_SHARED;
+  if (options.strPort.starts_with("IP_")) world.portMonitor.Port(options.strPort).nProtocol = PROTOCOL_RAWTCP_TYPE;
+  world.services.bInstalled = options.strService != "absent";
+  world.services.dwState = options.strService == "running" ? SERVICE_RUNNING : SERVICE_STOPPED;
+  world.InstallLibrary(!options.bNoLibrary);
+  sim::World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", options.bOpenWithStartDoc ? 1 : 0);
+  if (options.bAutoReprint) queue.data["AutoReprint"] = sim::Spooler::Dword(1);
+  if (!options.strArchive.empty()) {
+    queue.data["JobFilePath"] = sim::Spooler::Text(options.strArchive);
+    queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
+    if (options.nKeepDays >= 0)
+      queue.data["JobValidDays"] = sim::Spooler::Dword(static_cast<DWORD>(options.nKeepDays));
+  }
+  if (!options.archiveFlags.empty()) {
+    std::vector<BYTE> bytes;
+    for (const int n : options.archiveFlags) bytes.push_back(static_cast<BYTE>(n));
+    queue.data["LogSettingFlags"] = sim::Spooler::Bytes(bytes);
+  }
+  for (const std::string& strFault : options.faults) {
+    const auto fault = ParseFault(strFault);
+    if (!fault) {
+      std::fprintf(stderr, "lmhost: --fault takes KIND@BYTE[:SECONDS], not \"%s\"; kinds: %s\n", strFault.c_str(),
+                   sim::FaultKindNames().c_str());
+      return false;
+    }
+    world.PrinterOf(options.strPort).Plan(*fault);
+  }
+  return true;
+}
+
+// Why the jobs took the path that they took.
+std::string PathReason(const Options& options, bool bDevice) {
+  if (bDevice) return "device-access library";
+  if (options.strService == "absent") return "port monitor (the device-access service is not installed)";
+  if (options.strService == "stopped") return "port monitor (the device-access service is stopped)";
+  if (options.bNoLibrary) return "port monitor (the device-access library is missing)";
+  return "port monitor (the library does not serve this kind of port)";
+}
+
+// How often a job stands on the paper, whole.
+std::size_t CountWhole(const std::string& strPaper, const std::string& strJob) {
+  std::size_t n = 0;
+  for (std::size_t nAt = strPaper.find(strJob); nAt != std::string::npos && !strJob.empty();
+       nAt = strPaper.find(strJob, nAt + strJob.size()))
+    ++n;
+  return n;
+}
+
+// What the archive holds, every file's bytes in order of the names.
+std::string ArchiveText(const std::string& strRoot) {
+  std::string strAll;
+  for (const std::string& strDay : sim::World::ListFolder(strRoot))
+    for (const std::string& strName : sim::World::ListFolder(strRoot + "\\" + strDay)) {
+      std::string strBytes;
+      sim::World::ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, strBytes);
+      strAll += strBytes;
+    }
+  return strAll;
+}
+
+// What a job looks like on paper: raw ones as they are, others with one byte of each real-time command rewritten. Written
+// the obvious way, apart from the monitor's own matcher.
+std::string ExpectedOnPaper(std::string strJob, bool bRaw) {
+  if (bRaw) return strJob;
+  const auto rewrite = [&](const std::string& strSequence, char cLast) {
+    for (std::size_t nAt = strJob.find(strSequence); nAt != std::string::npos; nAt = strJob.find(strSequence, nAt + 1))
+      strJob[nAt + strSequence.size() - 1] = cLast;
+  };
+  rewrite("\x13(reset\x13reset", 'v');
+  rewrite("\x13(clr", 's');
+  for (std::size_t n = 0; n + 4 < strJob.size(); ++n)
+    if (strJob.compare(n, 3, "\x10\x14\x01") == 0 && strJob[n + 3] != 0x10 && strJob[n + 3] != 0x13 && strJob[n + 4] >= 1 &&
+        strJob[n + 4] <= 8)
+      strJob[n + 4] = static_cast<char>(strJob[n + 4] | 0x10);
+  return strJob;
+}
+
+struct Totals {
+  std::uint64_t ullOffered = 0;
+  std::uint64_t ullDelivered = 0;
+  unsigned nRefused = 0;
+  std::size_t nWhole = 0;
+  std::size_t nReprints = 0;
+  bool bAll = true;
+};
+
+// One file through the monitor.
+void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const std::string& strData,
+              const Options& options, Totals& totals) {
+  sim::Printer& printer = world.PrinterOf(options.strPort);
+  ProgressBar bar(strFile.substr(strFile.find_last_of("/\\") + 1), strData.size());
+  const DWORD dwJob = world.spooler.NewJob(kQueue, options.strDatatype, strFile);
+  const std::size_t nPaperBefore = printer.LastStrip().size();
+  const std::size_t nResets = world.journal.Count("sdk SDK_SET_RESET");
+  std::atomic<std::uint64_t> ullDone{0};
+  sim::PrintOptions print;
+  print.bStopWhenDeleted = options.ullCancelAt != 0;
+  print.onProgress = [&](std::uint64_t ullNow) {
+    ullDone = ullNow;
+    if (options.ullCancelAt != 0 && ullNow >= options.ullCancelAt) world.spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+  };
+  const auto pRunning = world.spooler.PrintAsync(hPort, dwJob, strData, print);
+  do {
+    const std::string strState = printer.State();
+    const bool bReprinting = world.journal.Count("sdk SDK_SET_RESET") > nResets;
+    bar.Show(ullDone, strState != "ready" && strState != "printing" ? "waiting: " + strState
+                      : bReprinting                                 ? "reprinting"
+                      : ullDone == strData.size() && options.bAutoReprint ? "confirming"
+                                                                          : "printing");
+  } while (!pRunning->Wait(kShowMs));
+  const sim::PrintResult result = pRunning->Join();
+  const bool bDeleted = (world.spooler.StatusOf(dwJob) & JOB_STATUS_DELETING) != 0;
+  for (int nWait = 0; nWait < 6000 && !printer.Idle(); ++nWait) Sleep(100);  // the paper comes out behind the data
+
+  const std::size_t nReprints = world.journal.Count("sdk SDK_SET_RESET") - nResets;
+  totals.ullOffered += strData.size();
+  totals.ullDelivered += result.ullDelivered;
+  totals.nRefused += result.nRefused;
+  totals.nReprints += bDeleted ? 0 : nReprints;
+  const std::string strExpected = ExpectedOnPaper(strData, sim::SameText(options.strDatatype, "RAW"));
+  const bool bWhole = CountWhole(printer.LastStrip().substr(nReprints == 0 ? nPaperBefore : 0), strExpected) == 1;
+  totals.nWhole += bWhole ? 1 : 0;
+  std::string strVerdict;
+  if (bDeleted) {
+    strVerdict = "deleted";
+  } else if (!result.bStarted) {
+    strVerdict = sim::Format("refused, error %u", static_cast<unsigned>(result.dwError));
+  } else if (!result.bDelivered) {
+    strVerdict = sim::Format("broken off after %llu bytes, error %u",
+                             static_cast<unsigned long long>(result.ullDelivered), static_cast<unsigned>(result.dwError));
+  } else {
+    strVerdict = bWhole ? "delivered, whole on paper" : "delivered, NOT whole on paper";
+    if (options.bAutoReprint) strVerdict += sim::Format(", confirmed, %u reprints", static_cast<unsigned>(nReprints));
+  }
+  if (!result.bDelivered || bDeleted || !bWhole) totals.bAll = false;
+  bar.End(strVerdict);
+}
+
+}  // namespace
+
+int PrintFiles(const Options& options) {
+  std::vector<std::string> contents(options.files.size());
+  for (std::size_t n = 0; n < options.files.size(); ++n) {
+    if (ReadHostFile(options.files[n], contents[n])) continue;
+    std::fprintf(stderr, "lmhost: cannot read %s\n", options.files[n].c_str());
+    return kExitNotDelivered;
+  }
+  sim::World world;
+  std::uint32_t dwMask = 0;
+  LevelMask(options.strLogLevel, dwMask);
+  const LogLevelForRun level(dwMask);
+  if (!BuildWorld(world, options)) return kExitUsage;
+  world.Attach();
+  const HANDLE hPort = world.spooler.OpenPort(options.strPort, kQueue);
+  if (hPort == nullptr) {
+    std::fprintf(stderr, "lmhost: the port %s does not open (error %u)\n", options.strPort.c_str(),
+                 static_cast<unsigned>(GetLastError()));
+    return kExitNotDelivered;
+  }
+  std::printf("printing on %s as %s, datatype %s\n", options.strPort.c_str(), options.strDriver.c_str(),
+              options.strDatatype.c_str());
+  Totals totals;
+  for (std::size_t n = 0; n < contents.size(); ++n)
+    PrintOne(world, hPort, options.files[n], contents[n], options, totals);
+  world.spooler.ClosePort(hPort);
+
+  const bool bDevice = world.journal.Count("port StartDocPort") == 0;
+  std::string strPaper;
+  for (const std::string& strStrip : world.PrinterOf(options.strPort).Strips()) strPaper += strStrip;
+  const std::string strOutput = "C:\\Output.prn";
+  sim::World::WriteWholeFile(strOutput, strPaper);
+  std::printf("summary: %zu of %zu jobs whole on paper\n", totals.nWhole, contents.size());
+  std::printf("  path      %s\n", PathReason(options, bDevice).c_str());
+  std::printf("  bytes     %llu offered, %llu delivered, %u calls refused\n",
+              static_cast<unsigned long long>(totals.ullOffered), static_cast<unsigned long long>(totals.ullDelivered),
+              totals.nRefused);
+  if (options.bAutoReprint) std::printf("  reprints  %zu\n", totals.nReprints);
+  if (!options.strArchive.empty() || !options.archiveFlags.empty()) {
+    const std::string strArchived = ArchiveText(options.strArchive);
+    std::printf("  archive   %zu bytes, %s\n", strArchived.size(),
+                CountWhole(strPaper, strArchived) > 0 ? "the same as on paper" : "DIFFERS from the paper");
+  }
+  std::printf("  paper     %s\n", HostPathOf(strOutput).c_str());
+  std::printf("  log       %s\n", HostPathOf(sim::World::LogFolder()).c_str());
+  return totals.bAll ? kExitDelivered : kExitNotDelivered;
+}
+
+int ShareRequest(const Options& options) {
+  sim::World world;
+  if (!BuildWorld(world, options)) return kExitUsage;
+  world.Attach();
+  const HANDLE hPort = world.spooler.OpenPort(options.strPort, kQueue);
+  if (hPort == nullptr) return kExitNotDelivered;
+  DWORD dwFlags = 0;
+  DWORD cbReturned = 0;
+  {
+    const sim::ActAsClient client;
+    sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__" + options.strShareName);
+    world.spooler.pMonitor->pfnGetPrinterDataFromPort(hPort, 0, request.data(), nullptr, 0,
+                                                      reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cbReturned);
+  }
+  const std::string strShare = world.spooler.FindQueue(kQueue)->strShare;
+  world.spooler.ClosePort(hPort);
+  const bool bShared = strShare == options.strShareName;
+  std::printf("%s; port flags 0x%02x (%u bytes returned)\n",
+              bShared ? ("shared as " + strShare).c_str() : "not shared: see the log", static_cast<unsigned>(dwFlags),
+              static_cast<unsigned>(cbReturned));
+  return bShared ? kExitDelivered : kExitNotDelivered;
+}
+
+}  // namespace lmhost
