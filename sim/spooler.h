@@ -88,7 +88,10 @@ class Spooler {
     ~Running() { Join(); }
     PrintResult& Join();
     // Whether the job has ended; waits for it at most so long.
-    bool Wait(DWORD dwMilliseconds) { return WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0; }
+    // A job whose thread could not be started counts as ended.
+    bool Wait(DWORD dwMilliseconds) {
+      return m_hThread == nullptr || WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0;
+    }
     PrintResult result;
 
    private:

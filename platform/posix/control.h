@@ -77,6 +77,8 @@ Balance CurrentBalance() noexcept;
 // Host folder that stands for the drives: drive C is its subfolder "c", and so on. Environment variable W32_ROOT, or a
 // temporary folder that is removed when the process ends.
 std::string SandboxRoot();
+// Removes the temporary folder, for a program that starts itself anew with another one.
+void DropSandbox();
 // Host path of a Windows path (the part that does not exist yet is taken as written).
 std::string HostPath(const wchar_t* pszPath);
 // One line per entry of a folder's access list, as "SID mask flags"; empty when the folder keeps its default list.

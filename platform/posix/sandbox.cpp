@@ -63,6 +63,8 @@ std::string SandboxRoot() {
   return *pRoot;
 }
 
+void DropSandbox() { RemoveSandbox(); }
+
 MappedPath MapPath(const wchar_t* pszPath) {
   MappedPath mapped;
   std::string strPath = ToUtf8(pszPath);
@@ -71,7 +73,7 @@ MappedPath MapPath(const wchar_t* pszPath) {
   for (char& c : strPath)
     if (c == '/') c = '\\';
   if (strPath.starts_with("\\\\")) return {"", ERROR_BAD_NETPATH};
-  if (strPath[0] == '\\') strPath = "c:" + strPath;
+  if (strPath[0] == '\\') strPath = std::string("c:").append(strPath);
   if (strPath.size() < 2 || strPath[1] != ':') strPath = std::string(kCurrentFolder) + "\\" + strPath;
   if (strPath.size() > 2 && strPath[2] != '\\') Unsupported("a path relative to a drive's current folder");
 
@@ -94,7 +96,8 @@ MappedPath MapPath(const wchar_t* pszPath) {
     if (strName.find_first_of("<>:\"|?*") != std::string::npos) mapped.dwError = ERROR_INVALID_NAME;
     while (!strName.empty() && (strName.back() == '.' || strName.back() == ' ')) strName.pop_back();
     if (strName.empty() || strName.size() > 255) return {"", ERROR_INVALID_NAME};
-    strHost += "/" + Resolve(strHost, strName);
+    const std::string strEntry = Resolve(strHost, strName);
+    strHost.append("/").append(strEntry);
   }
   mapped.strHost = strHost;
   return mapped;

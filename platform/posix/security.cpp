@@ -117,7 +117,7 @@ DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
   if (!pFile) return ERROR_INVALID_HANDLE;
   if ((pFile->dwAccess & WRITE_DAC) == 0) return ERROR_ACCESS_DENIED;
   std::string strEntry = "S-1-5";
-  for (int n = 0; n < pDacl->nSubAuthorities; ++n) strEntry += "-" + std::to_string(pDacl->adwSubAuthorities[n]);
+  for (int n = 0; n < pDacl->nSubAuthorities; ++n) strEntry.append("-").append(std::to_string(pDacl->adwSubAuthorities[n]));
   char szRights[48];
   std::snprintf(szRights, sizeof szRights, " 0x%08x %u", pDacl->dwMask, pDacl->dwFlags);
   std::lock_guard<std::mutex> lock(g_mutex);

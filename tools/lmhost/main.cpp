@@ -7,6 +7,8 @@
 
 #ifndef _WIN32
 #include <unistd.h>
+
+#include "posix/control.h"
 #endif
 
 #include "sim/printer.h"
@@ -29,7 +31,9 @@ void AddWorldOptions(CLI::App& command, lmhost::Options& options) {
 #ifndef _WIN32
 // The sandbox is chosen before anything runs: a root of one's own needs a fresh start of the program.
 void RestartWithRoot(const std::string& strRoot, char** argv) {
-  if (std::getenv("W32_ROOT") != nullptr) return;
+  if (std::getenv("LMHOST_STARTED") != nullptr) return;
+  setenv("LMHOST_STARTED", "1", 1);
+  w32::DropSandbox();
   const auto root = std::filesystem::absolute(strRoot.empty() ? "lmhost-world" : strRoot);
   setenv("W32_ROOT", root.c_str(), 1);
   execv("/proc/self/exe", argv);

@@ -1,0 +1,112 @@
+// Every call of a whole job fails once: each run must end without a crash, a deadlock or a leak.
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+
+namespace {
+
+void PrintOneJob(sim::World& world, const char* pszPort, const std::string& strData) {
+  const HANDLE hPort = world.spooler.OpenPort(pszPort, "Till");
+  if (hPort == nullptr) return;
+  world.spooler.Print(hPort, world.spooler.NewJob("Till", "TEXT"), strData);
+  // Whatever failed, the port takes the next job.
+  {
+    const w32::FaultsOn exempt(false);
+    world.spooler.Print(hPort, world.spooler.NewJob("Till", "RAW"), "next");
+  }
+  world.spooler.ClosePort(hPort);
+}
+
+TEST(FailEveryCall, PortMonitorJob) {
+  EXPECT_GT(FailEveryCall([](sim::World& world) {
+              const w32::FaultsOn exempt(false);
+              world.services.dwState = SERVICE_STOPPED;
+              world.AddPrinter("Till", "COM1", kModel);
+              const w32::FaultsOn again;
+              PrintOneJob(world, "COM1", Receipt(100));
+            }),
+            60u);
+}
+
+TEST(FailEveryCall, DeviceJobOnAnOpenAlwaysPort) {
+  EXPECT_GT(FailEveryCall([](sim::World& world) {
+              const w32::FaultsOn exempt(false);
+              world.AddPrinter("Till", "USB001", kModel);
+              const w32::FaultsOn again;
+              PrintOneJob(world, "USB001", Receipt(100));
+            }),
+            80u);
+}
+
+TEST(FailEveryCall, DeviceJobOnAPerJobPort) {
+  EXPECT_GT(FailEveryCall([](sim::World& world) {
+              const w32::FaultsOn exempt(false);
+              sim::World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 1);
+              world.AddPrinter("Till", "COM7", kOneByteModel, {.bOneByteStatus = true});
+              const w32::FaultsOn again;
+              PrintOneJob(world, "COM7", Receipt(100));
+            }),
+            80u);
+}
+
+TEST(FailEveryCall, JobWithOneReprint) {
+  EXPECT_GT(FailEveryCall([](sim::World& world) {
+              const w32::FaultsOn exempt(false);
+              world.AddPrinter("Till", "USB001", kModel, {.cbBuffer = 4096, .dwBytesPerSecond = 20'000})
+                  .data["AutoReprint"] = sim::Spooler::Dword(1);
+              world.PrinterOf("USB001").Plan({sim::FaultKind::PaperEnd, 500, 1500});
+              const w32::FaultsOn again;
+              const HANDLE hPort = world.spooler.OpenPort("USB001", "Till");
+              if (hPort == nullptr) return;
+              const DWORD dwJob = world.spooler.NewJob("Till", "TEXT");
+              auto pJob = world.spooler.PrintAsync(hPort, dwJob, Receipt(900));
+              // A lost request may leave the printer silent for good; then the user deletes the job.
+              for (int n = 0; n < 60 && !pJob->Wait(1000); ++n) {
+              }
+              world.spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+              // Without a watcher nobody sees the deletion: the printer is made to speak again instead.
+              while (!pJob->Wait(30'000)) world.PrinterOf("USB001").Plan({sim::FaultKind::PowerCycle, 0, 100});
+              world.spooler.ClosePort(hPort);
+            }),
+            120u);
+}
+
+TEST(FailEveryCall, ArchivedJob) {
+  EXPECT_GT(FailEveryCall([](sim::World& world) {
+              const w32::FaultsOn exempt(false);
+              world.services.dwState = SERVICE_STOPPED;
+              sim::World::DeleteTree("C:\\Jobs");
+              sim::Queue& queue = world.AddPrinter("Till", "COM1", kModel);
+              queue.data["JobFilePath"] = sim::Spooler::Text("C:\\Jobs");
+              queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
+              queue.data["UtilityGUID"] = sim::Spooler::Text("{1}");
+              CreateDirectoryW(L"C:\\Jobs", nullptr);
+              CreateDirectoryW(L"C:\\Jobs\\old", nullptr);
+              w32::AdvanceClock(72 * 3'600'000);
+              const w32::FaultsOn again;
+              PrintOneJob(world, "COM1", Receipt(100));
+            }),
+            80u);
+}
+
+TEST(FailEveryCall, ShareRequest) {
+  EXPECT_GT(FailEveryCall([](sim::World& world) {
+              const w32::FaultsOn exempt(false);
+              world.AddPrinter("Till", "USB001", kModel);
+              const w32::FaultsOn again;
+              const HANDLE hPort = world.spooler.OpenPort("USB001", "Till");
+              if (hPort == nullptr) return;
+              DWORD dwFlags = 0;
+              DWORD cb = 0;
+              {
+                const sim::ActAsClient client;
+                world.spooler.pMonitor->pfnGetPrinterDataFromPort(
+                    hPort, 0, sim::Wide("DO_SETTING_SHARE_PRN__Front").data(), nullptr, 0,
+                    reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cb);
+              }
+              world.spooler.ClosePort(hPort);
+            }),
+            40u);
+}
+
+}  // namespace
