@@ -1,0 +1,298 @@
+// The log: filter, trace ring, line format, files.
+#include "log/log.h"
+
+#include <cstring>
+
+#include "log/log_message.h"
+#include "log/log_object.h"
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+using sim::World;
+
+namespace {
+
+constexpr char kModule[] = "DRV_LM \0PrinterDriver";
+
+void Say(DWORD dwLevel, const wchar_t* pszText, const char* pszRoutine = "Routine") {
+  OutputLogEx(dwLevel, kModule, pszRoutine, "file", 7, 0x1A2B, 0x3C, L"%s", pszText);
+}
+
+// The settings are read again at most every 15 seconds; each test is a process of its own, so its first mask counts.
+class Log : public ::testing::Test {
+ protected:
+  Log() { CleanMachine(); LogObject().SetModuleFolder(kModule); }
+  void Mask(DWORD dwMask) { World::SetLogLevel(dwMask); }
+  // The text behind the column header.
+  static std::string Lines() {
+    const std::string strText = World::LogText();
+    const std::size_t nAt = strText.rfind("--------\r\n");
+    return nAt == std::string::npos ? strText : strText.substr(nAt + 10);
+  }
+};
+
+TEST_F(Log, NewFileBeginsWithHeaderSystemInformationAndTitles) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  Say(LOG_LEVEL_E, L"second");
+  const std::string strText = World::LogText();
+  EXPECT_TRUE(strText.starts_with("Kelvane Thermal Printer Log\r\n\r\n"));
+  EXPECT_NE(strText.find("AMD64 Architecture 64bit process\r\n_______________System Infomation____________________\r\n\r\n\r\n\r\n"
+                         "[MM/dd HH:mm(ss.ms )]\t[Process info      ] \t[Lv]\t[Module ] \tMessage\r\n"),
+            std::string::npos);
+  EXPECT_EQ(World::LogCount("Kelvane Thermal"), 1u);
+  EXPECT_NE(strText.find("]\t[00001a2b(0000003c)]\t[E] \t[DRV_LM ] \tRoutine(7) \tsecond\r\n"), std::string::npos);
+}
+
+TEST_F(Log, ErrorLineIsPrecededByTheLast32TraceRecords) {
+  Mask(LOG_LEVEL_E);
+  for (int n = 0; n < 40; ++n) Say(LOG_LEVEL_T, L"unseen", sim::Format("Trace%02d", n).c_str());
+  Say(LOG_LEVEL_V, L"never traced", "Verbose");
+  Say(LOG_LEVEL_E, L"the error");
+  Say(LOG_LEVEL_E, L"another");
+  const std::string strLines = Lines();
+  EXPECT_EQ(strLines.find("Trace07"), std::string::npos);
+  std::size_t nAt = 0;
+  for (int n = 8; n < 40; ++n) {
+    const std::size_t nNext = strLines.find(sim::Format("[00001a2b(0000003c)] Trace%02d(7)\r\n", n), nAt);
+    ASSERT_NE(nNext, std::string::npos) << n;
+    nAt = nNext;
+  }
+  EXPECT_LT(nAt, strLines.find("the error"));
+  EXPECT_EQ(strLines.find("Verbose"), std::string::npos);
+  EXPECT_EQ(strLines.find("$$$", strLines.find("the error")), std::string::npos);
+}
+
+TEST_F(Log, EnabledLevelIsALineAndLeavesNoTrace) {
+  Mask(LOG_LEVEL_E | LOG_LEVEL_W);
+  Say(LOG_LEVEL_W, L"warning", "Warned");
+  Say(LOG_LEVEL_I, L"unseen", "Traced");
+  Say(LOG_LEVEL_E, L"error");
+  const std::string strLines = Lines();
+  EXPECT_NE(strLines.find("Warned(7) \twarning"), std::string::npos);
+  EXPECT_EQ(strLines.find("$$$"), strLines.rfind("$$$"));
+  EXPECT_NE(strLines.find("Traced(7)\r\n"), std::string::npos);
+}
+
+TEST_F(Log, NothingWithoutAMaskAndWithTheOffBit) {
+  Say(LOG_LEVEL_E, L"no key");
+  EXPECT_EQ(World::LogText(), "");
+  Mask(LOG_OFF | LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"switched off");
+  EXPECT_EQ(World::LogText(), "");
+}
+
+TEST_F(Log, LastErrorCodeIsKept) {
+  SetLastError(4711);
+  Say(LOG_LEVEL_E, L"no key");
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"line");
+  Say(LOG_LEVEL_T, L"trace");
+  OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "file", 1, 1, 1, L"");
+  EXPECT_EQ(GetLastError(), 4711u);
+}
+
+struct LengthCase {
+  std::size_t cch;
+  bool bWritten;
+};
+class LogLength : public Log, public ::testing::WithParamInterface<LengthCase> {};
+
+TEST_P(LogLength, LineIsWholeOrMissing) {
+  Mask(LOG_LEVEL_E);
+  const std::string strText(GetParam().cch, 'x');
+  Say(LOG_LEVEL_E, sim::Wide(strText).c_str());
+  EXPECT_EQ(Lines().find("\t" + strText + "\r\n") != std::string::npos, GetParam().bWritten);
+}
+INSTANTIATE_TEST_SUITE_P(All, LogLength,
+                         ::testing::Values(LengthCase{1, true}, LengthCase{511, true}, LengthCase{512, true},
+                                           LengthCase{894, true}, LengthCase{895, true}, LengthCase{1022, true},
+                                           LengthCase{1023, true}, LengthCase{5119, true}, LengthCase{5120, false}));
+
+TEST_F(Log, CharactersOutsideTheCodePageBecomeQuestionMarks) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"a\x20AC\x3042z");
+  EXPECT_NE(Lines().find("a\x80?z"), std::string::npos);
+}
+
+TEST_F(Log, TagsAndTheShortForm) {
+  LogThreadBuffers buffers;
+  const SYSTEMTIME st = {2026, 3, 0, 2, 9, 5, 3, 7};
+  EXPECT_STREQ(CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_W, nullptr, nullptr, 0, 0, 0}, st, ""),
+               "[03/02 09:05(03.007)]\t[********(********)]\t[W] \t[UNDEF  ] \ttext\r\n");
+  EXPECT_STREQ(CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_E | LOG_LEVEL_I, nullptr, "R", 12, 1, 2}, st, "TAG    "),
+               "[03/02 09:05(03.007)]\t[00000001(00000002)]\t[I] \t[TAG    ] \tR(12) \ttext\r\n");
+}
+
+TEST_F(Log, LongTraceRecordIsCutAndStillEndsItsLine) {
+  CTraceRing ring;
+  LogThreadBuffers buffers;
+  ring.Push(1, 2, std::string(100, 'r').c_str(), 3);
+  const std::string strText = ring.Collect(buffers);
+  EXPECT_EQ(strText.size(), 127u);
+  EXPECT_TRUE(strText.ends_with("r\r\n"));
+  EXPECT_STREQ(ring.Collect(buffers), "");
+}
+
+TEST_F(Log, TextsAreHeldWhileAnotherProgramHasTheFile) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"before");
+  const std::string strFile = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).front();
+  const HANDLE hFile = CreateFileW(sim::Wide(strFile).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                   FILE_ATTRIBUTE_NORMAL, nullptr);
+  ASSERT_NE(hFile, INVALID_HANDLE_VALUE);
+  for (int n = 0; n < 20; ++n) Say(LOG_LEVEL_E, sim::Wide(sim::Format("held %02d", n)).c_str());
+  CloseHandle(hFile);
+  Say(LOG_LEVEL_E, L"after");
+  const std::string strLines = Lines();
+  EXPECT_NE(strLines.find("**["), std::string::npos);  // an empty collection and the line, each marked
+  EXPECT_NE(strLines.find("held 00"), std::string::npos);
+  EXPECT_EQ(strLines.find("held 19"), std::string::npos);  // 1,024 bytes hold no more
+  const std::size_t nLost = strLines.find("<=== Log output here failed\r\n");
+  ASSERT_NE(nLost, std::string::npos);
+  EXPECT_LT(nLost, strLines.find("after"));
+  EXPECT_EQ(strLines.find("<=== Log output here failed", nLost + 1), std::string::npos);
+}
+
+TEST_F(Log, FullFileIsMovedAside) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  const std::string strFile = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).front();
+  const HANDLE hFile = CreateFileW(sim::Wide(strFile).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                   FILE_ATTRIBUTE_NORMAL, nullptr);
+  SetFilePointer(hFile, 32'000'000, nullptr, FILE_BEGIN);
+  SetEndOfFile(hFile);
+  CloseHandle(hFile);
+  Say(LOG_LEVEL_E, L"too much");
+  Say(LOG_LEVEL_E, L"fresh");
+  const auto names = World::ListFolder(World::LogFolder());
+  EXPECT_EQ(names.size(), 2u);
+  std::string strText;
+  World::ReadWholeFile(strFile, strText);
+  EXPECT_LT(strText.size(), 10'000u);
+  EXPECT_NE(strText.find("fresh"), std::string::npos);
+  for (const std::string& strName : names) DeleteFileW(sim::Wide(World::LogFolder() + "\\" + strName).c_str());
+}
+
+TEST_F(Log, RoutineNamesComeOutOfTheCompilersText) {
+  constexpr auto method = log_detail::RoutineName("BOOL CSdk::Send(const BYTE*, DWORD)");
+  constexpr auto pointer = log_detail::RoutineName("const DevData* GetDevDataLm(HANDLE)");
+  constexpr auto hidden = log_detail::RoutineName("void {anonymous}::Drain(int (*)(int))");
+  constexpr auto clang = log_detail::RoutineName("void (anonymous namespace)::Drain(int)");
+  EXPECT_STREQ(method.sz, "CSdk::Send");
+  EXPECT_STREQ(pointer.sz, "GetDevDataLm");
+  EXPECT_STREQ(hidden.sz, "Drain");
+  EXPECT_STREQ(clang.sz, "Drain");
+}
+
+// Threads log at once: no line is lost or mixed.
+class LogThreads : public Log {};
+
+TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
+  Mask(LOG_LEVEL_E);
+  constexpr int kThreads = 4;
+  constexpr int kLines = 50;
+  HANDLE ahThreads[kThreads];
+  for (HANDLE& hThread : ahThreads)
+    hThread = CreateThread(nullptr, 0, [](LPVOID) -> DWORD {
+      for (int n = 0; n < kLines; ++n) {
+        Say(LOG_LEVEL_T, L"trace");
+        Say(LOG_LEVEL_E, L"0123456789 a whole line 9876543210");
+      }
+      return 0;
+    }, nullptr, 0, nullptr);
+  for (const HANDLE hThread : ahThreads) {
+    WaitForSingleObject(hThread, INFINITE);
+    CloseHandle(hThread);
+  }
+  EXPECT_EQ(World::LogCount("\tRoutine(7) \t0123456789 a whole line 9876543210\r\n"), std::size_t{kThreads * kLines});
+}
+
+#ifndef _WIN32
+// ---- what needs the clock --------------------------------------------------------------------------------------------
+
+class LogClock : public Log {
+ protected:
+  static constexpr std::uint64_t kDay = 86'400'000;
+  void Old(const char* pszName, const char* pszText) { World::WriteWholeFile(World::LogFolder() + "\\" + pszName, pszText); }
+  bool Exists(const char* pszName) {
+    return GetFileAttributesW(sim::Wide(World::LogFolder() + "\\" + pszName).c_str()) != INVALID_FILE_ATTRIBUTES;
+  }
+};
+
+TEST_F(LogClock, NewMaskTakesEffectAfter15Seconds) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"one");
+  Say(LOG_LEVEL_E, L"two");  // the second call reads again, from then on it is every 15 seconds
+  Mask(0);
+  w32::AdvanceClock(14'900);
+  Say(LOG_LEVEL_E, L"still on");
+  w32::AdvanceClock(200);
+  Say(LOG_LEVEL_E, L"off");
+  EXPECT_EQ(World::LogCount("still on"), 1u);
+  EXPECT_EQ(World::LogCount("\toff"), 0u);
+}
+
+TEST_F(LogClock, PurgeDeletesOnlyOldFilesOfOurs) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  Old("20261001.log", "Kelvane Thermal Printer Log\r\n\r\nold");
+  Old("2026notes.log", "somebody's notes");
+  Old("19991231.log", "Kelvane Thermal Printer Log\r\n\r\nancient");
+  w32::AdvanceClock(10 * kDay);
+  Old("20261128.log", "Kelvane Thermal Printer Log\r\n\r\nyounger");
+  w32::AdvanceClock(1 * kDay + kDay / 12);
+  Say(LOG_LEVEL_E, L"eleven days later");
+  EXPECT_FALSE(Exists("20261001.log"));
+  EXPECT_FALSE(Exists("20261118.log"));
+  EXPECT_TRUE(Exists("20261128.log"));
+  EXPECT_TRUE(Exists("2026notes.log"));
+  EXPECT_TRUE(Exists("19991231.log"));
+}
+
+TEST_F(LogClock, FolderIsMadeForEveryUserAndAFullDiskLosesNoOrder) {
+  RemoveDirectoryW(sim::Wide(World::LogFolder()).c_str());
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  EXPECT_EQ(w32::AccessListOf(sim::Wide(World::LogFolder()).c_str()), "S-1-5-32-545 0x10000000 3");
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("WriteFile", 2);
+    Say(LOG_LEVEL_E, L"lost");
+  }
+  Say(LOG_LEVEL_E, L"next");
+  EXPECT_EQ(World::LogCount("lost"), 0u);
+  EXPECT_EQ(World::LogCount("<=== Log output here failed\r\n"), 1u);
+  EXPECT_EQ(World::LogCount("next"), 1u);
+}
+
+TEST_F(LogClock, FolderThatCannotBeMadeEndsLoggingForTheProcess) {
+  RemoveDirectoryW(sim::Wide(World::LogFolder()).c_str());
+  Mask(LOG_LEVEL_E);
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("CreateDirectoryW");
+    Say(LOG_LEVEL_E, L"lost");
+  }
+  Say(LOG_LEVEL_E, L"lost as well");
+  EXPECT_EQ(World::LogText(), "");
+}
+#endif
+
+std::string g_strDebugText;
+
+TEST(AssertTest, GoesToTheDebuggerAndIsCut) {
+#ifndef _WIN32
+  w32::SetDebugSink([](const std::string& strText) { g_strDebugText = strText; });
+  Assert("file.cpp", "Routine", 12, 5);
+  EXPECT_EQ(g_strDebugText, "Assert!! \r\nFile:file.cpp(line:12)/ Routine\r\n(system error code :5)");
+  Assert("file.cpp", std::string(600, 'r').c_str(), 12, 5);
+  EXPECT_EQ(g_strDebugText.size(), 511u);
+  w32::SetDebugSink(nullptr);
+#endif
+  SetLastError(99);
+  Assert("file.cpp", "Routine", 12, 5);
+  EXPECT_EQ(GetLastError(), 99u);
+}
+
+}  // namespace
