@@ -93,6 +93,7 @@ TEST(ScanTest, LastStatusDecidesWhetherThePrinterIsReady) {
   EXPECT_EQ(Scan(many, false, true, 0), ScanResult::Done);
 }
 
+#ifndef _WIN32  // each wait pauses; simulated time makes that free
 // A library whose reads answer prepared pieces.
 std::deque<Bytes> g_pieces;
 DWORD WINAPI PieceIo(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* pdwWritten, void* pOut, DWORD cbOut,
@@ -110,7 +111,6 @@ DWORD WINAPI PieceIo(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* 
   return ERROR_SUCCESS;
 }
 
-#ifndef _WIN32  // each wait pauses; simulated time makes that free
 struct SplitCase {
   const wchar_t* pszModel;
   Bytes answer;

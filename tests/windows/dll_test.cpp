@@ -1,0 +1,180 @@
+// The DLL itself, loaded as a spooler loads it, with the real kernel, registry, files and services.
+#include <windows.h>
+
+#include <cstring>
+#include <set>
+
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+using sim::World;
+
+namespace {
+
+sim::WideString ProgramFolder() {
+  wchar_t wszPath[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, wszPath, MAX_PATH);
+  const sim::WideString path(wszPath);
+  return path.substr(0, path.rfind(L'\\'));
+}
+
+// Names in the DLL's export table and the libraries in its import table, read from the mapped image.
+struct Image {
+  explicit Image(HMODULE hModule) : pBase(reinterpret_cast<const BYTE*>(hModule)) {
+    const auto* pDos = reinterpret_cast<const IMAGE_DOS_HEADER*>(pBase);
+    pHeaders = reinterpret_cast<const IMAGE_NT_HEADERS64*>(pBase + pDos->e_lfanew);
+  }
+  const BYTE* Directory(int n) const { return pBase + pHeaders->OptionalHeader.DataDirectory[n].VirtualAddress; }
+  std::vector<std::string> Exports() const {
+    const auto* p = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(Directory(IMAGE_DIRECTORY_ENTRY_EXPORT));
+    const auto* pNames = reinterpret_cast<const DWORD*>(pBase + p->AddressOfNames);
+    std::vector<std::string> names;
+    for (DWORD n = 0; n < p->NumberOfNames; ++n) names.emplace_back(reinterpret_cast<const char*>(pBase + pNames[n]));
+    EXPECT_EQ(p->NumberOfFunctions, p->NumberOfNames);
+    return names;
+  }
+  std::set<std::string> Imports() const {
+    std::set<std::string> names;
+    for (auto* p = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(Directory(IMAGE_DIRECTORY_ENTRY_IMPORT)); p->Name != 0; ++p) {
+      std::string strName = reinterpret_cast<const char*>(pBase + p->Name);
+      for (char& c : strName) c = static_cast<char>(std::toupper(c));
+      names.insert(strName);
+    }
+    return names;
+  }
+  const BYTE* pBase;
+  const IMAGE_NT_HEADERS64* pHeaders;
+};
+
+// A world whose monitor is the DLL.
+class Dll : public ::testing::Test {
+ protected:
+  Dll() {
+    CleanMachine();
+    m_world.emplace();
+    m_hDll = LoadLibraryW((ProgramFolder() + L"\\kelvane_lm.dll").c_str());
+    if (m_hDll == nullptr) return;
+    const auto pfn = reinterpret_cast<LPMONITOR2(WINAPI*)(PMONITORINIT, PHANDLE)>(
+        reinterpret_cast<void*>(GetProcAddress(m_hDll, "InitializePrintMonitor2")));
+    m_init.cbSize = sizeof m_init;
+    m_init.hSpooler = this;
+    m_init.hckRegistryRoot = reinterpret_cast<decltype(m_init.hckRegistryRoot)>(this);
+    m_init.pMonitorReg = &m_reg;
+    m_init.pszServerName = L"\\\\TILL";
+    HANDLE hMonitor = nullptr;
+    MONITOR2* pTable = pfn(&m_init, &hMonitor);
+    EXPECT_EQ(hMonitor, &m_init);
+    m_world->Use(pTable, hMonitor);
+  }
+  ~Dll() override {
+    if (m_hDll != nullptr) FreeLibrary(m_hDll);
+  }
+  World& world() { return *m_world; }
+  std::optional<World> m_world;
+  MONITORREG m_reg = {};
+  MONITORINIT m_init = {};
+  HMODULE m_hDll = nullptr;
+};
+
+TEST_F(Dll, ExportsOneNameAndImportsOnlySystemLibraries) {
+  ASSERT_NE(m_hDll, nullptr);
+  const Image image(m_hDll);
+  EXPECT_EQ(image.Exports(), std::vector<std::string>{"InitializePrintMonitor2"});
+  const std::set<std::string> allowed = {"KERNEL32.DLL", "ADVAPI32.DLL", "SHELL32.DLL",  "SHLWAPI.DLL",
+                                         "USER32.DLL",   "MSVCRT.DLL",   "WINSPOOL.DRV", "SPOOLSS.DLL"};
+  for (const std::string& strName : image.Imports()) EXPECT_EQ(allowed.count(strName), 1u) << strName;
+}
+
+TEST_F(Dll, TableHasEightSlots) {
+  ASSERT_NE(m_hDll, nullptr);
+  EXPECT_EQ(world().spooler.pMonitor->cbSize, 176u);
+  EXPECT_NE(world().spooler.pMonitor->pfnOpenPortEx, nullptr);
+  EXPECT_EQ(world().spooler.pMonitor->pfnOpenPort, nullptr);
+  EXPECT_NE(world().spooler.pMonitor->pfnShutdown, nullptr);
+}
+
+TEST_F(Dll, ReceiptGoesThroughThePortMonitor) {
+  world().AddPrinter("Till", "LPT1:", kModel);
+  const HANDLE hPort = world().spooler.OpenPort("LPT1:", "Till");
+  ASSERT_NE(hPort, nullptr);
+  EXPECT_TRUE(world().spooler.Print(hPort, world().spooler.NewJob("Till", "TEXT"), Receipt(50'000) + "\x13(clr)").bDelivered);
+  EXPECT_EQ(world().portMonitor.Port("LPT1:").strDelivered, Receipt(50'000) + "\x13(cls)");
+  EXPECT_TRUE(world().spooler.ClosePort(hPort));
+  EXPECT_EQ(World::LogCount("(*pIniPort->fn.pfnEndDocPort) [pszPortName:LPT1:, JobId:1]"), 1u);
+}
+
+// The service is real: installed, started, stopped and removed again.
+class Service {
+ public:
+  Service() {
+    m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    m_hService = CreateServiceW(m_hManager, L"Norvex_Srv", L"Norvex_Srv", SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, (ProgramFolder() + L"\\norvex_srv.exe").c_str(),
+                                nullptr, nullptr, nullptr, nullptr, nullptr);
+    if (m_hService == nullptr) m_hService = OpenServiceW(m_hManager, L"Norvex_Srv", SERVICE_ALL_ACCESS);
+  }
+  ~Service() {
+    Stop();
+    DeleteService(m_hService);
+    CloseServiceHandle(m_hService);
+    CloseServiceHandle(m_hManager);
+  }
+  bool Start() { return StartServiceW(m_hService, 0, nullptr) && Reaches(SERVICE_RUNNING); }
+  bool Stop() {
+    SERVICE_STATUS status = {};
+    return ControlService(m_hService, SERVICE_CONTROL_STOP, &status) && Reaches(SERVICE_STOPPED);
+  }
+
+ private:
+  bool Reaches(DWORD dwState) {
+    SERVICE_STATUS status = {};
+    for (int n = 0; n < 200; ++n) {
+      if (QueryServiceStatus(m_hService, &status) && status.dwCurrentState == dwState) return true;
+      Sleep(50);
+    }
+    return false;
+  }
+  SC_HANDLE m_hManager = nullptr;
+  SC_HANDLE m_hService = nullptr;
+};
+
+TEST_F(Dll, JobFollowsTheRealServiceBetweenTheTwoPaths) {
+  Service service;
+  world().AddPrinter("Till", "USB001", kModel);
+  const HANDLE hPort = world().spooler.OpenPort("USB001", "Till");
+  const auto print = [&](const char* psz) {
+    return world().spooler.Print(hPort, world().spooler.NewJob("Till", "RAW"), psz).bDelivered;
+  };
+  EXPECT_TRUE(print("a"));
+  ASSERT_TRUE(service.Start());
+  EXPECT_TRUE(print("b"));
+  EXPECT_TRUE(print("c"));
+  ASSERT_TRUE(service.Stop());
+  EXPECT_TRUE(print("d"));
+  EXPECT_EQ(world().portMonitor.Port("USB001").strDelivered, "ad");
+  EXPECT_EQ(world().journal.Count("sdk send 1/1"), 2u);  // through the real library file, by ordinal
+  EXPECT_EQ(world().PrinterOf("USB001").LastStrip(), "abcd");
+  world().spooler.ClosePort(hPort);
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+}
+
+TEST_F(Dll, LoadsAndUnloadsAHundredTimesWithoutALeak) {
+  FreeLibrary(m_hDll);
+  const sim::WideString path = ProgramFolder() + L"\\kelvane_lm.dll";
+  const auto cycle = [&] {
+    m_hDll = LoadLibraryW(path.c_str());
+    ASSERT_NE(m_hDll, nullptr);
+    FreeLibrary(m_hDll);
+  };
+  for (int n = 0; n < 3; ++n) cycle();
+  DWORD dwBefore = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &dwBefore);
+  for (int n = 0; n < 100; ++n) cycle();
+  DWORD dwAfter = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &dwAfter);
+  EXPECT_EQ(dwAfter, dwBefore);
+  EXPECT_EQ(GetModuleHandleW(L"kelvane_lm.dll"), nullptr);
+  m_hDll = nullptr;
+}
+
+}  // namespace
