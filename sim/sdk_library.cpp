@@ -102,6 +102,7 @@ DWORD SdkLibrary::SetLock(Device& device, DWORD dwSession, DWORD dwTimeoutMs) {
 
 DWORD SdkLibrary::Send(Device& device, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten, DWORD dwTimeoutMs) {
   ResetEvent(device.hCancel);
+  m_journal.Add("transfer begins");
   const DWORD cbMost = m_cbMostPerSend != 0 ? std::min(m_cbMostPerSend, cbIn) : cbIn;
   const DWORD dwStart = GetTickCount();
   DWORD cbDone = 0;
