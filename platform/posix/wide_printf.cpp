@@ -144,7 +144,7 @@ void Format(Sink& sink, const wchar_t* p, va_list args) {
         break;
       }
       default:
-        Unsupported(("format specification of wide printf ending in " + ToUtf8(p)).c_str());
+        Unsupported(("conversion of wide printf ending in " + ToUtf8(p)).c_str());
     }
   }
 }

@@ -218,6 +218,30 @@ INSTANTIATE_TEST_SUITE_P(
                       PortCase{"\\\\server\\till", 1, false, false}, PortCase{"XPSPort:", 1, false, false},
                       PortCase{"SHRFAX:", 1, false, false}, PortCase{"LPT1:", 0, false, false}));
 
+#ifndef _WIN32  // a device map of one's own, which the order of its values belongs to
+TEST_F(DevicePath, DeviceMapIsReadUpToAHundredValues) {
+  const auto opensAtOnce = [&] {
+    const HANDLE hPort = Open("COM4", "Any");
+    const bool bOpen = world().library.OpenSessions() != 0;
+    world().spooler.ClosePort(hPort);
+    return bOpen;
+  };
+  world().AddPrinter("Any", "COM4", kModel);
+  World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+  for (int n = 0; n < 100; ++n) World::AddSerialDevice(sim::Format("\\Device\\VCP%d", n), sim::Format("COM%d", 100 + n));
+  World::AddSerialDevice("\\Device\\VCP100", "COM4");  // the 101st
+  EXPECT_TRUE(opensAtOnce());
+  World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+  World::AddSerialDevice("\\Device\\" + std::string(300, 'n'), "COM77");  // unreadable: any COM port may be it
+  EXPECT_FALSE(opensAtOnce());
+  World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+  World::AddSerialDevice("\\Device\\VCP0", std::string(200, 'C'));
+  EXPECT_FALSE(opensAtOnce());
+  EXPECT_EQ(World::LogCount("RegEnumValue [err:234]"), 2u);
+  World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+}
+#endif
+
 TEST_F(DevicePath, FileAndFaxPortsCauseNoQuery) {
   for (const char* pszPort : {"FILE:", "XPSPort:", "SHRFAX:"}) {
     world().AddPrinter("Any", pszPort, kModel);
