@@ -60,8 +60,6 @@ struct PrintResult {
 
 class Spooler {
  public:
-  explicit Spooler(Journal& journal) : m_journal(journal) {}
-
   Queue& AddQueue(const Queue& queue);
   Queue* FindQueue(const std::string& strName);
   static DataValue Dword(DWORD dw);
@@ -109,7 +107,6 @@ class Spooler {
 
   Lock lock;  // guards queues and jobs
  private:
-  Journal& m_journal;
   std::map<std::string, std::unique_ptr<Queue>> m_queues;
   std::map<DWORD, std::unique_ptr<Job>> m_jobs;
   DWORD m_dwNextJob = 1;

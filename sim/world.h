@@ -63,7 +63,7 @@ class World {
   ServiceManager services;
   PortMonitor portMonitor{journal};
   SdkLibrary library{journal};
-  Spooler spooler{journal};
+  Spooler spooler;
 
  private:
   std::map<std::string, std::unique_ptr<Printer>> m_printers;  // by port

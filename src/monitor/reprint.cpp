@@ -86,6 +86,8 @@ DWORD ReprintDumpData(IniPort* pIniPort) noexcept {
   DWORD dwResult = ERROR_INVALID_PARAMETER;
   while (!IsCancelSet(job)) {
     DWORD cbWritten = 0;
+    // A send that timed out counts as sent and leaves the last error alone; one of an earlier call must not end the loop.
+    SetLastError(ERROR_TIMEOUT);
     const bool bSent = job.pSdkMng->Send(pNext, cbRest, &cbWritten, kReprintTimeoutMs) != FALSE;
     const DWORD dwError = GetLastError();
     if (cbWritten > cbRest) {

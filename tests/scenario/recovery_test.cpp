@@ -153,6 +153,48 @@ TEST_P(Recovery, SilentPrinterIsWaitedForUntilTheJobIsDeleted) {
   EXPECT_EQ(world().journal.Count("SetJob"), 2u);
 }
 
+TEST_P(Recovery, FailedRequestsAndReadsAreRepeated) {
+  world().library.Answer("send", 31, 3);
+  EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);
+  EXPECT_EQ(World::LogCount("Fail to send. [Err:31][Port:USB001]"), 3u);
+  world().library.Answer("GET_RAW_DATA_RESP", 31, 2);
+  EXPECT_TRUE(PrintText(Receipt(600)).bDelivered);
+  EXPECT_EQ(World::LogCount("Fail to get exec resp. [Err:31][Port:USB001]"), 2u);
+  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(500) + Receipt(600)});
+}
+
+TEST_P(Recovery, RefusedCancelAndResetAreTriedAgain) {
+  Printer().Plan({FaultKind::PaperEnd, 300, 1500});
+  world().library.Answer("SDK_CANCEL_IO_EX", 31, 1);
+  world().library.Answer("SDK_SET_RESET", 31, 1);
+  EXPECT_TRUE(PrintText(Receipt(900)).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(900));
+  EXPECT_EQ(Reprints(), 1u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_CANCEL_IO_EX"), 3u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 2u);
+}
+
+TEST_P(Recovery, LineLostDuringTheReprintStartsANewPass) {
+  Printer().Plan({FaultKind::PaperEnd, 3000, 1500});
+  Printer().Plan({FaultKind::OffLine, 7500, 1500});  // 3,000 bytes and more were printed before the reset
+  EXPECT_TRUE(PrintText(Receipt(9000)).bDelivered);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(9000));
+}
+
+TEST_P(Recovery, UnknownModelIsNeverReady) {
+  world().spooler.ClosePort(m_hPort);
+  world().spooler.FindQueue("Till")->strDriver = kUnknownModel;
+  m_hPort = Open("USB001");
+  sim::PrintOptions options;
+  int nOffers = 0;
+  options.onProgress = [&](std::uint64_t) {
+    if (++nOffers == 4) world().spooler.SetStatus(LastJob(), JOB_STATUS_DELETING);
+  };
+  const sim::PrintResult result = PrintText("x", options);
+  EXPECT_GE(result.nRefused, 2u);
+  EXPECT_EQ(Printer().LastStrip(), "");
+}
+
 TEST_P(Recovery, SettingStaysOnWhileThePortIsOpen) {
   EXPECT_TRUE(PrintText("a").bDelivered);
   world().spooler.FindQueue("Till")->data["AutoReprint"] = sim::Spooler::Dword(0);

@@ -230,6 +230,84 @@ TEST(ReprintCache, StartsAtTheSizeOfTheLastJobsAndDoubles) {
   EXPECT_FALSE(ManageReprintMng(nullptr, 1));
 }
 
+#ifndef _WIN32
+TEST(ReprintCache, WithoutMemoryItIsEmptiedAndForgetsSizes) {
+  IniPort port = {};
+  const std::vector<BYTE> bytes(4'000'000, 7);
+  ManageReprintMng(&port.reprintMng, 1000);
+  ManageReprintMng(&port.reprintMng, 3000);
+  const w32::FaultsOn faults;
+  w32::ResetFaults();
+  w32::FailCalls("HeapAlloc");
+  EXPECT_EQ(CashWriteData(&port, bytes.data(), 10), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+  EXPECT_EQ(CashWriteData(&port, bytes.data(), 10), 0u);
+  EXPECT_EQ(port.reprintMng.cbAlloc, 3'145'728u);  // the sizes of the last jobs are gone
+  w32::FailCalls("HeapAlloc");
+  EXPECT_EQ(CashWriteData(&port, bytes.data(), 4'000'000), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+  EXPECT_EQ(port.reprintMng.pBuf, nullptr);
+  EXPECT_EQ(port.reprintMng.cbAlloc, 0u);
+  w32::ResetFaults();
+}
+#endif
+
+// A library whose sends answer a prepared list of codes and counts, then take everything.
+struct SendAnswer {
+  DWORD dwCode;
+  DWORD cbWritten;
+};
+std::deque<SendAnswer> g_sendAnswers;
+DWORD WINAPI AnsweredSend(DWORD, LPCWSTR, const void*, DWORD cbIn, DWORD* pdwWritten, void*, DWORD, DWORD*, DWORD) {
+  const SendAnswer answer = g_sendAnswers.empty() ? SendAnswer{0, cbIn} : g_sendAnswers.front();
+  if (!g_sendAnswers.empty()) g_sendAnswers.pop_front();
+  *pdwWritten = answer.cbWritten;
+  return answer.dwCode;
+}
+
+struct DumpCase {
+  std::deque<SendAnswer> answers;
+  DWORD dwResult;
+};
+class ReprintDump : public ::testing::TestWithParam<DumpCase> {};
+
+TEST_P(ReprintDump, EndsAsTheSendsSay) {
+  CSdk sdk;
+  sdk.pDevIoCtrl = AnsweredSend;
+  IniJob job = {};
+  job.pSdkMng = &sdk;
+  job.hEventCancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  IniPort port = {};
+  wchar_t szPort[] = L"USB001";
+  port.pszPortName = szPort;
+  port.pIniJob = &job;
+  port.pSdkMng = &sdk;
+  EXPECT_EQ(ReprintDumpData(&port), 87u);  // nothing cached
+  const BYTE abyData[100] = {};
+  CashWriteData(&port, abyData, sizeof abyData);
+  g_sendAnswers = GetParam().answers;
+  EXPECT_EQ(ReprintDumpData(&port), GetParam().dwResult);
+  EXPECT_TRUE(g_sendAnswers.empty());
+  SetEvent(job.hEventCancel);
+  EXPECT_EQ(ReprintDumpData(&port), 87u);  // cancelled before the first send
+  ManageReprintMng(&port.reprintMng, 0);
+  CloseHandle(job.hEventCancel);
+}
+INSTANTIATE_TEST_SUITE_P(All, ReprintDump,
+                         ::testing::Values(DumpCase{{}, 0}, DumpCase{{{0, 40}, {0, 60}}, 0},
+                                           DumpCase{{{ERROR_TIMEOUT, 40}, {ERROR_BUSY, 0}, {31, 10}}, 0},
+                                           DumpCase{{{0, 40}, {ERROR_DEVICE_NOT_CONNECTED, 0}}, 1167},
+                                           DumpCase{{{0, 101}}, 111}, DumpCase{{{0, 60}, {0, 60}}, 111}));
+
+TEST(WaitForResponse, NeedsAJobAndAModel) {
+  IniPort port = {};
+  EXPECT_EQ(WaitExecRespAndStatus(nullptr, TRUE), 87u);
+  EXPECT_EQ(WaitExecRespAndStatus(&port, TRUE), 87u);
+  IniJob job = {};
+  port.pIniJob = &job;
+  EXPECT_EQ(WaitExecRespAndStatus(&port, FALSE), 87u);
+  port.pIniJob = nullptr;
+  EXPECT_EQ(WriteReprintChkData(&port, nullptr, 0), 87u);
+}
+
 // ---- device binding ---------------------------------------------------------------------------------------------------
 
 TEST(Sdk, ReadTakesTwoFlagsAndUnlockNeedsNoLock) {
