@@ -25,7 +25,6 @@ struct PortPlan {
   std::string strQueue;
   HANDLE hPort = nullptr;
   std::vector<RandomJob> jobs;
-  bool bRefusals = false;
 };
 
 std::uint64_t FromEnvironment(const char* pszName, std::uint64_t ullDefault) {
@@ -49,6 +48,11 @@ class Simulation {
 
   void Run() {
     for (int n = 0; n < kPorts; ++n) BuildPort(n);
+    if (Chance(3)) world.library.SetPartialSends(200 + Pick(900));
+    if (Chance(3)) {  // calls that the library refuses, whichever port they meet
+      constexpr const char* kRequests[] = {"send", "SDK_SET_LOCK", "GET_RAW_DATA_RESP", "GET_RAW_DATA_CLR"};
+      world.library.Answer(kRequests[Pick(4)], Chance(2) ? ERROR_GEN_FAILURE : ERROR_TIMEOUT, 1 + Pick(3));
+    }
     struct Start {
       Simulation* pSimulation;
       PortPlan* pPort;
@@ -138,13 +142,30 @@ class Simulation {
     }
   }
 
+  // All that the port's archive holds, in the order of the jobs.
+  std::string ArchiveOf(const PortPlan& port) {
+    const std::string strRoot = sim::Format("C:\\Archive%d", static_cast<int>(&port - m_ports.data()));
+    std::string strAll;
+    for (const std::string& strDay : sim::World::ListFolder(strRoot))
+      for (const std::string& strName : sim::World::ListFolder(strRoot + "\\" + strDay)) {
+        std::string strBytes;
+        sim::World::ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, strBytes);
+        strAll += strBytes;
+      }
+    return strAll;
+  }
+
   void Check(const PortPlan& port) {
+    const std::string strArchive = ArchiveOf(port);
     const std::vector<std::string> strips = world.PrinterOf(port.strPort).Strips();
     for (const RandomJob& job : port.jobs) {
       const sim::Job& spooled = *world.spooler.FindJob(job.dwId);
       if (job.result.bStarted) {
         EXPECT_EQ(spooled.nSentToPrinter, 1u) << "job " << job.dwId;
         EXPECT_EQ(spooled.nLastPageEjected, 1u) << "job " << job.dwId;
+      }
+      if (!strArchive.empty() && job.result.bDelivered && !job.bDeleted) {
+        EXPECT_EQ(CountIn(strArchive, job.strData), 1u) << "job " << job.dwId << " in the archive";
       }
       const bool bUnconfirmed = spooled.strDatatype == "RAW" || world.journal.Count("port StartDocPort") != 0;
       if (job.bDeleted || !job.result.bDelivered || bUnconfirmed) continue;
