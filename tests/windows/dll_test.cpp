@@ -119,7 +119,14 @@ class Service {
     CloseServiceHandle(m_hService);
     CloseServiceHandle(m_hManager);
   }
-  bool Start() { return StartServiceW(m_hService, 0, nullptr) && Reaches(SERVICE_RUNNING); }
+  // Wine's service manager gives a process ten seconds to report; on a busy machine the first attempt may run out.
+  bool Start() {
+    for (int nAttempt = 0; nAttempt < 4; ++nAttempt) {
+      const bool bStarted = StartServiceW(m_hService, 0, nullptr) || GetLastError() == ERROR_SERVICE_ALREADY_RUNNING;
+      if (bStarted && Reaches(SERVICE_RUNNING)) return true;
+    }
+    return false;
+  }
   bool Stop() {
     SERVICE_STATUS status = {};
     return ControlService(m_hService, SERVICE_CONTROL_STOP, &status) && Reaches(SERVICE_STOPPED);
