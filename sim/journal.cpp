@@ -6,27 +6,32 @@
 
 namespace sim {
 
-void Journal::Add(const std::string& strEntry) {
+void Journal::Add(const std::string& strText, const std::string& strQueue) {
   const Guard guard(m_lock);
-  m_entries.push_back(strEntry);
+  m_events.push_back({strText, strQueue, GetTickCount()});
 }
 
-std::vector<std::string> Journal::Entries() const {
+std::vector<Journal::Event> Journal::EventsOf(const std::string& strQueue) const {
   const Guard guard(m_lock);
-  return m_entries;
+  std::vector<Event> events;
+  for (const Event& event : m_events)
+    if (event.strQueue == strQueue) events.push_back(event);
+  return events;
 }
+
+std::vector<std::string> Journal::Entries() const { return Of(""); }
 
 std::vector<std::string> Journal::Of(const std::string& strStart) const {
   const Guard guard(m_lock);
   std::vector<std::string> entries;
-  for (const std::string& strEntry : m_entries)
-    if (strEntry.starts_with(strStart)) entries.push_back(strEntry);
+  for (const Event& event : m_events)
+    if (event.strText.starts_with(strStart)) entries.push_back(event.strText);
   return entries;
 }
 
 void Journal::Clear() {
   const Guard guard(m_lock);
-  m_entries.clear();
+  m_events.clear();
 }
 
 #ifdef _WIN32

@@ -35,7 +35,14 @@ class Guard {
 
 class Journal {
  public:
-  void Add(const std::string& strEntry);
+  struct Event {
+    std::string strText;
+    std::string strQueue;  // whose; empty where that does not matter
+    DWORD dwTime;          // GetTickCount
+  };
+  void Add(const std::string& strText, const std::string& strQueue = {});
+  // All that happened to one queue.
+  std::vector<Event> EventsOf(const std::string& strQueue) const;
   std::vector<std::string> Entries() const;
   // Entries that begin with a text.
   std::vector<std::string> Of(const std::string& strStart) const;
@@ -44,7 +51,7 @@ class Journal {
 
  private:
   mutable Lock m_lock;
-  std::vector<std::string> m_entries;
+  std::vector<Event> m_events;
 };
 
 // One numbered fault point of the platform layer: true when the call must fail, with the last-error code set. On Windows,

@@ -13,15 +13,16 @@ constexpr DWORD kPollMs = 20;
 }  // namespace
 
 SdkLibrary::~SdkLibrary() {
-  for (auto& [strQueue, pDevice] : m_devices) CloseHandle(pDevice->hCancel);
+  for (auto& [pPrinter, pDevice] : m_devices) CloseHandle(pDevice->hCancel);
 }
 
 void SdkLibrary::Connect(const std::string& strQueue, Printer& printer) {
   const Guard guard(m_lock);
-  auto& pDevice = m_devices[strQueue];
+  auto& pDevice = m_devices[&printer];
   if (!pDevice) pDevice = std::make_unique<Device>();
   if (pDevice->hCancel == nullptr) pDevice->hCancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   pDevice->pPrinter = &printer;
+  m_queues[strQueue] = pDevice.get();
 }
 
 void SdkLibrary::Answer(const std::string& strRequest, DWORD dwCode, unsigned nTimes) {
@@ -46,41 +47,46 @@ std::size_t SdkLibrary::OpenSessions() const {
 std::size_t SdkLibrary::HeldLocks() const {
   const Guard guard(m_lock);
   std::size_t n = 0;
-  for (const auto& [strQueue, pDevice] : m_devices) n += pDevice->dwLockedBy != 0 ? 1 : 0;
+  for (const auto& [pPrinter, pDevice] : m_devices) n += pDevice->dwLockedBy != 0 ? 1 : 0;
   return n;
 }
 
-SdkLibrary::Device* SdkLibrary::DeviceOf(DWORD dwSession) {
+SdkLibrary::Session SdkLibrary::SessionOf(DWORD dwSession) {
   const Guard guard(m_lock);
   const auto it = m_sessions.find(dwSession);
-  return it != m_sessions.end() ? it->second : nullptr;
+  return it != m_sessions.end() ? it->second : Session{};
+}
+
+void SdkLibrary::NoteOwner(const Device& device, DWORD dwSession, const std::string& strRequest) {
+  const Guard guard(m_lock);
+  if (device.dwLockedBy != dwSession) m_journal.Add("violation: " + strRequest + " without the device's lock");
 }
 
 DWORD SdkLibrary::OpenW(const wchar_t* pszPrinter, DWORD* pdwSession) {
   const std::string strPrinter = Narrow(pszPrinter);
-  m_journal.Add(Format("sdk OpenW %s options=0x%x", strPrinter.c_str(), static_cast<unsigned>(*pdwSession)));
+  m_journal.Add(Format("sdk OpenW %s options=0x%x", strPrinter.c_str(), static_cast<unsigned>(*pdwSession)), strPrinter);
   if (IsImpersonating()) m_journal.Add("violation: OpenW impersonating the client");
   if (m_dwOpenDelay != 0) Sleep(m_dwOpenDelay);
   DWORD dwCode = 0;
   if (Planned("OpenW", dwCode)) return dwCode;
   if (FaultHere("sdk OpenW", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
   const Guard guard(m_lock);
-  const auto it = m_devices.find(strPrinter);
-  if (it == m_devices.end()) return ERROR_FILE_NOT_FOUND;
+  const auto it = m_queues.find(strPrinter);
+  if (it == m_queues.end()) return ERROR_FILE_NOT_FOUND;
   *pdwSession = m_dwNextSession++;
-  m_sessions[*pdwSession] = it->second.get();
+  m_sessions[*pdwSession] = {it->second, strPrinter};
   return ERROR_SUCCESS;
 }
 
 DWORD SdkLibrary::Close(DWORD dwSession) {
-  m_journal.Add("sdk Close");
+  m_journal.Add("sdk Close", SessionOf(dwSession).strQueue);
   DWORD dwCode = 0;
   if (Planned("Close", dwCode)) return dwCode;
   if (FaultHere("sdk Close", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
   const Guard guard(m_lock);
   const auto it = m_sessions.find(dwSession);
   if (it == m_sessions.end()) return ERROR_INVALID_HANDLE;
-  if (it->second->dwLockedBy == dwSession) it->second->dwLockedBy = 0;
+  if (it->second.pDevice->dwLockedBy == dwSession) it->second.pDevice->dwLockedBy = 0;
   m_sessions.erase(it);
   return ERROR_SUCCESS;
 }
@@ -100,9 +106,10 @@ DWORD SdkLibrary::SetLock(Device& device, DWORD dwSession, DWORD dwTimeoutMs) {
   }
 }
 
-DWORD SdkLibrary::Send(Device& device, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten, DWORD dwTimeoutMs) {
+DWORD SdkLibrary::Send(Device& device, const std::string& strQueue, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten,
+                       DWORD dwTimeoutMs) {
   ResetEvent(device.hCancel);
-  m_journal.Add("transfer begins");
+  m_journal.Add(Format("transfer begins timeout=%u", static_cast<unsigned>(dwTimeoutMs)), strQueue);
   const DWORD cbMost = m_cbMostPerSend != 0 ? std::min(m_cbMostPerSend, cbIn) : cbIn;
   const DWORD dwStart = GetTickCount();
   DWORD cbDone = 0;
@@ -133,6 +140,7 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
                             DWORD* pdwWritten, BYTE* pOut, DWORD cbOut, DWORD* pdwValue, DWORD dwTimeoutMs) {
   const std::string strRequest = pszRequest != nullptr ? Narrow(pszRequest) : "send";
   const bool bRead = strRequest.starts_with("GET_RAW_DATA");
+  const Session session = SessionOf(dwSession);
   if (!bRead && strRequest != "send") {
     std::string strEntry = Format("sdk %s timeout=%u", strRequest.c_str(), static_cast<unsigned>(dwTimeoutMs));
     if (strRequest == "SDK_SET_LOCK")
@@ -140,18 +148,20 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
     if (strRequest == "SDK_SYNC_COM")
       strEntry += Format(" setting=%s length=%u", Narrow(reinterpret_cast<const wchar_t*>(pIn)).c_str(),
                          static_cast<unsigned>(cbIn));
-    m_journal.Add(strEntry);
+    m_journal.Add(strEntry, session.strQueue);
   }
   DWORD dwCode = 0;
   if (Planned(strRequest, dwCode)) return dwCode;
   if (FaultHere(("sdk " + strRequest).c_str(), ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
-  Device* pDevice = DeviceOf(dwSession);
+  Device* pDevice = session.pDevice;
   if (pDevice == nullptr) return ERROR_INVALID_HANDLE;
+  if (strRequest == "send" || strRequest == "SDK_SET_RESET") NoteOwner(*pDevice, dwSession, strRequest);
   if (strRequest == "send") {
-    dwCode = Send(*pDevice, pIn, cbIn, pdwWritten, dwTimeoutMs);
+    dwCode = Send(*pDevice, session.strQueue, pIn, cbIn, pdwWritten, dwTimeoutMs);
     m_journal.Add(Format("sdk send %u/%u timeout=%u code=%u", static_cast<unsigned>(*pdwWritten),
                          static_cast<unsigned>(cbIn), static_cast<unsigned>(dwTimeoutMs),
-                         static_cast<unsigned>(dwCode)));
+                         static_cast<unsigned>(dwCode)),
+                  session.strQueue);
     return dwCode;
   }
   if (bRead) {

@@ -17,7 +17,7 @@ class SdkLibrary {
   explicit SdkLibrary(Journal& journal) : m_journal(journal) {}
   ~SdkLibrary();
 
-  // Connects a queue to the printer that its device is.
+  // Connects a queue to the printer that its device is; queues of one printer share the device and its lock.
   void Connect(const std::string& strQueue, Printer& printer);
 
   // The next nTimes calls of a request ("OpenW", "Close", "send", "SDK_SET_LOCK", …) answer this code and do nothing.
@@ -43,20 +43,28 @@ class SdkLibrary {
     DWORD dwLockedBy = 0;
     HANDLE hCancel = nullptr;  // manual-reset: set by a cancel, cleared when the next transfer begins
   };
+  struct Session {
+    Device* pDevice = nullptr;  // null: no such session
+    std::string strQueue;
+  };
   struct Plan {
     DWORD dwCode;
     unsigned nTimes;
   };
 
   bool Planned(const std::string& strRequest, DWORD& dwCode);
-  Device* DeviceOf(DWORD dwSession);
-  DWORD Send(Device& device, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten, DWORD dwTimeoutMs);
+  Session SessionOf(DWORD dwSession);
+  // What happens to the paper is for the owner of the device's lock only; anything else is a violation.
+  void NoteOwner(const Device& device, DWORD dwSession, const std::string& strRequest);
+  DWORD Send(Device& device, const std::string& strQueue, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten,
+             DWORD dwTimeoutMs);
   DWORD SetLock(Device& device, DWORD dwSession, DWORD dwTimeoutMs);
 
   Journal& m_journal;
   mutable Lock m_lock;  // guards the maps and every device's lock owner
-  std::map<std::string, std::unique_ptr<Device>> m_devices;  // by queue
-  std::map<DWORD, Device*> m_sessions;
+  std::map<Printer*, std::unique_ptr<Device>> m_devices;
+  std::map<std::string, Device*> m_queues;
+  std::map<DWORD, Session> m_sessions;
   std::map<std::string, Plan> m_plans;
   DWORD m_dwNextSession = 1;
   DWORD m_dwOpenDelay = 0;

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "sim/text.h"
+#include "sim/world.h"
 
 namespace sim {
 
@@ -57,7 +58,10 @@ Job* Spooler::FindJob(DWORD dwId) {
 void Spooler::SetStatus(DWORD dwId, DWORD dwAdd) {
   const Guard guard(lock);
   const auto it = m_jobs.find(dwId);
-  if (it != m_jobs.end()) it->second->dwStatus |= dwAdd;
+  if (it == m_jobs.end()) return;
+  it->second->dwStatus |= dwAdd;
+  World::Get().journal.Add(Format("user changes job %u: 0x%x", static_cast<unsigned>(dwId), static_cast<unsigned>(dwAdd)),
+                           it->second->strQueue);
 }
 
 DWORD Spooler::StatusOf(DWORD dwId) {

@@ -59,8 +59,13 @@ Queue& World::AddPrinter(const std::string& strQueue, const std::string& strPort
   auto& pPrinter = m_printers[strPort];
   pPrinter = std::make_unique<Printer>();
   pPrinter->Configure(settings);
-  portMonitor.Port(strPort).pPrinter = pPrinter.get();
-  library.Connect(strQueue, *pPrinter);
+  return AddQueueOn(*pPrinter, strQueue, strPort, strDriver);
+}
+
+Queue& World::AddQueueOn(Printer& printer, const std::string& strQueue, const std::string& strPort,
+                         const std::string& strDriver) {
+  portMonitor.Port(strPort).pPrinter = &printer;
+  library.Connect(strQueue, printer);
   Queue queue;
   queue.strName = strQueue;
   queue.strPort = strPort;
@@ -68,7 +73,7 @@ Queue& World::AddPrinter(const std::string& strQueue, const std::string& strPort
   return spooler.AddQueue(queue);
 }
 
-Printer& World::PrinterOf(const std::string& strPort) { return *m_printers.at(strPort); }
+Printer& World::PrinterOf(const std::string& strPort) { return *portMonitor.Port(strPort).pPrinter; }
 
 // ---- the device-access library as the monitor finds it ---------------------------------------------------------------
 
@@ -206,6 +211,14 @@ std::vector<std::string> World::ListFolder(const std::string& strFolder) {
   } while (FindNextFileW(hFind, &entry));
   FindClose(hFind);
   return names;
+}
+
+std::map<std::string, std::string> World::ArchivedFiles(const std::string& strRoot) {
+  std::map<std::string, std::string> files;
+  for (const std::string& strDay : ListFolder(strRoot))
+    for (const std::string& strName : ListFolder(strRoot + "\\" + strDay))
+      ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, files[strDay + "\\" + strName]);
+  return files;
 }
 
 void World::DeleteTree(const std::string& strFolder) {

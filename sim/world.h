@@ -36,6 +36,9 @@ class World {
   // A queue with a printer on its port, connected to the port monitor and the device-access library.
   Queue& AddPrinter(const std::string& strQueue, const std::string& strPort, const std::string& strDriver,
                     const PrinterSettings& settings = {});
+  // One more queue, on a port of its own, that prints on the printer of another port.
+  Queue& AddQueueOn(Printer& printer, const std::string& strQueue, const std::string& strPort,
+                    const std::string& strDriver);
   Printer& PrinterOf(const std::string& strPort);
 
   // Puts the device-access library where the monitor looks for it, or takes it away. nOrdinals: how many of its three
@@ -57,6 +60,8 @@ class World {
   static bool ReadWholeFile(const std::string& strPath, std::string& strBytes);
   static bool WriteWholeFile(const std::string& strPath, const std::string& strBytes);
   static std::vector<std::string> ListFolder(const std::string& strFolder);
+  // The files of an archive by their paths below its root, in order of their names.
+  static std::map<std::string, std::string> ArchivedFiles(const std::string& strRoot);
   static void DeleteTree(const std::string& strFolder);
 
   Journal journal;

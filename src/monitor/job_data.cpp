@@ -84,6 +84,8 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
   if (IsCancelJob(pIniPort)) {
     LogW(L"Cancel job [pszPortName:0x%s, pBuf:0x%08x, cbBuf:%d]", pIniPort->pszPortName, LogAddress(pBuf), cbBuf);
     *pcbWritten = cbBuf;
+    // The watcher finds the same half a second later at most; the job's end need not ask the printer meanwhile.
+    if (pIniJob->hEventCancel != nullptr) SetEvent(pIniJob->hEventCancel);
     return TRUE;
   }
   if (!bRaw) CheckRealCmd(pIniPort, pBuf, cbBuf);

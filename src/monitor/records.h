@@ -3,7 +3,8 @@
 // Who may touch what: csMonitor guards the port list, every job list, pDevData and pSdkMng where a job start copies or
 // replaces them, and bySeqCounter. The spooler makes the calls of one port one after the other (its printer-data requests
 // may come beside them), so everything else of a record belongs to the thread of the current call. The cancel watcher
-// reads hPrinter, JobId, pSdkMng and hEventStop of its job, which stay unchanged while it runs, and sets hEventCancel.
+// reads hPrinter, JobId, pSdkMng and hEventStop of its job, which stay unchanged while it runs, and sets hEventCancel; so
+// does a write that finds the job cancelled.
 #pragma once
 
 #include <windows.h>

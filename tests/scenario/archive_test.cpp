@@ -30,13 +30,9 @@ class Archive : public WorldTest, public ::testing::WithParamInterface<bool> {
   }
   bool OnDevice() const { return GetParam(); }
   // Every archived file's bytes, in order of the names.
-  std::vector<std::string> Archived(const std::string& strRoot = kRoot) {
+  std::vector<std::string> Archived() {
     std::vector<std::string> files;
-    for (const std::string& strDay : World::ListFolder(strRoot))
-      for (const std::string& strName : World::ListFolder(strRoot + "\\" + strDay)) {
-        files.emplace_back();
-        World::ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, files.back());
-      }
+    for (const auto& [strName, strBytes] : World::ArchivedFiles(kRoot)) files.push_back(strBytes);
     return files;
   }
   bool Print(const std::string& strData, const std::string& strDatatype = "RAW") {

@@ -1,5 +1,6 @@
 // Many seeds of random jobs, printer faults, cancels, service stops and refused calls on several ports at once, and what
 // must hold after each. A failing seed prints the command that replays it.
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 
@@ -11,19 +12,26 @@ using sim::FaultKind;
 
 namespace {
 
-constexpr int kPorts = 3;
+constexpr DWORD kCancelled = JOB_STATUS_DELETING | JOB_STATUS_DELETED | JOB_STATUS_RESTART;
+// A deletion is noticed within one poll of the job's watcher; the rest is for the transfer that is under way.
+constexpr DWORD kNoticedMs = 600;
 
 struct RandomJob {
   DWORD dwId = 0;
   std::string strData;
-  bool bDeleted = false;
+  DWORD dwUserChange = 0;  // what the user does to it: status bits
+  DWORD dwChangeAfter = 0;
   sim::PrintResult result;
+
+  bool IsCancelled() const { return (dwUserChange & kCancelled) != 0; }
 };
 
 struct PortPlan {
   std::string strPort;
   std::string strQueue;
+  std::string strRoot;  // of its archive; empty when it has none
   HANDLE hPort = nullptr;
+  bool bSettingGoesAway = false;  // "AutoReprint" becomes 0 after the first job
   std::vector<RandomJob> jobs;
 };
 
@@ -47,7 +55,8 @@ class Simulation {
   }
 
   void Run() {
-    for (int n = 0; n < kPorts; ++n) BuildPort(n);
+    const bool bSharedDevice = Chance(3);  // a fourth queue prints on the first one's printer
+    for (unsigned n = 0; n < (bSharedDevice ? 4u : 3u); ++n) BuildPort(n);
     if (Chance(3)) world.library.SetPartialSends(200 + Pick(900));
     if (Chance(3)) {  // calls that the library refuses, whichever port they meet
       constexpr const char* kRequests[] = {"send", "SDK_SET_LOCK", "GET_RAW_DATA_RESP", "GET_RAW_DATA_CLR"};
@@ -67,11 +76,16 @@ class Simulation {
         return 0;
       }, &start, 0, nullptr));
     }
-    if (Chance(3)) {  // the service goes and comes between the jobs
+    if (!bSharedDevice && Chance(3)) {  // the service goes and comes between the jobs
       Sleep(Pick(4000));
       world.services.dwState = SERVICE_STOPPED;
       Sleep(Pick(4000));
       world.services.dwState = SERVICE_RUNNING;
+    }
+    for (unsigned n = Pick(4); n > 0; --n) {  // an administrator changes the settings
+      Sleep(Pick(5000));
+      world.SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", Pick(2));
+      world.SetLogLevel(Chance(2) ? 0x596 : 0x002);
     }
     for (const HANDLE hThread : threads) {
       WaitForSingleObject(hThread, INFINITE);
@@ -82,8 +96,9 @@ class Simulation {
     for (PortPlan& port : m_ports) world.spooler.ClosePort(port.hPort);
     EXPECT_EQ(world.library.HeldLocks(), 0u);
     EXPECT_EQ(world.library.OpenSessions(), 0u);
-    EXPECT_EQ(world.journal.Count("violation: sent"), 0u);
-    for (int n = 0; n < kPorts; ++n) sim::World::DeleteTree(sim::Format("C:\\Archive%d", n));
+    EXPECT_EQ(world.journal.Of("violation"), std::vector<std::string>());
+    for (PortPlan& port : m_ports)
+      if (!port.strRoot.empty()) sim::World::DeleteTree(port.strRoot);
   }
 
   sim::World world;
@@ -93,26 +108,39 @@ class Simulation {
   bool Chance(unsigned nOneIn) { return Pick(nOneIn) == 0; }
 
   // Everything random is drawn before the threads start, so that it depends on the seed alone.
-  void BuildPort(int n) {
+  void BuildPort(unsigned n) {
+    constexpr const char* kNames[] = {"USB001", "COM2", "IP_3", "USB004"};
     PortPlan port;
-    port.strPort = sim::Format(n == 0 ? "USB00%d" : n == 1 ? "COM%d" : "IP_%d", n + 1);
-    port.strQueue = sim::Format("Till %d", n);
+    port.strPort = kNames[n];
+    port.strQueue = sim::Format("Till %u", n);
     const bool bOneByte = Chance(3);
-    sim::Queue& queue = world.AddPrinter(port.strQueue, port.strPort, bOneByte ? kOneByteModel : kModel,
-                                         {.bOneByteStatus = bOneByte, .cbBuffer = 512 + Pick(8000), .dwBytesPerSecond = 2000 + Pick(30'000)});
+    if (n == 0) m_strFirstModel = bOneByte ? kOneByteModel : kModel;
+    sim::Queue& queue =
+        n == 3 ? world.AddQueueOn(world.PrinterOf("USB001"), port.strQueue, port.strPort, m_strFirstModel)
+               : world.AddPrinter(port.strQueue, port.strPort, bOneByte ? kOneByteModel : kModel,
+                                  {.bOneByteStatus = bOneByte,
+                                   .cbBuffer = 512 + Pick(8000),
+                                   .dwBytesPerSecond = 2000 + Pick(30'000)});
     world.portMonitor.Port(port.strPort).nProtocol = 1;
     queue.data["AutoReprint"] = sim::Spooler::Dword(1);
+    port.bSettingGoesAway = Chance(4);
     if (Chance(2)) {
-      queue.data["JobFilePath"] = sim::Spooler::Text(sim::Format("C:\\Archive%d", n));
+      port.strRoot = sim::Format("C:\\Archive%u", n);
+      queue.data["JobFilePath"] = sim::Spooler::Text(port.strRoot);
       queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
     }
     std::uint64_t ullAt = 0;
     const unsigned nJobs = 1 + Pick(3);
     for (unsigned nJob = 0; nJob < nJobs; ++nJob) {
       RandomJob job;
-      job.strData = sim::Format("<%d.%u>", n, nJob) + Receipt(1 + Pick(12'000), static_cast<char>('A' + Pick(26))) + "</>";
+      job.strData = sim::Format("<%u.%u>", n, nJob) + Receipt(1 + Pick(12'000), static_cast<char>('A' + Pick(26))) + "</>";
       job.dwId = world.spooler.NewJob(port.strQueue, Chance(5) ? "RAW" : "TEXT");
-      job.bDeleted = Chance(5);
+      if (Chance(4)) {
+        constexpr DWORD kChanges[] = {JOB_STATUS_DELETING, JOB_STATUS_DELETING | JOB_STATUS_DELETED, JOB_STATUS_RESTART,
+                                      JOB_STATUS_PAUSED};
+        job.dwUserChange = kChanges[Pick(4)];
+        job.dwChangeAfter = Pick(Chance(2) ? 1000 : 9000);
+      }
       if (Chance(2)) {
         constexpr FaultKind kKinds[] = {FaultKind::PaperEnd,    FaultKind::CoverOpen, FaultKind::OffLine,
                                         FaultKind::PowerCycle,  FaultKind::BlankStatus, FaultKind::Garbage,
@@ -123,7 +151,6 @@ class Simulation {
       ullAt += job.strData.size();
       port.jobs.push_back(job);
     }
-    m_deleteAfter.push_back(Pick(3000));
     port.hPort = world.spooler.OpenPort(port.strPort, port.strQueue);
     m_ports.push_back(port);
   }
@@ -134,53 +161,88 @@ class Simulation {
       sim::PrintOptions options;
       options.cbChunk = 1000 + static_cast<DWORD>(nPort) * 700;
       auto pRunning = world.spooler.PrintAsync(port.hPort, job.dwId, job.strData, options);
-      if (job.bDeleted) {
-        Sleep(m_deleteAfter[nPort]);
-        world.spooler.SetStatus(job.dwId, JOB_STATUS_DELETING);
-      }
+      if (job.dwUserChange != 0 && !pRunning->Wait(job.dwChangeAfter))
+        world.spooler.SetStatus(job.dwId, job.dwUserChange);
       job.result = pRunning->Join();
+      if (port.bSettingGoesAway && job.result.bStarted) {  // the port keeps what its first job found
+        sim::Queue* pQueue = world.spooler.FindQueue(port.strQueue);
+        const sim::Guard guard(world.spooler.lock);
+        pQueue->data["AutoReprint"] = sim::Spooler::Dword(0);
+      }
     }
   }
 
-  // All that the port's archive holds, in the order of the jobs.
-  std::string ArchiveOf(const PortPlan& port) {
-    const std::string strRoot = sim::Format("C:\\Archive%d", static_cast<int>(&port - m_ports.data()));
-    std::string strAll;
-    for (const std::string& strDay : sim::World::ListFolder(strRoot))
-      for (const std::string& strName : sim::World::ListFolder(strRoot + "\\" + strDay)) {
-        std::string strBytes;
-        sim::World::ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, strBytes);
-        strAll += strBytes;
-      }
-    return strAll;
+  bool Happened(const std::string& strText) {
+    const auto found = world.journal.Of(strText);
+    return std::find(found.begin(), found.end(), strText) != found.end();
   }
 
   void Check(const PortPlan& port) {
-    const std::string strArchive = ArchiveOf(port);
+    std::string strArchive;
+    for (const auto& [strName, strBytes] : sim::World::ArchivedFiles(port.strRoot)) strArchive += strBytes;
     const std::vector<std::string> strips = world.PrinterOf(port.strPort).Strips();
+    std::pair<std::size_t, std::size_t> before;  // strip and position of the job before
     for (const RandomJob& job : port.jobs) {
       const sim::Job& spooled = *world.spooler.FindJob(job.dwId);
-      if (job.result.bStarted) {
-        EXPECT_EQ(spooled.nSentToPrinter, 1u) << "job " << job.dwId;
-        EXPECT_EQ(spooled.nLastPageEjected, 1u) << "job " << job.dwId;
-      }
-      if (!strArchive.empty() && job.result.bDelivered && !job.bDeleted) {
+      EXPECT_EQ(spooled.nSentToPrinter, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
+      EXPECT_EQ(spooled.nLastPageEjected, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
+      EXPECT_TRUE(job.result.bStarted || job.result.dwError != 0) << "job " << job.dwId;
+      const bool bOnPortMonitor =
+          Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), static_cast<unsigned>(job.dwId)));
+      if (job.IsCancelled() && job.result.bStarted && !bOnPortMonitor) CheckCancelled(port, job);
+      if (job.IsCancelled() || !job.result.bDelivered) continue;
+      if (!strArchive.empty()) {
         EXPECT_EQ(CountIn(strArchive, job.strData), 1u) << "job " << job.dwId << " in the archive";
       }
-      const bool bUnconfirmed = spooled.strDatatype == "RAW" || world.journal.Count("port StartDocPort") != 0;
-      if (job.bDeleted || !job.result.bDelivered || bUnconfirmed) continue;
-      // Whole exactly once on the last strip that has any of it.
+      if (spooled.strDatatype == "RAW" || bOnPortMonitor) continue;  // nobody asks the printer to confirm these
+      // Whole exactly once on the last strip that has any of it, behind the job before.
       std::size_t nLast = strips.size();
       for (std::size_t n = 0; n < strips.size(); ++n)
         if (CountIn(strips[n], job.strData.substr(0, 5)) != 0) nLast = n;
       ASSERT_LT(nLast, strips.size()) << "job " << job.dwId << " is not on paper";
       EXPECT_EQ(CountIn(strips[nLast], job.strData), 1u) << "job " << job.dwId << " on " << port.strPort;
+      const std::pair<std::size_t, std::size_t> here(nLast, strips[nLast].find(job.strData));
+      EXPECT_GE(here, before) << "job " << job.dwId << " on " << port.strPort;
+      before = here;
     }
+  }
+
+  // From the moment on when a deletion was noticed nothing is sent, and the device is cleared behind the job.
+  void CheckCancelled(const PortPlan& port, const RandomJob& job) {
+    const auto id = static_cast<unsigned>(job.dwId);
+    const std::string strEnd = sim::Format("SetJob %u last-page-ejected", id);
+    const std::string strSent = sim::Format("SetJob %u sent-to-printer", id);
+    const std::string strChange = sim::Format("user changes job %u:", id);
+    DWORD dwLocked = 0;
+    DWORD dwNoticed = 0;
+    bool bEnding = false;
+    bool bMustClear = false;
+    std::string strLast;  // of the requests that clear the device
+    std::string strBeforeLast;
+    for (const sim::Journal::Event& event : world.journal.EventsOf(port.strQueue)) {
+      if (event.strText == strEnd) break;
+      if (event.strText == strSent) bEnding = true;
+      if (event.strText.starts_with("sdk SDK_SET_LOCK")) dwLocked = event.dwTime;
+      if (event.strText.starts_with(strChange)) {
+        dwNoticed = event.dwTime + kNoticedMs;
+        bMustClear = !bEnding;
+      }
+      if (event.strText.starts_with("sdk SDK_CANCEL_IO_EX") || event.strText.starts_with("sdk SDK_SET_RESET")) {
+        strBeforeLast = strLast;
+        strLast = event.strText;
+      }
+      if (dwNoticed != 0 && event.strText.starts_with("transfer begins")) {
+        EXPECT_LE(event.dwTime, std::max(dwNoticed, dwLocked + kNoticedMs)) << "deleted job " << job.dwId;
+      }
+    }
+    if (!bMustClear) return;
+    EXPECT_EQ(strBeforeLast, "sdk SDK_CANCEL_IO_EX timeout=0") << "deleted job " << job.dwId;
+    EXPECT_EQ(strLast, "sdk SDK_SET_RESET timeout=5000") << "deleted job " << job.dwId;
   }
 
   std::mt19937_64 m_random;
   std::vector<PortPlan> m_ports;
-  std::vector<DWORD> m_deleteAfter;
+  std::string m_strFirstModel;
 };
 
 void RunSeed(std::uint64_t ullSeed) {
