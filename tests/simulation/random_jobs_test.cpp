@@ -16,6 +16,9 @@ constexpr DWORD kCancelled = JOB_STATUS_DELETING | JOB_STATUS_DELETED | JOB_STAT
 // A deletion is noticed within one poll of the job's watcher; the rest is for the transfer that is under way.
 constexpr DWORD kNoticedMs = 600;
 
+// No job takes longer than its faults and its data need, by far.
+constexpr DWORD kLongestRunMs = 3'600'000;
+
 struct RandomJob {
   DWORD dwId = 0;
   std::string strData;
@@ -48,7 +51,7 @@ std::size_t CountIn(const std::string& strText, const std::string& strPart) {
 
 class Simulation {
  public:
-  explicit Simulation(std::uint64_t ullSeed) : m_random(ullSeed) {
+  explicit Simulation(std::uint64_t ullSeed) : m_random(ullSeed), m_ullSeed(ullSeed) {
     w32::SetSeed(ullSeed);
     world.Attach();
     world.SetLogLevel(Chance(4) ? 0x596 : 0x002);
@@ -88,7 +91,7 @@ class Simulation {
       world.SetLogLevel(Chance(2) ? 0x596 : 0x002);
     }
     for (const HANDLE hThread : threads) {
-      WaitForSingleObject(hThread, INFINITE);
+      if (WaitForSingleObject(hThread, kLongestRunMs) != WAIT_OBJECT_0) Hang();
       CloseHandle(hThread);
     }
     Sleep(60'000);  // the paper comes out
@@ -240,7 +243,17 @@ class Simulation {
     EXPECT_EQ(strLast, "sdk SDK_SET_RESET timeout=5000") << "deleted job " << job.dwId;
   }
 
+  // Threads that never end cannot be left behind: the process ends with the story so far.
+  [[noreturn]] void Hang() {
+    for (const std::string& strEntry : world.journal.Entries()) std::printf("%s\n", strEntry.c_str());
+    std::printf("a job never ends; replay: ./run simulate --seeds 1 --first %llu\n",
+                static_cast<unsigned long long>(m_ullSeed));
+    std::fflush(stdout);
+    std::abort();
+  }
+
   std::mt19937_64 m_random;
+  const std::uint64_t m_ullSeed;
   std::vector<PortPlan> m_ports;
   std::string m_strFirstModel;
 };
