@@ -45,8 +45,9 @@ static BOOL SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD c
   const bool bFirstCached = port.reprintMng.pBuf == nullptr && (port.dwPortFlags & PORT_AUTO_REPRINT) != 0;
   if (bWatched && bFirstCached) {
     DrainResponses(*pIniJob);
-    // A wait that the job's deletion ended may have succeeded so far; not a byte of the job goes out then either.
-    if (WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsCancelSet(*pIniJob)) return TRUE;
+    // A deleted job asks for nothing more; and a wait that its deletion ended may have succeeded so far, but not a byte of
+    // it goes out then either.
+    if (IsCancelSet(*pIniJob) || WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsCancelSet(*pIniJob)) return TRUE;
   }
   return pIniJob->pSdkMng->Send(pBuf, cbBuf, pcbWritten, kSendTimeoutMs);
 }

@@ -133,6 +133,7 @@ void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
       LogD(L"Finish [WAIT_EXEC_AT_PRINT]");
       return;
     }
+    if (IsCancelSet(job)) return;
     WaitExecRespAndStatus(pIniPort, FALSE);
 
     bSkipConfirmation = IsCancelSet(job) || !job.pSdkMng->Cancel() || !job.pSdkMng->Reset();
