@@ -109,7 +109,10 @@ void Printer::StartFaults() {
 
 void Printer::EndFault(FaultKind kind) {
   if (kind == FaultKind::PowerCycle) Say({0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0});
-  if (kind == FaultKind::OffLine) SayStatus();  // a printer whose line comes back reports itself
+  if (kind == FaultKind::OffLine) {  // a printer whose line comes back reports itself from then on
+    m_bAutomaticStatus = true;
+    SayStatus();
+  }
   const bool bStatusChanged =
       kind == FaultKind::PaperEnd || kind == FaultKind::CoverOpen || kind == FaultKind::PowerCycle;
   if (bStatusChanged && m_bAutomaticStatus) SayStatus();

@@ -3,6 +3,7 @@
 #include <unistd.h>
 #endif
 
+#include "common/job_archive.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;
@@ -86,6 +87,19 @@ TEST_P(Archive, SixByteValueServesTheModelsThatKeepIt) {
   m_pQueue->data["LogSettingFlags"] = Spooler::Bytes({0, 2, 0, 0, 1});
   EXPECT_TRUE(Print("five bytes"));
   EXPECT_EQ(Archived().size(), 1u);
+  EXPECT_EQ(World::LogCount("Invalid job log lv data on registry."), 1u);
+}
+
+TEST_P(Archive, RetentionIndexChoosesTheDaysAndAWrongOneGivesOne) {
+  world().spooler.ClosePort(m_hPort);
+  m_pQueue->strDriver = kFlagModel;
+  m_hPort = Open("USB001");
+  constexpr LONG kDays[] = {1, 3, 10, 30, 90, 1, 1, 1};
+  for (BYTE byIndex = 0; byIndex < std::size(kDays); ++byIndex) {
+    m_pQueue->data["LogSettingFlags"] = Spooler::Bytes({0, byIndex, 0, 0, 0, 1});
+    EXPECT_TRUE(Print("x"));
+    EXPECT_EQ(gJob.nJobValidDays, kDays[byIndex]) << int{byIndex};
+  }
 }
 
 TEST_P(Archive, BadRootsNeverKeepAJobFromPrinting) {
@@ -126,6 +140,46 @@ TEST_P(Archive, FileThatIsHeldOpenMissesABuffer) {
   EXPECT_EQ(Archived(), std::vector<std::string>{"0123456789KLMNOPQRST"});
   EXPECT_EQ(World::LogCount("Fail to open the output job file."), 1u);
 }
+
+TEST_P(Archive, RootThatGoesAwayInTheMiddleOfAJobOnlyCostsTheRestOfTheCopy) {
+  sim::PrintOptions options;
+  options.cbChunk = 10;
+  options.onProgress = [](std::uint64_t ullDone) {
+    if (ullDone == 20) World::DeleteTree(kRoot);
+  };
+  EXPECT_TRUE(PrintOn(m_hPort, Receipt(50), "TEXT", options).bDelivered);
+  EXPECT_EQ(world().PrinterOf("USB001").LastStrip(), Receipt(50));
+  EXPECT_EQ(World::LogCount("Fail to open the output job file."), 3u);
+  EXPECT_TRUE(Print("the next job makes the root anew"));
+  EXPECT_EQ(Archived(), std::vector<std::string>{"the next job makes the root anew"});
+}
+
+#ifndef _WIN32
+TEST_P(Archive, RefusedAndFullDisksOnlyCostTheirBuffer) {
+  World::SetLogLevel(0x002);  // so that the archive's calls are the only ones while a buffer is printed
+  w32::AdvanceClock(20'000);
+  constexpr struct {
+    const char* pszApi;
+    DWORD dwError;
+    const char* pszMessage;
+  } kFailures[] = {{"CreateFileW", ERROR_ACCESS_DENIED, "Fail to open the output job file."},
+                   {"SetFilePointer", ERROR_INVALID_HANDLE, "Fail to set pointer on the output job file."},
+                   {"WriteFile", ERROR_DISK_FULL, "Fail to write to output job file."}};
+  for (const auto& failure : kFailures) {
+    World::DeleteTree(kRoot);
+    sim::PrintOptions options;
+    options.cbChunk = 10;
+    const w32::FaultsOn faults;
+    options.onProgress = [&](std::uint64_t ullDone) {
+      if (ullDone == 10) w32::FailCalls(failure.pszApi, 1, 0, failure.dwError);
+    };
+    EXPECT_TRUE(PrintOn(m_hPort, "0123456789abcdefghijKLMNOPQRST", "TEXT", options).bDelivered);
+    const w32::FaultsOn exempt(false);
+    EXPECT_EQ(Archived(), std::vector<std::string>{"0123456789KLMNOPQRST"}) << failure.pszApi;
+    EXPECT_EQ(World::LogCount(failure.pszMessage), 1u);
+  }
+}
+#endif
 
 TEST_P(Archive, AgeingKeepsItsWordInTheQueuesKey) {
   m_pQueue->data["UtilityGUID"] = Spooler::Text("{1234}");
@@ -191,6 +245,21 @@ TEST_F(Ageing, RunsAgainOnlyAfterAboutADay) {
   EXPECT_TRUE(Exists("20261118"));
   w32::AdvanceClock(5 * kHour);
   ASSERT_TRUE(PrintOn(m_hPort, "25 hours later").bDelivered);
+  EXPECT_FALSE(Exists("20261118"));
+}
+
+TEST_F(Ageing, RunsFromTheTwoHundredAndSecondUnitOn) {
+  constexpr std::uint64_t kUnit = 1ULL << 32;
+  const auto goTo = [](std::uint64_t ullTicks) { w32::AdvanceClock((ullTicks - w32::ClockTicks()) / 10'000); };
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
+  const std::uint64_t ullMiddle = (w32::ClockTicks() / kUnit + 1) * kUnit + kUnit / 2;
+  goTo(ullMiddle);
+  ASSERT_TRUE(PrintOn(m_hPort, "stores the word").bDelivered);
+  goTo(ullMiddle + 201 * kUnit);
+  ASSERT_TRUE(PrintOn(m_hPort, "201 units later").bDelivered);
+  EXPECT_TRUE(Exists("20261118"));
+  goTo(ullMiddle + 202 * kUnit);
+  ASSERT_TRUE(PrintOn(m_hPort, "202 units later").bDelivered);
   EXPECT_FALSE(Exists("20261118"));
 }
 
@@ -284,10 +353,16 @@ TEST_F(ShareRequest, ShareNameMayHave32CharactersAndBeginsAtTheFirstMark) {
 }
 
 TEST_F(ShareRequest, SmallOutputBuffersAreToldInTheLog) {
-  EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front", 0, 3));
-  EXPECT_EQ(m_pQueue->strShare, "Front");
-  EXPECT_EQ(m_dwFlags, 0u);
-  EXPECT_EQ(World::LogCount("cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:3]"), 1u);
+  for (DWORD cbOut = 0; cbOut < 4; ++cbOut) {
+    const std::string strShare = sim::Format("Front%u", static_cast<unsigned>(cbOut));
+    EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__" + strShare, 0, cbOut));
+    EXPECT_EQ(m_pQueue->strShare, strShare);
+    EXPECT_EQ(m_dwFlags, 0u);
+    EXPECT_EQ(m_cbReturned, 0u);
+    EXPECT_EQ(World::LogCount(sim::Format("cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:%u]", static_cast<unsigned>(cbOut))), 1u);
+    world().spooler.ClosePort(m_hPort);  // a share is restored once in a port's life
+    m_hPort = Open("USB001");
+  }
 }
 
 TEST_F(ShareRequest, FailedRestoreMayBeRepeated) {

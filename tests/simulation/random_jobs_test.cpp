@@ -246,6 +246,9 @@ class Simulation {
   // Threads that never end cannot be left behind: the process ends with the story so far.
   [[noreturn]] void Hang() {
     for (const std::string& strEntry : world.journal.Entries()) std::printf("%s\n", strEntry.c_str());
+    for (PortPlan& port : m_ports)
+      std::printf("%s: %s\n", port.strPort.c_str(), world.PrinterOf(port.strPort).State().c_str());
+    if (std::getenv("LM_SHOW") != nullptr) std::printf("%s\n", sim::World::LogText().c_str());
     std::printf("a job never ends; replay: ./run simulate --seeds 1 --first %llu\n",
                 static_cast<unsigned long long>(m_ullSeed));
     std::fflush(stdout);
