@@ -118,29 +118,65 @@ TEST_P(Recovery, BlankStatusCountsAsALoss) {
 
 #ifndef _WIN32  // places its deletions by simulated time
 TEST_P(Recovery, DeletedJobSendsNothingMoreAndTheNextOnePrints) {
-  // Before the first byte, while the data goes out, during the confirmation.
+  const std::string strJob = Receipt(50'000);
+  const auto after = [](DWORD dwMilliseconds) { return [=](sim::World&) { Sleep(dwMilliseconds); }; };
   const struct {
-    Fault fault;
-    DWORD dwDeleteAfter;
-  } cases[] = {{{FaultKind::PaperEnd, 0, 60'000}, 1200}, {{FaultKind::PaperEnd, 2000, 60'000}, 400},
-               {{FaultKind::PaperEnd, 5900, 60'000}, 2500}};
+    const char* pszMoment;
+    Fault fault;  // at a byte of the job
+    std::function<void(sim::World&)> waitFor;
+    const char* pszSign;  // what the log shows when the moment was met
+    bool bAtJobEnd;
+  } cases[] = {
+      {"before its start", {FaultKind::Garbage, 0, 0}, nullptr, "Cancel job [pszPortName:0xUSB001", false},
+      {"before the first byte", {FaultKind::PaperEnd, 0, 4000}, after(1200), "CANCEL,Status:0x", false},
+      {"during a blocked send", {FaultKind::PaperEnd, 20'000, 4000}, after(3000), "SDK DIRECTIO [e:995]", false},
+      {"while the confirmation is waited for", {FaultKind::Silence, 49'000, 6000}, after(5000), "CANCEL,Status:0x", true},
+      {"while paper is waited for", {FaultKind::PaperEnd, 49'000, 6000}, after(5000), "Wait exec resp stopped", true},
+      {"during the resend", {FaultKind::PaperEnd, 49'000, 1500}, [](sim::World& w) {
+         while (w.journal.Count("sdk SDK_SET_RESET") == 0) Sleep(20);
+         Sleep(1500);
+       }, "[DATALEN: ", true},
+  };
   for (const auto& one : cases) {
+    SCOPED_TRACE(one.pszMoment);
     Fault fault = one.fault;
     fault.ullAtByte += Printer().BytesProcessed();
-    fault.dwMilliseconds = 4000;
     Printer().Plan(fault);
     world().journal.Clear();
-    PrintAndDeleteAfter(Receipt(6000), one.dwDeleteAfter)->Join();
-    const auto entries = world().journal.Of("sdk");
-    std::size_t nCancel = 0;
-    while (nCancel < entries.size() && entries[nCancel] != "sdk SDK_CANCEL_IO_EX timeout=0") ++nCancel;
-    ASSERT_LT(nCancel, entries.size());
-    for (std::size_t n = nCancel; n < entries.size(); ++n)
-      EXPECT_TRUE(entries[n].find("timeout=90000") == std::string::npos || entries[n].find("code=995") != std::string::npos)
-          << entries[n];
-    EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
+    const std::size_t nSigns = World::LogCount(one.pszSign);
+    const DWORD dwJob = world().spooler.NewJob("Till", "TEXT");
+    if (one.waitFor == nullptr) world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+    const auto pJob = world().spooler.PrintAsync(m_hPort, dwJob, strJob);
+    if (one.waitFor != nullptr) one.waitFor(world());
+    const DWORD dwNoticed = GetTickCount() + 600;  // one poll of the watcher, and the transfer that is under way
+    if (one.waitFor != nullptr) world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+    pJob->Join();
+
+    EXPECT_GT(World::LogCount(one.pszSign), nSigns);
+    bool bAtJobEnd = false;
+    std::vector<std::string> clearing;
+    for (const sim::Journal::Event& event : world().journal.EventsOf("Till")) {
+      if (event.strText.starts_with("transfer begins")) {
+        EXPECT_LT(event.dwTime, dwNoticed);
+      }
+      if (event.strText.ends_with("sent-to-printer")) bAtJobEnd = true;
+      if (event.strText.starts_with("user changes")) {
+        EXPECT_EQ(bAtJobEnd, one.bAtJobEnd);
+      }
+      if (event.strText.starts_with("sdk SDK_CANCEL") || event.strText.starts_with("sdk SDK_SET_RESET"))
+        clearing.push_back(event.strText);
+    }
+    ASSERT_GE(clearing.size(), 2u);
+    EXPECT_EQ(clearing[clearing.size() - 2], "sdk SDK_CANCEL_IO_EX timeout=0");
+    EXPECT_EQ(clearing.back(), "sdk SDK_SET_RESET timeout=5000");
     EXPECT_EQ(world().journal.Count("SetJob"), 2u);
-    Sleep(5000);
+    if (one.waitFor == nullptr) {
+      EXPECT_EQ(world().journal.Count("transfer begins"), 0u);
+    }
+    if (one.fault.ullAtByte == 0) {
+      EXPECT_EQ(world().journal.Count("transfer begins timeout=90000"), 0u);
+    }
+    Sleep(6000);
     EXPECT_TRUE(PrintText("next").bDelivered);
     EXPECT_EQ(Printer().LastStrip(), "next");
     Printer().Reset();
