@@ -91,7 +91,7 @@ void Printer::StartFaults() {
         m_bWrongNumberNext = true;
         continue;
       case FaultKind::LateAnswer:
-        if (m_byLastNumber != 0) Say({m_byLastNumber});
+        if (m_responses.nCount != 0) Say({m_responses.byLast});
         continue;
       case FaultKind::PowerCycle:
         m_buffer.clear();
@@ -131,7 +131,7 @@ bool Printer::AnswerRequest() {
     }
     if (at(0) == 0xA5) {
       take(1);
-      m_byLastNumber = 0xC9;
+      m_responses = {m_responses.nCount + 1, 0xC9};
       Say({0xC9});
       return true;
     }
@@ -148,7 +148,7 @@ bool Printer::AnswerRequest() {
     take(3);
     if (m_bWrongNumberNext) Say({static_cast<BYTE>(byNumber ^ 0x07)});
     m_bWrongNumberNext = false;
-    m_byLastNumber = byNumber;
+    m_responses = {m_responses.nCount + 1, byNumber};
     Say({byNumber});
     return true;
   }
@@ -261,6 +261,12 @@ std::uint64_t Printer::BytesProcessed() {
   const Guard guard(m_lock);
   Advance();
   return m_ullProcessed;
+}
+
+Printer::ExecResponses Printer::Responses() {
+  const Guard guard(m_lock);
+  Advance();
+  return m_responses;
 }
 
 bool Printer::Idle() {

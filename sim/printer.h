@@ -65,7 +65,14 @@ class Printer {
   std::uint64_t BytesProcessed();
   // Whether all that was accepted has been processed.
   bool Idle();
-  std::string State();  // for a progress line: "printing", "paper end", …
+  std::string State();  // for a progress line: "printing", "paper-end", …
+
+  // The execution responses that it gave when they were due; strays of a fault do not count.
+  struct ExecResponses {
+    unsigned nCount = 0;
+    BYTE byLast = 0;
+  };
+  ExecResponses Responses();
 
  private:
   struct Active {
@@ -95,7 +102,7 @@ class Printer {
   std::uint64_t m_ullCredit = 0;  // thousandths of a byte that may still be processed
   std::uint64_t m_ullProcessed = 0;
   bool m_bAutomaticStatus = false;
-  BYTE m_byLastNumber = 0;
+  ExecResponses m_responses;
   bool m_bWrongNumberNext = false;
   bool m_bGarbageNext = false;
 };

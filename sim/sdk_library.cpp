@@ -9,6 +9,8 @@ namespace sim {
 namespace {
 
 constexpr DWORD kPollMs = 20;
+// Job data comes with this time-out, requests to the printer with a shorter one.
+constexpr DWORD kDataTimeoutMs = 90'000;
 
 }  // namespace
 
@@ -37,6 +39,12 @@ bool SdkLibrary::Planned(const std::string& strRequest, DWORD& dwCode) {
   --it->second.nTimes;
   dwCode = it->second.dwCode;
   return true;
+}
+
+std::string SdkLibrary::DataOnWire(const std::string& strQueue) const {
+  const Guard guard(m_lock);
+  const auto it = m_wire.find(strQueue);
+  return it != m_wire.end() ? it->second : std::string();
 }
 
 std::size_t SdkLibrary::OpenSessions() const {
@@ -133,6 +141,8 @@ DWORD SdkLibrary::Send(Device& device, const std::string& strQueue, const BYTE* 
   }
   if (dwCode == ERROR_SUCCESS && cbDone < cbIn) dwCode = ERROR_TIMEOUT;
   *pdwWritten = cbDone + m_cbSurplus;
+  const Guard guard(m_lock);
+  if (dwTimeoutMs == kDataTimeoutMs) m_wire[strQueue].append(reinterpret_cast<const char*>(pIn), cbDone);
   return dwCode;
 }
 

@@ -28,6 +28,8 @@ class SdkLibrary {
   // Direct output reports this many bytes more than it took.
   void SetSurplus(DWORD cb) { m_cbSurplus = cb; }
 
+  // The job data that a queue's device took, resends included, requests left out.
+  std::string DataOnWire(const std::string& strQueue) const;
   std::size_t OpenSessions() const;
   std::size_t HeldLocks() const;
 
@@ -65,6 +67,7 @@ class SdkLibrary {
   std::map<Printer*, std::unique_ptr<Device>> m_devices;
   std::map<std::string, Device*> m_queues;
   std::map<DWORD, Session> m_sessions;
+  std::map<std::string, std::string> m_wire;  // by queue
   std::map<std::string, Plan> m_plans;
   DWORD m_dwNextSession = 1;
   DWORD m_dwOpenDelay = 0;

@@ -31,6 +31,7 @@ struct Options {
   std::uint32_t nSpeed = 0;
   // share, log
   std::string strShareName;
+  std::string strShowLevel = "EWIDTV";
   bool bFollow = false;
   int nJob = 0;
 };

@@ -46,7 +46,7 @@ void ShowText(const std::string& strText, const Options& options, bool bColour) 
     const std::string strLine = strText.substr(nStart, nEnd - nStart);
     nStart = nEnd + 2;
     const char cLevel = LevelOf(strLine);
-    if (cLevel != 0 && options.strLogLevel.find(cLevel) == std::string::npos) continue;
+    if (cLevel != 0 && options.strShowLevel.find(cLevel) == std::string::npos) continue;
     if (options.nJob != 0 && !NamesJob(strLine, options.nJob)) continue;
     if (bColour && cLevel != 0) {
       std::printf("%s%s\033[0m\n", ColourOf(cLevel), strLine.c_str());

@@ -8,6 +8,7 @@
 
 #include "sim/world.h"
 #include "tools/lmhost/commands.h"
+#include "tools/lmhost/job_check.h"
 #include "tools/lmhost/progress_bar.h"
 
 #ifndef _WIN32
@@ -18,7 +19,7 @@ namespace lmhost {
 namespace {
 
 constexpr char kQueue[] = "Till";
-constexpr DWORD kShowMs = 100;
+constexpr DWORD kShowMs = 100;  // between two looks at a job
 constexpr char kOneByteDriver[] = "Kelvane Tagline 62";
 
 std::string HostPathOf(const std::string& strPath) {
@@ -115,52 +116,39 @@ std::string PathReason(const Options& options, bool bDevice) {
   return "port monitor (the library does not serve this kind of port)";
 }
 
-// How often a job stands on the paper, whole.
-std::size_t CountWhole(const std::string& strPaper, const std::string& strJob) {
-  std::size_t n = 0;
-  for (std::size_t nAt = strPaper.find(strJob); nAt != std::string::npos && !strJob.empty();
-       nAt = strPaper.find(strJob, nAt + strJob.size()))
-    ++n;
-  return n;
-}
-
-// What the archive holds, every file's bytes in order of the names.
-std::string ArchiveText(const std::string& strRoot) {
-  std::string strAll;
-  for (const std::string& strDay : sim::World::ListFolder(strRoot))
-    for (const std::string& strName : sim::World::ListFolder(strRoot + "\\" + strDay)) {
-      std::string strBytes;
-      sim::World::ReadWholeFile(strRoot + "\\" + strDay + "\\" + strName, strBytes);
-      strAll += strBytes;
-    }
-  return strAll;
-}
-
-// What a job looks like on paper: raw ones as they are, others with one byte of each real-time command rewritten. Written
-// the obvious way, apart from the monitor's own matcher.
-std::string ExpectedOnPaper(std::string strJob, bool bRaw) {
-  if (bRaw) return strJob;
-  const auto rewrite = [&](const std::string& strSequence, char cLast) {
-    for (std::size_t nAt = strJob.find(strSequence); nAt != std::string::npos; nAt = strJob.find(strSequence, nAt + 1))
-      strJob[nAt + strSequence.size() - 1] = cLast;
-  };
-  rewrite("\x13(reset\x13reset", 'v');
-  rewrite("\x13(clr", 's');
-  for (std::size_t n = 0; n + 4 < strJob.size(); ++n)
-    if (strJob.compare(n, 3, "\x10\x14\x01") == 0 && strJob[n + 3] != 0x10 && strJob[n + 3] != 0x13 && strJob[n + 4] >= 1 &&
-        strJob[n + 4] <= 8)
-      strJob[n + 4] = static_cast<char>(strJob[n + 4] | 0x10);
-  return strJob;
-}
-
 struct Totals {
   std::uint64_t ullOffered = 0;
   std::uint64_t ullDelivered = 0;
   unsigned nRefused = 0;
   std::size_t nWhole = 0;
   std::size_t nReprints = 0;
+  std::size_t cbArchived = 0;
+  bool bArchiveIsWire = true;
+  bool bArchiveIsPaper = true;
   bool bAll = true;
 };
+
+// What a delivered job's line says: how often it stands on paper and who confirmed that.
+std::string Verdict(const JobCheck::Outcome& outcome, const Options& options) {
+  std::string strVerdict = outcome.nWholeLast == 1 ? "delivered, whole on paper" : "delivered, NOT whole on paper";
+  if (outcome.nWholeAll > 1) strVerdict += sim::Format(" (%zu times)", outcome.nWholeAll);
+  if (outcome.bConfirmed) {
+    strVerdict += sim::Format(", confirmed by %02X", static_cast<unsigned>(outcome.byResponse));
+    if (outcome.nReprints != 0)
+      strVerdict += sim::Format(" after %zu reprint%s", outcome.nReprints, outcome.nReprints == 1 ? "" : "s");
+  } else if (options.bAutoReprint) {
+    strVerdict += ", not confirmed (a RAW job of an unshared printer and one on the port monitor are not asked for)";
+  }
+  return strVerdict;
+}
+
+// What goes on at this moment.
+std::string StateOf(sim::Printer& printer, const JobCheck& check, bool bAllTaken, const Options& options) {
+  const std::string strState = printer.State();
+  if (strState != "ready" && strState != "printing") return "waiting: " + strState;
+  if (check.Resets() != 0) return "reprinting";
+  return bAllTaken && options.bAutoReprint ? "confirming" : "printing";
+}
 
 // One file through the monitor.
 void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const std::string& strData,
@@ -168,8 +156,7 @@ void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const
   sim::Printer& printer = world.PrinterOf(options.strPort);
   ProgressBar bar(strFile.substr(strFile.find_last_of("/\\") + 1), strData.size());
   const DWORD dwJob = world.spooler.NewJob(kQueue, options.strDatatype, strFile);
-  const std::size_t nPaperBefore = printer.LastStrip().size();
-  const std::size_t nResets = world.journal.Count("sdk SDK_SET_RESET");
+  const JobCheck check(world, options.strPort, kQueue, options.strArchive);
   std::atomic<std::uint64_t> ullDone{0};
   sim::PrintOptions print;
   print.bStopWhenDeleted = options.ullCancelAt != 0;
@@ -179,39 +166,34 @@ void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const
   };
   const auto pRunning = world.spooler.PrintAsync(hPort, dwJob, strData, print);
   do {
-    const std::string strState = printer.State();
-    const bool bReprinting = world.journal.Count("sdk SDK_SET_RESET") > nResets;
-    bar.Show(ullDone, strState != "ready" && strState != "printing" ? "waiting: " + strState
-                      : bReprinting                                 ? "reprinting"
-                      : ullDone == strData.size() && options.bAutoReprint ? "confirming"
-                                                                          : "printing");
+    bar.Show(ullDone, StateOf(printer, check, ullDone == strData.size(), options));
   } while (!pRunning->Wait(kShowMs));
   const sim::PrintResult result = pRunning->Join();
   const bool bDeleted = (world.spooler.StatusOf(dwJob) & JOB_STATUS_DELETING) != 0;
   for (int nWait = 0; nWait < 6000 && !printer.Idle(); ++nWait) Sleep(100);  // the paper comes out behind the data
 
-  const std::size_t nReprints = world.journal.Count("sdk SDK_SET_RESET") - nResets;
+  const JobCheck::Outcome outcome =
+      check.Compare(ExpectedOnPaper(strData, sim::SameText(options.strDatatype, "RAW")));
   totals.ullOffered += strData.size();
   totals.ullDelivered += result.ullDelivered;
   totals.nRefused += result.nRefused;
-  totals.nReprints += bDeleted ? 0 : nReprints;
-  const std::string strExpected = ExpectedOnPaper(strData, sim::SameText(options.strDatatype, "RAW"));
-  const bool bWhole = CountWhole(printer.LastStrip().substr(nReprints == 0 ? nPaperBefore : 0), strExpected) == 1;
-  totals.nWhole += bWhole ? 1 : 0;
-  std::string strVerdict;
+  totals.cbArchived += outcome.cbArchived;
   if (bDeleted) {
-    strVerdict = "deleted";
+    bar.End("deleted");
   } else if (!result.bStarted) {
-    strVerdict = sim::Format("refused, error %u", static_cast<unsigned>(result.dwError));
+    bar.End(sim::Format("refused, error %u", static_cast<unsigned>(result.dwError)));
   } else if (!result.bDelivered) {
-    strVerdict = sim::Format("broken off after %llu bytes, error %u",
-                             static_cast<unsigned long long>(result.ullDelivered), static_cast<unsigned>(result.dwError));
+    bar.End(sim::Format("broken off after %llu bytes, error %u", static_cast<unsigned long long>(result.ullDelivered),
+                        static_cast<unsigned>(result.dwError)));
   } else {
-    strVerdict = bWhole ? "delivered, whole on paper" : "delivered, NOT whole on paper";
-    if (options.bAutoReprint) strVerdict += sim::Format(", confirmed, %u reprints", static_cast<unsigned>(nReprints));
+    bar.End(Verdict(outcome, options));
+    totals.nWhole += outcome.nWholeLast == 1 ? 1 : 0;
+    totals.nReprints += outcome.nReprints;
+    totals.bArchiveIsWire &= outcome.bArchiveIsWire;
+    totals.bArchiveIsPaper &= outcome.bArchiveIsPaper;
+    if (outcome.nWholeLast == 1 && outcome.bArchiveIsWire && outcome.bArchiveIsPaper) return;
   }
-  if (!result.bDelivered || bDeleted || !bWhole) totals.bAll = false;
-  bar.End(strVerdict);
+  totals.bAll = false;
 }
 
 }  // namespace
@@ -253,11 +235,11 @@ int PrintFiles(const Options& options) {
               static_cast<unsigned long long>(totals.ullOffered), static_cast<unsigned long long>(totals.ullDelivered),
               totals.nRefused);
   if (options.bAutoReprint) std::printf("  reprints  %zu\n", totals.nReprints);
-  if (!options.strArchive.empty() || !options.archiveFlags.empty()) {
-    const std::string strArchived = ArchiveText(options.strArchive);
-    std::printf("  archive   %zu bytes, %s\n", strArchived.size(),
-                CountWhole(strPaper, strArchived) > 0 ? "the same as on paper" : "DIFFERS from the paper");
-  }
+  if (!options.strArchive.empty())
+    std::printf("  archive   %zu bytes, %s\n", totals.cbArchived,
+                !totals.bArchiveIsWire    ? "DIFFERS from the wire"
+                : !totals.bArchiveIsPaper ? "the same as on the wire, DIFFERS from the paper"
+                                          : "the same as on the wire and on paper");
   std::printf("  paper     %s\n", HostPathOf(strOutput).c_str());
   std::printf("  log       %s\n", HostPathOf(sim::World::LogFolder()).c_str());
   return totals.bAll ? kExitDelivered : kExitNotDelivered;
