@@ -3,8 +3,8 @@
 namespace lmhost {
 namespace {
 
-std::size_t CountWhole(const std::string& strPaper, const std::string& strJob) {
-  std::size_t n = 0;
+unsigned CountWhole(const std::string& strPaper, const std::string& strJob) {
+  unsigned n = 0;
   for (std::size_t nAt = strPaper.find(strJob); nAt != std::string::npos && !strJob.empty();
        nAt = strPaper.find(strJob, nAt + strJob.size()))
     ++n;
@@ -27,7 +27,9 @@ JobCheck::JobCheck(sim::World& world, const std::string& strPort, const std::str
       m_nResponses(m_printer.Responses().nCount),
       m_archived(sim::World::ArchivedFiles(strArchive)) {}
 
-std::size_t JobCheck::Resets() const { return m_world.journal.Count("sdk SDK_SET_RESET") - m_nResets; }
+unsigned JobCheck::Resets() const {
+  return static_cast<unsigned>(m_world.journal.Count("sdk SDK_SET_RESET") - m_nResets);
+}
 
 // Whichever of the two paths the jobs take, the other one carries nothing.
 std::string JobCheck::Wire() const {

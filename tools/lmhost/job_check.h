@@ -14,9 +14,9 @@ class JobCheck {
   JobCheck(sim::World& world, const std::string& strPort, const std::string& strQueue, const std::string& strArchive);
 
   struct Outcome {
-    std::size_t nWholeLast = 0;  // times that the job stands whole on the paper's last strip
-    std::size_t nWholeAll = 0;   // … and on all of its paper
-    std::size_t nReprints = 0;
+    unsigned nWholeLast = 0;      // times that the job stands whole on the paper's last strip
+    unsigned nWholeAll = 0;       // … and on all of its paper
+    unsigned nReprints = 0;
     bool bConfirmed = false;     // the printer gave an execution response that was due
     BYTE byResponse = 0;         // the last one
     std::size_t cbArchived = 0;
@@ -27,7 +27,7 @@ class JobCheck {
   Outcome Compare(const std::string& strExpected) const;
 
   // Device resets since the job began: each stands for one resend.
-  std::size_t Resets() const;
+  unsigned Resets() const;
 
  private:
   std::string Wire() const;

@@ -131,11 +131,11 @@ struct Totals {
 // What a delivered job's line says: how often it stands on paper and who confirmed that.
 std::string Verdict(const JobCheck::Outcome& outcome, const Options& options) {
   std::string strVerdict = outcome.nWholeLast == 1 ? "delivered, whole on paper" : "delivered, NOT whole on paper";
-  if (outcome.nWholeAll > 1) strVerdict += sim::Format(" (%zu times)", outcome.nWholeAll);
+  if (outcome.nWholeAll > 1) strVerdict += sim::Format(" (%u times)", outcome.nWholeAll);
   if (outcome.bConfirmed) {
     strVerdict += sim::Format(", confirmed by %02X", static_cast<unsigned>(outcome.byResponse));
     if (outcome.nReprints != 0)
-      strVerdict += sim::Format(" after %zu reprint%s", outcome.nReprints, outcome.nReprints == 1 ? "" : "s");
+      strVerdict += sim::Format(" after %u reprint%s", outcome.nReprints, outcome.nReprints == 1 ? "" : "s");
   } else if (options.bAutoReprint) {
     strVerdict += ", not confirmed (a RAW job of an unshared printer and one on the port monitor are not asked for)";
   }
