@@ -35,8 +35,7 @@ BENCHMARK(CheckRealCmdOverText);
 
 void LogCallSwitchedOff(benchmark::State& state) {
   sim::World::SetLogLevel(0);
-  for (auto _ : state)
-    OutputLogEx(LOG_LEVEL_T, nullptr, "Routine", "file", 1, 2, 3, L"%s %d", L"text", 4);
+  for (auto _ : state) OutputLogEx(LOG_LEVEL_T, nullptr, "Routine", "file", 1, 2, 3, L"%s %d", L"text", 4);
 }
 BENCHMARK(LogCallSwitchedOff);
 

@@ -44,7 +44,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string strFolder = std::string(argv[1]) + "/";
-  const std::string strCommands = TextReceipt(20) + "\x13(reset\x13reset)" + "\x13(clr)" + std::string("\x10\x14\x01\x00\x05", 5);
+  const std::string strCommands =
+      TextReceipt(20) + "\x13(reset\x13reset)" + "\x13(clr)" + std::string("\x10\x14\x01\x00\x05", 5);
   const bool bSaved = Save(strFolder + "till.prn", TextReceipt(300)) && Save(strFolder + "logo.prn", Picture(4000)) &&
                       Save(strFolder + "commands.prn", strCommands) &&
                       Save(strFolder + "journal.prn", TextReceipt(160'000));

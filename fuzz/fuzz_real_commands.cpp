@@ -41,13 +41,19 @@ std::string Reference(std::string data, std::size_t nCut) {
       case 19: nNext = by == 'e' ? 20 : 0; break;
       case 20: nNext = by == 's' ? 21 : 0; break;
       case 21: nNext = by == 'e' ? 22 : 0; break;
-      case 22: if (by == 't') data[n] = 'v'; break;
+      case 22:
+        if (by == 't') data[n] = 'v';
+        break;
       case 33: nNext = by == 'l' ? 34 : 0; break;
-      case 34: if (by == 'r') data[n] = 's'; break;
+      case 34:
+        if (by == 'r') data[n] = 's';
+        break;
       case 101: nNext = by == 0x14 ? 102 : 0; break;
       case 102: nNext = by == 1 ? 103 : 0; break;
       case 103: nNext = 104; break;
-      case 104: if (by >= 1 && by <= 8) data[n] = static_cast<char>(by | 0x10); break;
+      case 104:
+        if (by >= 1 && by <= 8) data[n] = static_cast<char>(by | 0x10);
+        break;
       default: break;
     }
     nState = nNext;

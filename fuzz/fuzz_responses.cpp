@@ -19,7 +19,8 @@ Bytes ReferenceKept(const Bytes& in, bool bOneByte) {
       bool bBlank = n + 8 <= in.size() && by == 0xC0;
       for (std::size_t i = 1; bBlank && i < 8; ++i) bBlank = in[n + i] == 0xD0;
       if (bBlank) {
-        kept.insert(kept.end(), in.begin() + static_cast<std::ptrdiff_t>(n), in.begin() + static_cast<std::ptrdiff_t>(n) + 8);
+        kept.insert(kept.end(), in.begin() + static_cast<std::ptrdiff_t>(n),
+                    in.begin() + static_cast<std::ptrdiff_t>(n) + 8);
         n += 7;
       } else if ((by >= 0x40 && by <= 0x7F) || by == 0xC9) {
         kept.push_back(by);

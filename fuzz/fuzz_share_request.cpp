@@ -40,8 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t cb) {
   DWORD cbReturned = 0;
   {
     const sim::ActAsClient client;
-    world.spooler.pMonitor->pfnGetPrinterDataFromPort(hPort, 0, value.data(), nullptr, 0,
-                                                      reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cbReturned);
+    world.spooler.pMonitor->pfnGetPrinterDataFromPort(
+        hPort, 0, value.data(), nullptr, 0, reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cbReturned);
   }
   world.spooler.ClosePort(hPort);
   const std::string strValue = sim::Narrow(value.c_str());

@@ -11,7 +11,8 @@ constexpr DWORD kPollMs = 20;
 constexpr DWORD kWriteTimeoutMs = 5000;
 
 void NoteContext(const char* pszCall) {
-  if (!IsImpersonating()) World::Get().journal.Add(std::string("violation: port monitor's ") + pszCall + " in the spooler's context");
+  if (!IsImpersonating())
+    World::Get().journal.Add(std::string("violation: port monitor's ") + pszCall + " in the spooler's context");
 }
 
 BOOL WINAPI PmOpenPort(HANDLE, LPWSTR pszName, PHANDLE phPort) {

@@ -20,13 +20,13 @@ struct MonitorPort {
   std::string strName;
   Printer* pPrinter = nullptr;  // where the bytes go; none: a file
   std::string strDelivered;
-  DWORD dwRefuseOpen = 0;       // error codes; 0 = accept
+  DWORD dwRefuseOpen = 0;  // error codes; 0 = accept
   DWORD dwRefuseStart = 0;
-  unsigned nRefuseWrites = 0;   // that many writes fail
-  DWORD cbMostPerWrite = 0;     // partial writes (0: no limit)
-  unsigned nZeroWrites = 0;     // that many writes take nothing
+  unsigned nRefuseWrites = 0;  // that many writes fail
+  DWORD cbMostPerWrite = 0;    // partial writes (0: no limit)
+  unsigned nZeroWrites = 0;    // that many writes take nothing
   bool bOpen = false;
-  int nProtocol = 0;            // of a standard TCP/IP port: 1 raw, 2 LPR; 0: no such port
+  int nProtocol = 0;  // of a standard TCP/IP port: 1 raw, 2 LPR; 0: no such port
 };
 
 class PortMonitor {

@@ -10,12 +10,11 @@ struct KindName {
   const char* pszName;
   FaultKind kind;
 };
-constexpr KindName kKindNames[] = {
-    {"paper-end", FaultKind::PaperEnd},         {"cover-open", FaultKind::CoverOpen},
-    {"off-line", FaultKind::OffLine},           {"power-cycle", FaultKind::PowerCycle},
-    {"blank-status", FaultKind::BlankStatus},   {"garbage", FaultKind::Garbage},
-    {"split-answers", FaultKind::SplitAnswers}, {"silence", FaultKind::Silence},
-    {"wrong-number", FaultKind::WrongNumber},   {"late-answer", FaultKind::LateAnswer}};
+constexpr KindName kKindNames[] = {{"paper-end", FaultKind::PaperEnd},         {"cover-open", FaultKind::CoverOpen},
+                                   {"off-line", FaultKind::OffLine},           {"power-cycle", FaultKind::PowerCycle},
+                                   {"blank-status", FaultKind::BlankStatus},   {"garbage", FaultKind::Garbage},
+                                   {"split-answers", FaultKind::SplitAnswers}, {"silence", FaultKind::Silence},
+                                   {"wrong-number", FaultKind::WrongNumber},   {"late-answer", FaultKind::LateAnswer}};
 
 }  // namespace
 
@@ -81,15 +80,9 @@ void Printer::StartFaults() {
     }
     m_planned.erase(m_planned.begin() + static_cast<std::ptrdiff_t>(n));
     switch (fault.kind) {
-      case FaultKind::BlankStatus:
-        Say({0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0});
-        continue;
-      case FaultKind::Garbage:
-        m_bGarbageNext = true;
-        continue;
-      case FaultKind::WrongNumber:
-        m_bWrongNumberNext = true;
-        continue;
+      case FaultKind::BlankStatus: Say({0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}); continue;
+      case FaultKind::Garbage: m_bGarbageNext = true; continue;
+      case FaultKind::WrongNumber: m_bWrongNumberNext = true; continue;
       case FaultKind::LateAnswer:
         if (m_responses.nCount != 0) Say({m_responses.byLast});
         continue;
@@ -99,8 +92,7 @@ void Printer::StartFaults() {
         m_bAutomaticStatus = true;  // how it comes up again
         NewStrip();
         break;
-      default:
-        break;
+      default: break;
     }
     m_active.push_back({fault.kind, m_dwNow + fault.dwMilliseconds});
     if ((fault.kind == FaultKind::PaperEnd || fault.kind == FaultKind::CoverOpen) && m_bAutomaticStatus) SayStatus();
@@ -121,7 +113,9 @@ void Printer::EndFault(FaultKind kind) {
 // Whether the next bytes are a request; it is answered and taken then.
 bool Printer::AnswerRequest() {
   const auto at = [&](std::size_t n) { return n < m_buffer.size() ? int{m_buffer[n]} : -1; };
-  const auto take = [&](std::size_t n) { m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(n)); };
+  const auto take = [&](std::size_t n) {
+    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(n));
+  };
   if (m_settings.bOneByteStatus) {
     if (at(0) == 0x01) {
       take(1);
@@ -214,7 +208,8 @@ std::size_t Printer::Accept(const BYTE* pBytes, std::size_t cb) {
   Advance();
   std::size_t cbTaken = 0;
   do {  // a printer without a speed empties its buffer at once
-    const std::size_t cbNow = std::min(cb - cbTaken, m_settings.cbBuffer - std::min(m_settings.cbBuffer, m_buffer.size()));
+    const std::size_t cbNow =
+        std::min(cb - cbTaken, m_settings.cbBuffer - std::min(m_settings.cbBuffer, m_buffer.size()));
     if (cbNow == 0) break;
     m_buffer.insert(m_buffer.end(), pBytes + cbTaken, pBytes + cbTaken + cbNow);
     cbTaken += cbNow;

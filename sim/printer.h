@@ -36,7 +36,7 @@ std::string FaultKindNames();
 
 struct Fault {
   FaultKind kind;
-  std::uint64_t ullAtByte;     // starts when the printer is about to process this byte of its life (0 = its first)
+  std::uint64_t ullAtByte;   // starts when the printer is about to process this byte of its life (0 = its first)
   DWORD dwMilliseconds = 0;  // how long it lasts
 };
 

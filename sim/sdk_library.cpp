@@ -72,7 +72,8 @@ void SdkLibrary::NoteOwner(const Device& device, DWORD dwSession, const std::str
 
 DWORD SdkLibrary::OpenW(const wchar_t* pszPrinter, DWORD* pdwSession) {
   const std::string strPrinter = Narrow(pszPrinter);
-  m_journal.Add(Format("sdk OpenW %s options=0x%x", strPrinter.c_str(), static_cast<unsigned>(*pdwSession)), strPrinter);
+  m_journal.Add(Format("sdk OpenW %s options=0x%x", strPrinter.c_str(), static_cast<unsigned>(*pdwSession)),
+                strPrinter);
   if (IsImpersonating()) m_journal.Add("violation: OpenW impersonating the client");
   if (m_dwOpenDelay != 0) Sleep(m_dwOpenDelay);
   DWORD dwCode = 0;
@@ -146,8 +147,8 @@ DWORD SdkLibrary::Send(Device& device, const std::string& strQueue, const BYTE* 
   return dwCode;
 }
 
-DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BYTE* pIn, DWORD cbIn,
-                            DWORD* pdwWritten, BYTE* pOut, DWORD cbOut, DWORD* pdwValue, DWORD dwTimeoutMs) {
+DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BYTE* pIn, DWORD cbIn, DWORD* pdwWritten,
+                            BYTE* pOut, DWORD cbOut, DWORD* pdwValue, DWORD dwTimeoutMs) {
   const std::string strRequest = pszRequest != nullptr ? Narrow(pszRequest) : "send";
   const bool bRead = strRequest.starts_with("GET_RAW_DATA");
   const Session session = SessionOf(dwSession);
@@ -168,10 +169,10 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
   if (strRequest == "send" || strRequest == "SDK_SET_RESET") NoteOwner(*pDevice, dwSession, strRequest);
   if (strRequest == "send") {
     dwCode = Send(*pDevice, session.strQueue, pIn, cbIn, pdwWritten, dwTimeoutMs);
-    m_journal.Add(Format("sdk send %u/%u timeout=%u code=%u", static_cast<unsigned>(*pdwWritten),
-                         static_cast<unsigned>(cbIn), static_cast<unsigned>(dwTimeoutMs),
-                         static_cast<unsigned>(dwCode)),
-                  session.strQueue);
+    m_journal.Add(
+        Format("sdk send %u/%u timeout=%u code=%u", static_cast<unsigned>(*pdwWritten), static_cast<unsigned>(cbIn),
+               static_cast<unsigned>(dwTimeoutMs), static_cast<unsigned>(dwCode)),
+        session.strQueue);
     return dwCode;
   }
   if (bRead) {

@@ -60,8 +60,9 @@ void Spooler::SetStatus(DWORD dwId, DWORD dwAdd) {
   const auto it = m_jobs.find(dwId);
   if (it == m_jobs.end()) return;
   it->second->dwStatus |= dwAdd;
-  World::Get().journal.Add(Format("user changes job %u: 0x%x", static_cast<unsigned>(dwId), static_cast<unsigned>(dwAdd)),
-                           it->second->strQueue);
+  World::Get().journal.Add(
+      Format("user changes job %u: 0x%x", static_cast<unsigned>(dwId), static_cast<unsigned>(dwAdd)),
+      it->second->strQueue);
 }
 
 DWORD Spooler::StatusOf(DWORD dwId) {
@@ -80,7 +81,8 @@ HANDLE Spooler::OpenPort(const std::string& strPort, const std::string& strPrint
   WideString port = Wide(strPort);
   WideString printer = Wide(strPrinter);
   HANDLE hPort = nullptr;
-  return pMonitor->pfnOpenPortEx(hMonitor, nullptr, port.data(), printer.data(), &hPort, pPortMonitor) ? hPort : nullptr;
+  return pMonitor->pfnOpenPortEx(hMonitor, nullptr, port.data(), printer.data(), &hPort, pPortMonitor) ? hPort
+                                                                                                       : nullptr;
 }
 
 bool Spooler::ClosePort(HANDLE hPort) {
@@ -126,8 +128,9 @@ PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strDa
     if (options.bStopWhenDeleted && (StatusOf(dwJobId) & JOB_STATUS_DELETING) != 0) break;
     const std::size_t cb = std::min<std::size_t>(options.cbChunk, strData.size() - result.ullDelivered);
     // The monitor may change the buffer in place; an offer that was not taken is repeated with the same buffer.
-    if (chunk.empty()) chunk.assign(strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered),
-                                    strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered + cb));
+    if (chunk.empty())
+      chunk.assign(strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered),
+                   strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered + cb));
     DWORD cbWritten = 0;
     if (!pMonitor->pfnWritePort(hPort, chunk.data(), static_cast<DWORD>(chunk.size()), &cbWritten)) {
       result.dwError = GetLastError();

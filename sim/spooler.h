@@ -43,8 +43,8 @@ struct Job {
 };
 
 struct PrintOptions {
-  DWORD cbChunk = 16 * 1024;   // bytes a write
-  DWORD dwRetryMs = 500;       // pause after a write that took nothing
+  DWORD cbChunk = 16 * 1024;      // bytes a write
+  DWORD dwRetryMs = 500;          // pause after a write that took nothing
   bool bStopWhenDeleted = false;  // stop offering a deleted job's data, as a spooler may
   // Called before each write with the bytes offered so far; may delete the job, plan faults, draw a bar.
   std::function<void(std::uint64_t)> onProgress;
@@ -55,7 +55,7 @@ struct PrintResult {
   bool bDelivered = false;  // every byte was taken
   DWORD dwError = 0;        // last error of the call that failed
   std::uint64_t ullDelivered = 0;
-  unsigned nRefused = 0;    // calls that failed or took nothing
+  unsigned nRefused = 0;  // calls that failed or took nothing
 };
 
 class Spooler {

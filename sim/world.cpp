@@ -190,8 +190,8 @@ bool World::ReadWholeFile(const std::string& strPath, std::string& strBytes) {
 }
 
 bool World::WriteWholeFile(const std::string& strPath, const std::string& strBytes) {
-  const HANDLE hFile = CreateFileW(Wide(strPath).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                   FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE hFile =
+      CreateFileW(Wide(strPath).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (hFile == INVALID_HANDLE_VALUE) return false;
   DWORD cbWritten = 0;
   const bool bWritten =

@@ -66,8 +66,20 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept;
 void PlatformCall() noexcept;
 
 // ---- accounts ---------------------------------------------------------------------------------------------------------
-enum class Account { Handles, Threads, CriticalSections, HeapBlocks, LocalBlocks, Sids, Keys, Finds, Modules,
-                     PrinterHandles, ServiceHandles, Count };
+enum class Account {
+  Handles,
+  Threads,
+  CriticalSections,
+  HeapBlocks,
+  LocalBlocks,
+  Sids,
+  Keys,
+  Finds,
+  Modules,
+  PrinterHandles,
+  ServiceHandles,
+  Count
+};
 const char* AccountName(Account account) noexcept;
 void Book(Account account, int nChange) noexcept;
 using Balance = std::array<int, static_cast<std::size_t>(Account::Count)>;

@@ -111,9 +111,9 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept {
 }
 
 const char* AccountName(Account account) noexcept {
-  static constexpr const char* kNames[] = {"handles", "threads",  "critical sections", "heap blocks",
-                                           "local blocks", "SIDs", "registry keys", "find handles",
-                                           "modules", "printer handles", "service handles"};
+  static constexpr const char* kNames[] = {
+      "handles",       "threads",      "critical sections", "heap blocks",     "local blocks",   "SIDs",
+      "registry keys", "find handles", "modules",           "printer handles", "service handles"};
   return kNames[static_cast<std::size_t>(account)];
 }
 

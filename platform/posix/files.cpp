@@ -65,9 +65,7 @@ bool Compatible(const std::string& strPath, DWORD dwAccess, DWORD dwShare) {
 }
 
 // Whether another process holds the file in a way that keeps this one out.
-bool HeldElsewhere(int nFile, DWORD dwShare) {
-  return flock(nFile, (dwShare == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0;
-}
+bool HeldElsewhere(int nFile, DWORD dwShare) { return flock(nFile, (dwShare == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0; }
 
 // A file about to be deleted or moved must not be open without the right to be deleted.
 bool FreeToGo(const std::string& strPath) {

@@ -35,7 +35,7 @@ bool Describe(const std::string& strFolder, const std::string& strName, WIN32_FI
   struct stat status {};
   if (stat((strFolder + "/" + strName).c_str(), &status) != 0) return false;
   data = {};
-  data.dwFileAttributes = S_ISDIR(status.st_mode)                 ? FILE_ATTRIBUTE_DIRECTORY
+  data.dwFileAttributes = S_ISDIR(status.st_mode)           ? FILE_ATTRIBUTE_DIRECTORY
                           : (status.st_mode & S_IWUSR) == 0 ? FILE_ATTRIBUTE_READONLY
                                                             : FILE_ATTRIBUTE_NORMAL;
   struct stat link {};

@@ -82,8 +82,10 @@ FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName) {
   if (FaultHere("GetProcAddress", ERROR_PROC_NOT_FOUND)) return nullptr;
   FARPROC pfn = nullptr;
   if (hModule == Kernel()) {
-    if (std::strcmp(lpProcName, "GetNativeSystemInfo") == 0) pfn = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&NativeSystemInfo));
-    if (std::strcmp(lpProcName, "IsWow64Process") == 0) pfn = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Wow64Process));
+    if (std::strcmp(lpProcName, "GetNativeSystemInfo") == 0)
+      pfn = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&NativeSystemInfo));
+    if (std::strcmp(lpProcName, "IsWow64Process") == 0)
+      pfn = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Wow64Process));
   } else if (const auto nOrdinal = reinterpret_cast<std::uintptr_t>(lpProcName); nOrdinal <= 0xFFFF) {
     const auto& entryPoints = static_cast<Module*>(hModule)->entryPoints;
     if (nOrdinal >= 1 && nOrdinal <= entryPoints.size()) pfn = entryPoints[nOrdinal - 1];

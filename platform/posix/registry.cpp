@@ -95,7 +95,8 @@ LSTATUS Open(const char* pszApi, HKEY hKey, const std::u16string& strPath, REGSA
 // The buffer-size protocol of a value read: no buffer asks for the size.
 LSTATUS Deliver(const Value& value, LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData) {
   if (lpType != nullptr) *lpType = value.dwType;
-  if (lpcbData == nullptr) return lpData == nullptr ? static_cast<LSTATUS>(ERROR_SUCCESS) : static_cast<LSTATUS>(ERROR_INVALID_PARAMETER);
+  if (lpcbData == nullptr)
+    return lpData == nullptr ? static_cast<LSTATUS>(ERROR_SUCCESS) : static_cast<LSTATUS>(ERROR_INVALID_PARAMETER);
   const DWORD cbRoom = *lpcbData;
   *lpcbData = static_cast<DWORD>(value.data.size());
   if (lpData == nullptr) return ERROR_SUCCESS;
@@ -202,8 +203,7 @@ LSTATUS WINAPI RegDeleteTreeW(HKEY hKey, LPCWSTR lpSubKey) {
   std::lock_guard<std::mutex> lock(g_mutex);
   const std::u16string strPath = Wide(lpSubKey);
   const std::size_t nCut = strPath.rfind(u'\\');
-  const auto pParent =
-      nCut == std::u16string::npos ? KeyOf(hKey) : Walk(KeyOf(hKey), strPath.substr(0, nCut), false);
+  const auto pParent = nCut == std::u16string::npos ? KeyOf(hKey) : Walk(KeyOf(hKey), strPath.substr(0, nCut), false);
   const std::u16string strName = nCut == std::u16string::npos ? strPath : strPath.substr(nCut + 1);
   return pParent && pParent->children.erase(strName) > 0 ? static_cast<LSTATUS>(ERROR_SUCCESS)
                                                          : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);

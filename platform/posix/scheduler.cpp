@@ -131,8 +131,8 @@ void Scheduler::ReportDeadlock() {
   std::abort();
 }
 
-bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWhat,
-                          const std::function<bool()>& bReady, DWORD dwMilliseconds) {
+bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWhat, const std::function<bool()>& bReady,
+                          DWORD dwMilliseconds) {
   const bool bForever = dwMilliseconds == INFINITE;
   if (m_mode == TimeMode::Real) {
     if (bReady()) return true;
@@ -177,13 +177,9 @@ std::int64_t Scheduler::NowTicks() {
   return m_llNow;
 }
 
-std::uint64_t Scheduler::LocalTicks() {
-  return m_ullEpoch + static_cast<std::uint64_t>(NowTicks());
-}
+std::uint64_t Scheduler::LocalTicks() { return m_ullEpoch + static_cast<std::uint64_t>(NowTicks()); }
 
-DWORD Scheduler::TickCount() {
-  return m_dwTickBase + static_cast<DWORD>(NowTicks() / kTicksPerMs);
-}
+DWORD Scheduler::TickCount() { return m_dwTickBase + static_cast<DWORD>(NowTicks() / kTicksPerMs); }
 
 void Scheduler::Advance(std::int64_t llTicks) {
   if (m_mode == TimeMode::Real) Unsupported("moving the clock in real time");
@@ -191,9 +187,7 @@ void Scheduler::Advance(std::int64_t llTicks) {
   m_llNow += llTicks;
 }
 
-void Scheduler::SetLocal(std::uint64_t ullTicks) {
-  m_ullEpoch = ullTicks - static_cast<std::uint64_t>(NowTicks());
-}
+void Scheduler::SetLocal(std::uint64_t ullTicks) { m_ullEpoch = ullTicks - static_cast<std::uint64_t>(NowTicks()); }
 
 void Scheduler::Seed(std::uint64_t ullSeed) { m_ullRandom = ullSeed * 2 + 1; }
 
@@ -229,7 +223,8 @@ VOID WINAPI Sleep(DWORD dwMilliseconds) {
   Scheduler& scheduler = Scheduler::Get();
   scheduler.Call();
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
-  scheduler.WaitUntil(lock, "Sleep", [] { return false; }, dwMilliseconds);
+  scheduler.WaitUntil(
+      lock, "Sleep", [] { return false; }, dwMilliseconds);
 }
 
 DWORD WINAPI GetTickCount() { return Scheduler::Get().TickCount(); }

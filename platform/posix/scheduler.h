@@ -20,11 +20,11 @@ namespace w32 {
 struct Thread {
   DWORD dwId = 0;
   std::weak_ptr<Thread> pThis;
-  bool bEnded = false;                   // world lock
-  std::condition_variable turn;          // simulated time: signalled when the baton comes to this thread
+  bool bEnded = false;                            // world lock
+  std::condition_variable turn;                   // simulated time: signalled when the baton comes to this thread
   const std::function<bool()>* pReady = nullptr;  // what the thread waits for; null while it can run
   bool bHasDeadline = false;
-  std::int64_t llDeadline = 0;           // 100-ns units of the scheduler's clock
+  std::int64_t llDeadline = 0;  // 100-ns units of the scheduler's clock
   std::string strWaitsFor;
 };
 
@@ -55,8 +55,8 @@ class Scheduler {
   // A platform call: time moves on a little and, by the seed, another thread may run.
   void Call();
 
-  std::int64_t NowTicks();      // 100-ns units since process start
-  std::uint64_t LocalTicks();   // 100-ns units since 1601
+  std::int64_t NowTicks();     // 100-ns units since process start
+  std::uint64_t LocalTicks();  // 100-ns units since 1601
   DWORD TickCount();
   void Advance(std::int64_t llTicks);
   void SetLocal(std::uint64_t ullTicks);

@@ -58,9 +58,8 @@ BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor, 
   return TRUE;
 }
 
-BOOL WINAPI AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY pIdentifierAuthority, BYTE nSubAuthorityCount,
-                                     DWORD n0, DWORD n1, DWORD n2, DWORD n3, DWORD n4, DWORD n5, DWORD n6, DWORD n7,
-                                     PSID* pSid) {
+BOOL WINAPI AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY pIdentifierAuthority, BYTE nSubAuthorityCount, DWORD n0,
+                                     DWORD n1, DWORD n2, DWORD n3, DWORD n4, DWORD n5, DWORD n6, DWORD n7, PSID* pSid) {
   PlatformCall();
   if (FaultHere("AllocateAndInitializeSid", ERROR_NOT_ENOUGH_MEMORY)) return FALSE;
   *pSid = new Sid{pIdentifierAuthority->Value[5], nSubAuthorityCount, {n0, n1, n2, n3, n4, n5, n6, n7}};
@@ -76,7 +75,8 @@ PVOID WINAPI FreeSid(PSID pSid) {
 
 DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_INFORMATION SecurityInfo, PSID*, PSID*,
                              PACL* ppDacl, PACL*, PSECURITY_DESCRIPTOR* ppSecurityDescriptor) {
-  if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION) Unsupported("GetSecurityInfo of this kind");
+  if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION)
+    Unsupported("GetSecurityInfo of this kind");
   PlatformCall();
   if (FaultHere("GetSecurityInfo", ERROR_ACCESS_DENIED)) return GetLastError();
   const auto pFile = FindObject<File>(handle);
@@ -110,14 +110,16 @@ DWORD WINAPI SetEntriesInAclW(ULONG cCountOfExplicitEntries, PEXPLICIT_ACCESS_W 
 
 DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_INFORMATION SecurityInfo, PSID, PSID,
                              PACL pDacl, PACL) {
-  if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION) Unsupported("SetSecurityInfo of this kind");
+  if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION)
+    Unsupported("SetSecurityInfo of this kind");
   PlatformCall();
   if (FaultHere("SetSecurityInfo", ERROR_ACCESS_DENIED)) return GetLastError();
   const auto pFile = FindObject<File>(handle);
   if (!pFile) return ERROR_INVALID_HANDLE;
   if ((pFile->dwAccess & WRITE_DAC) == 0) return ERROR_ACCESS_DENIED;
   std::string strEntry = "S-1-5";
-  for (int n = 0; n < pDacl->nSubAuthorities; ++n) strEntry.append("-").append(std::to_string(pDacl->adwSubAuthorities[n]));
+  for (int n = 0; n < pDacl->nSubAuthorities; ++n)
+    strEntry.append("-").append(std::to_string(pDacl->adwSubAuthorities[n]));
   char szRights[48];
   std::snprintf(szRights, sizeof szRights, " 0x%08x %u", pDacl->dwMask, pDacl->dwFlags);
   std::lock_guard<std::mutex> lock(g_mutex);

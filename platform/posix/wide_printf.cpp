@@ -73,12 +73,18 @@ void Format(Sink& sink, const wchar_t* p, va_list args) {
     ++p;
     Field field;
     for (;; ++p) {
-      if (*p == L'-') field.bLeft = true;
-      else if (*p == L'+') field.bPlus = true;
-      else if (*p == L' ') field.bBlank = true;
-      else if (*p == L'#') field.bAlternate = true;
-      else if (*p == L'0') field.bZero = true;
-      else break;
+      if (*p == L'-')
+        field.bLeft = true;
+      else if (*p == L'+')
+        field.bPlus = true;
+      else if (*p == L' ')
+        field.bBlank = true;
+      else if (*p == L'#')
+        field.bAlternate = true;
+      else if (*p == L'0')
+        field.bZero = true;
+      else
+        break;
     }
     const auto number = [&](int& nValue) {
       if (*p == L'*') {
@@ -112,9 +118,7 @@ void Format(Sink& sink, const wchar_t* p, va_list args) {
       ++p;
     }
     switch (*p) {
-      case L'%':
-        sink.Put(L'%');
-        break;
+      case L'%': sink.Put(L'%'); break;
       case L'c': {
         const wchar_t sz[2] = {static_cast<wchar_t>(va_arg(args, int)), 0};
         PutText(sink, field, sz);
@@ -124,27 +128,33 @@ void Format(Sink& sink, const wchar_t* p, va_list args) {
       case L'S': {
         const bool bNarrow = field.bNarrow || (*p == L'S' && !field.bWide);
         const void* pText = va_arg(args, const void*);
-        if (pText == nullptr) PutText(sink, field, L"(null)");
-        else if (bNarrow) PutText(sink, field, static_cast<const char*>(pText));
-        else PutText(sink, field, static_cast<const wchar_t*>(pText));
+        if (pText == nullptr)
+          PutText(sink, field, L"(null)");
+        else if (bNarrow)
+          PutText(sink, field, static_cast<const char*>(pText));
+        else
+          PutText(sink, field, static_cast<const wchar_t*>(pText));
         break;
       }
       case L'd':
       case L'i':
-        if (field.bLongLong) PutNumber(sink, field, "lld", va_arg(args, long long));
-        else PutNumber(sink, field, "d", va_arg(args, int));
+        if (field.bLongLong)
+          PutNumber(sink, field, "lld", va_arg(args, long long));
+        else
+          PutNumber(sink, field, "d", va_arg(args, int));
         break;
       case L'u':
       case L'x':
       case L'X': {
         const char szType[2] = {static_cast<char>(*p), 0};
         const std::string strLong = std::string("ll") + szType;
-        if (field.bLongLong) PutNumber(sink, field, strLong.c_str(), va_arg(args, unsigned long long));
-        else PutNumber(sink, field, szType, va_arg(args, unsigned));
+        if (field.bLongLong)
+          PutNumber(sink, field, strLong.c_str(), va_arg(args, unsigned long long));
+        else
+          PutNumber(sink, field, szType, va_arg(args, unsigned));
         break;
       }
-      default:
-        Unsupported(("conversion of wide printf ending in " + ToUtf8(p)).c_str());
+      default: Unsupported(("conversion of wide printf ending in " + ToUtf8(p)).c_str());
     }
   }
 }

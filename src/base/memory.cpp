@@ -2,9 +2,7 @@
 
 #include <cstring>
 
-void* AllocZeroed(std::size_t cb) noexcept {
-  return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cb);
-}
+void* AllocZeroed(std::size_t cb) noexcept { return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cb); }
 
 void ReleaseMemory(void* pBlock) noexcept {
   if (pBlock != nullptr) HeapFree(GetProcessHeap(), 0, pBlock);

@@ -11,7 +11,6 @@ UniqueKey OpenMachineKey(const wchar_t* pszKey, const wchar_t* pszFallbackKey, L
 DWORD ReadDword(HKEY hKey, const wchar_t* pszValue, DWORD dwDefault) noexcept {
   DWORD dwValue = 0;
   DWORD cb = sizeof dwValue;
-  const LSTATUS lError =
-      RegQueryValueExW(hKey, pszValue, nullptr, nullptr, reinterpret_cast<BYTE*>(&dwValue), &cb);
+  const LSTATUS lError = RegQueryValueExW(hKey, pszValue, nullptr, nullptr, reinterpret_cast<BYTE*>(&dwValue), &cb);
   return lError == ERROR_SUCCESS ? dwValue : dwDefault;
 }

@@ -161,7 +161,8 @@ BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbB
     LogE(L"Fail to open the output job file. [%s]", pszFilePath);
     return FALSE;
   }
-  if (SetFilePointer(hFile.get(), 0, nullptr, FILE_END) == INVALID_SET_FILE_POINTER && GetLastError() != ERROR_SUCCESS) {
+  if (SetFilePointer(hFile.get(), 0, nullptr, FILE_END) == INVALID_SET_FILE_POINTER &&
+      GetLastError() != ERROR_SUCCESS) {
     LogE(L"Fail to set pointer on the output job file. [%s]", pszFilePath);
     return FALSE;
   }
@@ -213,9 +214,8 @@ void CJob::SetJobReg(HANDLE hPrinter, const wchar_t*, DWORD dwValue, DWORD) cons
   if (lookup == KeyLookup::NoGuid) LogE(L"GetPrinterData [dwReturned:0]");
   if (lookup != KeyLookup::Found) return;
   HKEY hKey = nullptr;
-  LSTATUS lError =
-      RegCreateKeyExW(HKEY_CURRENT_USER, key.wszPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
-                      KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY, nullptr, &hKey, nullptr);
+  LSTATUS lError = RegCreateKeyExW(HKEY_CURRENT_USER, key.wszPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                   KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY, nullptr, &hKey, nullptr);
   if (lError != ERROR_SUCCESS) {
     LogE(L"RegCreateKeyEx [err:%d]", lError);
     return;

@@ -43,9 +43,9 @@ class CJob {
   void SetJobReg(HANDLE hPrinter, const wchar_t* pszName, DWORD dwValue, DWORD cbValue) const noexcept;
   DWORD GetJobReg(HANDLE hPrinter, const wchar_t* pszName, void* pValue, DWORD* pcbValue) const noexcept;
 
-  CRITICAL_SECTION csJob;  // held by a job start around MakeSettings
-  std::atomic<LONG> nJobValidDays{0};        // retention of day folders in days
-  std::atomic<DWORD> dwChkJobFileTime{0};    // last-ageing word: high 32 bits of a file time
+  CRITICAL_SECTION csJob;                  // held by a job start around MakeSettings
+  std::atomic<LONG> nJobValidDays{0};      // retention of day folders in days
+  std::atomic<DWORD> dwChkJobFileTime{0};  // last-ageing word: high 32 bits of a file time
 };
 
 // The one instance, constructed when the module is loaded.

@@ -11,9 +11,7 @@ void OutputLogEx(DWORD dwLevel, const char* pszModule, const char* pszRoutine, c
   const KeepLastError keep;
   CInterface& log = LogObject();
   switch (log.CheckLogLevel(dwLevel)) {
-    case LogOutcome::Drop:
-      log.PurgeOldLogs();
-      break;
+    case LogOutcome::Drop: log.PurgeOldLogs(); break;
     case LogOutcome::Write: {
       if (pwszFormat == nullptr || *pwszFormat == 0) break;
       va_list args;
@@ -22,13 +20,9 @@ void OutputLogEx(DWORD dwLevel, const char* pszModule, const char* pszRoutine, c
       va_end(args);
       break;
     }
-    case LogOutcome::Trace:
-      log.Ring().Push(dwProcessId, dwThreadId, pszRoutine, nLine);
-      break;
+    case LogOutcome::Trace: log.Ring().Push(dwProcessId, dwThreadId, pszRoutine, nLine); break;
     case LogOutcome::DumpBinary:
-    case LogOutcome::Dump:
-      Assert(".\\Log", "OutputLogEx", 59, GetLastError());
-      break;
+    case LogOutcome::Dump: Assert(".\\Log", "OutputLogEx", 59, GetLastError()); break;
   }
 }
 

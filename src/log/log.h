@@ -55,14 +55,16 @@ consteval RoutineText<N> RoutineName(const char (&szSignature)[N]) {
   for (; nEnd < N - 1; ++nEnd) {
     if (szSignature[nEnd] != '(') continue;
     std::size_t nSame = 0;
-    while (nSame + 1 < sizeof kClangAnonymous && nEnd + nSame < N && szSignature[nEnd + nSame] == kClangAnonymous[nSame])
+    while (nSame + 1 < sizeof kClangAnonymous && nEnd + nSame < N &&
+           szSignature[nEnd + nSame] == kClangAnonymous[nSame])
       ++nSame;
     if (nSame + 1 != sizeof kClangAnonymous) break;  // the parameter list opens here
   }
   std::size_t nStart = nEnd;
   while (nStart > 0) {
     const char c = szSignature[nStart - 1];
-    const bool bAnonymousEnd = c == ':' && nStart > 2 && (szSignature[nStart - 3] == '}' || szSignature[nStart - 3] == ')');
+    const bool bAnonymousEnd =
+        c == ':' && nStart > 2 && (szSignature[nStart - 3] == '}' || szSignature[nStart - 3] == ')');
     if (c == ' ' || c == '*' || c == '&' || bAnonymousEnd) break;
     --nStart;
   }
@@ -78,6 +80,7 @@ struct LogReportsAs {
   static constexpr const char* Name() noexcept { return nullptr; }
 };
 // (Hiding the general record by a local one is the mechanism, so the warning about it is off for this one line.)
+// clang-format off
 #define LOG_AS(szRoutine)                                                \
   _Pragma("GCC diagnostic push")                                         \
   _Pragma("GCC diagnostic ignored \"-Wshadow\"")                         \
@@ -86,14 +89,15 @@ struct LogReportsAs {
   };                                                                     \
   _Pragma("GCC diagnostic pop")                                          \
   static_assert(true)
+// clang-format on
 
 #define LOG_ROUTINE (LogReportsAs::Name() != nullptr ? LogReportsAs::Name() : kLogRoutine.sz)
 
-#define LOG_LINE(dwLevel, ...)                                                                              \
-  do {                                                                                                      \
-    static constexpr auto kLogRoutine = log_detail::RoutineName(__PRETTY_FUNCTION__);                       \
+#define LOG_LINE(dwLevel, ...)                                                                                       \
+  do {                                                                                                               \
+    static constexpr auto kLogRoutine = log_detail::RoutineName(__PRETTY_FUNCTION__);                                \
     OutputLogEx((dwLevel), LOG_MODULE, LOG_ROUTINE, __FILE__, __LINE__, GetCurrentProcessId(), GetCurrentThreadId(), \
-                __VA_ARGS__);                                                                               \
+                __VA_ARGS__);                                                                                        \
   } while (false)
 
 #define LogE(...) LOG_LINE(LOG_LEVEL_E, __VA_ARGS__)

@@ -53,10 +53,10 @@ class CLogfile {
 
   CRITICAL_SECTION m_csFolder;  // guards the folder choice and the creation of the folder
   FolderState m_state = FolderState::None;
-  char m_szModuleTag[32] = {};        // written once, at process attach
+  char m_szModuleTag[32] = {};  // written once, at process attach
   LogPath m_moduleFolder = {};
-  wchar_t m_wszBaseFolder[260] = {};  // constant after construction
-  std::atomic<std::uint64_t> m_ullLine{0};     // newest line: packed date (high), high word of its file time (low)
-  std::atomic<DWORD> m_dwLastPurge{0};         // packed line date at the last purge run
+  wchar_t m_wszBaseFolder[260] = {};        // constant after construction
+  std::atomic<std::uint64_t> m_ullLine{0};  // newest line: packed date (high), high word of its file time (low)
+  std::atomic<DWORD> m_dwLastPurge{0};      // packed line date at the last purge run
   std::atomic<LONG> m_nLastPurgeLifeDays{0};
 };

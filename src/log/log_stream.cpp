@@ -61,8 +61,7 @@ CLogStream::CLogStream() noexcept
 bool CLogStream::Open(LogThreadBuffers& buffers, const wchar_t* pszPath) noexcept {
   WaitForSingleObject(m_hLogMutex.get(), INFINITE);  // one that its owner abandoned is as good as a free one
   const DWORD dwStart = GetTickCount();
-  const HANDLE hFile =
-      CreateFileW(pszPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE hFile = CreateFileW(pszPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   buffers.hLogFile = hFile;
   if (hFile == INVALID_HANDLE_VALUE) {
     ReleaseMutex(m_hLogMutex.get());

@@ -34,7 +34,7 @@ class CLogStream {
   DWORD Append(HANDLE hFile, const char* pBytes, DWORD cb) noexcept;
 
   UniqueHandle m_hLogMutex;
-  UniqueHandle m_hBinMutex;  // belongs to a dump facility of other modules; only kept alive here
+  UniqueHandle m_hBinMutex;                 // belongs to a dump facility of other modules; only kept alive here
   std::atomic<bool> m_bWriteFailed{false};  // a text was neither written nor held since the last successful open
   CRITICAL_SECTION m_csPending;             // guards the two below
   char m_szPending[1024] = {};

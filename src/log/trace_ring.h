@@ -23,7 +23,7 @@ class CTraceRing {
   static constexpr unsigned kSlots = 32;
   static constexpr unsigned kSlotBytes = 128;
 
-  CRITICAL_SECTION m_cs;  // guards all below
+  CRITICAL_SECTION m_cs;                    // guards all below
   char m_szSlots[kSlots][kSlotBytes] = {};  // an empty text is a free slot
   std::uint8_t m_byCounter = 0;             // records ever pushed, modulo 256; the next goes to slot counter mod 32
 };

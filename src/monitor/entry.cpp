@@ -34,11 +34,8 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE hModule, DWORD dwReason, LPVOID /*pRese
       InitializeCriticalSection(&csMonitor);
       DisableThreadLibraryCalls(hModule);
       break;
-    case DLL_PROCESS_DETACH:
-      DeleteCriticalSection(&csMonitor);
-      break;
-    default:
-      break;
+    case DLL_PROCESS_DETACH: DeleteCriticalSection(&csMonitor); break;
+    default: break;
   }
   return TRUE;
 }

@@ -33,16 +33,12 @@ std::uint64_t StopMask(const DevData& model, BOOL bWaitExecResp) noexcept {
   if (model.pRespInfo == nullptr || model.pRespInfo->pStatusInfo == nullptr) return 0;
   for (const StatusDef* pDef = model.pRespInfo->pStatusInfo->pStatusDef; pDef->llMask > 0; ++pDef) {
     switch (pDef->dwKind) {
-      case STATUS_KIND_INFO:
-        break;
-      case STATUS_KIND_ERROR:
-        ullMask |= static_cast<std::uint64_t>(pDef->llMask);
-        break;
+      case STATUS_KIND_INFO: break;
+      case STATUS_KIND_ERROR: ullMask |= static_cast<std::uint64_t>(pDef->llMask); break;
       case STATUS_KIND_NOT_READY:
         if (!bWaitExecResp) ullMask |= static_cast<std::uint64_t>(pDef->llMask);
         break;
-      default:
-        AssertHere();
+      default: AssertHere();
     }
   }
   return ullMask;
@@ -100,8 +96,7 @@ DWORD WaitExecRespAndStatus(IniPort* pIniPort, BOOL bWaitExecResp) noexcept {
   ResponseQuery query = {};
   query.bOneByteStatus = model.HasOneByteStatus();
   query.bWaitExecResp = bWaitExecResp != FALSE;
-  query.byExecResponse =
-      query.bOneByteStatus ? kShortExecResponse : static_cast<BYTE>(0x80 + (job.bySeqNo & 0x0F));
+  query.byExecResponse = query.bOneByteStatus ? kShortExecResponse : static_cast<BYTE>(0x80 + (job.bySeqNo & 0x0F));
   query.ullStopMask = StopMask(model, bWaitExecResp);
 
   const Request request = MakeRequest(query);
@@ -112,8 +107,7 @@ DWORD WaitExecRespAndStatus(IniPort* pIniPort, BOOL bWaitExecResp) noexcept {
     if (!bFirst) {
       std::uint64_t ullStatus = 0;
       switch (answers.Read(*job.pSdkMng, dwResult, ullStatus)) {
-        case ScanResult::Nothing:
-          break;
+        case ScanResult::Nothing: break;
         case ScanResult::Done:
           bDone = true;
           if (!bWaitExecResp) LogT(L"[Port:%s]Detected printable status", pszPort);
@@ -123,9 +117,7 @@ DWORD WaitExecRespAndStatus(IniPort* pIniPort, BOOL bWaitExecResp) noexcept {
           dwResult = ERROR_NOT_FOUND;
           bDone = true;
           break;
-        case ScanResult::NotPrintable:
-          bDone = false;
-          break;
+        case ScanResult::NotPrintable: bDone = false; break;
       }
       Sleep(kPauseMs);
     }

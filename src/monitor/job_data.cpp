@@ -47,7 +47,8 @@ static BOOL SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD c
     DrainResponses(*pIniJob);
     // A deleted job asks for nothing more; and a wait that its deletion ended may have succeeded so far, but not a byte of
     // it goes out then either.
-    if (IsCancelSet(*pIniJob) || WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsCancelSet(*pIniJob)) return TRUE;
+    if (IsCancelSet(*pIniJob) || WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsCancelSet(*pIniJob))
+      return TRUE;
   }
   return pIniJob->pSdkMng->Send(pBuf, cbBuf, pcbWritten, kSendTimeoutMs);
 }

@@ -154,9 +154,10 @@ BOOL WINAPI MonStartDocPort(HANDLE hPort, LPWSTR pszPrinterName, DWORD dwJobId, 
   IniPort* pIniPort = PortOf(hPort);
   if (pIniPort == nullptr || dwLevel != 1 || pDocInfo == nullptr || pszPrinterName == nullptr || *pszPrinterName == 0) {
     SetLastError(ERROR_INVALID_PARAMETER);
-    LogE(L"ERROR_INVALID_PARAMETER [pIniPort:0x%08x, signature:0x%08x, dwLevel:0x%08x, pDocInfo:0x%08x, "
-         L"pszPrinterName:%s]",
-         LogAddress(hPort), SignatureOf(hPort), dwLevel, LogAddress(pDocInfo), pszPrinterName);
+    LogE(
+        L"ERROR_INVALID_PARAMETER [pIniPort:0x%08x, signature:0x%08x, dwLevel:0x%08x, pDocInfo:0x%08x, "
+        L"pszPrinterName:%s]",
+        LogAddress(hPort), SignatureOf(hPort), dwLevel, LogAddress(pDocInfo), pszPrinterName);
     return FALSE;
   }
   bool bBusy = false;

@@ -21,8 +21,7 @@ DWORD DevicePortFlags(const wchar_t* pszPort) noexcept {
   const bool bVirtualCom = IsComName(pszPort) && IsVirtualComPort(pszPort);
   DWORD dwFlags = bVirtualCom ? PORT_VIRTUAL_COM : 0;
   // A virtual COM port stays open between jobs only when it is a network port as well.
-  if (!IsDisableOpenAlwaysByLM() &&
-      (_wcsnicmp(pszPort, L"USB0", 4) == 0 || !bVirtualCom || IsTcpMonitorPort(pszPort)))
+  if (!IsDisableOpenAlwaysByLM() && (_wcsnicmp(pszPort, L"USB0", 4) == 0 || !bVirtualCom || IsTcpMonitorPort(pszPort)))
     dwFlags |= PORT_OPEN_ALWAYS;
   return dwFlags;
 }
@@ -44,13 +43,15 @@ static void OpenDeviceForPort(IniPort& port) noexcept {
   if (port.pSdkMng->Open(port.pPrinterName, TRUE, &pDevData) != ERROR_SUCCESS || pDevData == nullptr) return;
   port.pDevData = pDevData;
   const DevInfo* pDevInfo = pDevData->pDevInfo;
-  const bool bHasCommSetting = pDevInfo != nullptr && pDevInfo->pszCommSetting != nullptr && *pDevInfo->pszCommSetting != 0;
+  const bool bHasCommSetting =
+      pDevInfo != nullptr && pDevInfo->pszCommSetting != nullptr && *pDevInfo->pszCommSetting != 0;
   if (!pDevData->HasOneByteStatus() || !IsComName(port.pszPortName) || !bHasCommSetting) return;
   const DWORD dwError = port.pSdkMng->SetSyncComm(pDevData);
   if (dwError != ERROR_SUCCESS) LogE(L"Fail to SetCommSync [Port:%s][Err:%d]", port.pszPortName, dwError);
 }
 
-static bool OpenUnderlyingPort(IniPort& port, HANDLE hMonitorPort, LPWSTR pszPortName, const MONITOR2* pMonitor) noexcept {
+static bool OpenUnderlyingPort(IniPort& port, HANDLE hMonitorPort, LPWSTR pszPortName,
+                               const MONITOR2* pMonitor) noexcept {
   LOG_AS("MonOpenPortEx");
   BOOL bOpened = FALSE;
   if (pMonitor == nullptr || pMonitor->pfnOpenPort == nullptr) {
@@ -75,8 +76,9 @@ BOOL WINAPI MonOpenPortEx(HANDLE /*hMonitor*/, HANDLE hMonitorPort, LPWSTR pszPo
   LogI(L"[Port:%s/Printer:%s]", pszPortName, pszPrinterName);
   if (pszPortName == nullptr || *pszPortName == 0 || phPort == nullptr) {
     SetLastError(ERROR_INVALID_PARAMETER);
-    LogE(L"ERROR_INVALID_PARAMETER [pszPortName:%s]",
-         pszPortName == nullptr ? L"Invalid param" : *pszPortName == 0 ? L"null" : pszPortName);
+    LogE(L"ERROR_INVALID_PARAMETER [pszPortName:%s]", pszPortName == nullptr ? L"Invalid param"
+                                                      : *pszPortName == 0    ? L"null"
+                                                                             : pszPortName);
     return FALSE;
   }
   *phPort = nullptr;

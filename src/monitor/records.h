@@ -42,10 +42,10 @@ inline constexpr DWORD kCancelledStates = JOB_STATUS_DELETING | JOB_STATUS_DELET
 
 // The reprint cache of a port: the bytes that the printer took of the current job.
 struct ReprintMng {
-  BYTE* pBuf;       // owned; null when nothing is cached, and only then is cbAlloc 0
-  DWORD cbData;     // bytes held
-  DWORD cbAlloc;    // capacity of pBuf
-  DWORD cbJob[2];   // cached sizes of the last two jobs, older first; 0 = unknown
+  BYTE* pBuf;      // owned; null when nothing is cached, and only then is cbAlloc 0
+  DWORD cbData;    // bytes held
+  DWORD cbAlloc;   // capacity of pBuf
+  DWORD cbJob[2];  // cached sizes of the last two jobs, older first; 0 = unknown
 };
 
 struct IniPort {
@@ -73,10 +73,10 @@ struct IniJob {
   DWORD JobId;
   JOB_INFO_2W* pJob;  // owned
   SYSTEMTIME stStart;
-  BYTE realCmdState;  // state of the real-time command matcher between two writes
-  HANDLE hEventStop;  // manual-reset, owned: ends the cancel watcher
-  HANDLE hThread;     // owned: the cancel watcher
-  CSdk* pSdkMng;      // borrowed from the port
+  BYTE realCmdState;        // state of the real-time command matcher between two writes
+  HANDLE hEventStop;        // manual-reset, owned: ends the cancel watcher
+  HANDLE hThread;           // owned: the cancel watcher
+  CSdk* pSdkMng;            // borrowed from the port
   wchar_t* pszJobDataPath;  // owned: archive root
   wchar_t* pszJobFilePath;  // owned: this job's archive file
   BYTE bySeqNo;             // sequence number of the execution-response request
@@ -100,9 +100,7 @@ inline DWORD SignatureOf(HANDLE hPort) noexcept {
 
 // Whether the job was cancelled in the spooler, as far as its watcher has seen. A job without the event reads as
 // cancelled, since nobody could tell it otherwise.
-inline bool IsCancelSet(const IniJob& job) noexcept {
-  return WaitForSingleObject(job.hEventCancel, 0) != WAIT_TIMEOUT;
-}
+inline bool IsCancelSet(const IniJob& job) noexcept { return WaitForSingleObject(job.hEventCancel, 0) != WAIT_TIMEOUT; }
 
 // Runs a scope in the spooler's own security context; the destructor impersonates the client again and keeps the thread's
 // last-error code.

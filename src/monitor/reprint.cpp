@@ -104,12 +104,8 @@ DWORD ReprintDumpData(IniPort* pIniPort) noexcept {
     dwResult = dwError;
     switch (dwResult) {
       case ERROR_BUSY:
-      case ERROR_TIMEOUT:
-        LogW(L"[srv:%s] MonWritePort pmWrite() [TIMEOUT]", pszPort);
-        break;
-      case ERROR_DEVICE_NOT_CONNECTED:
-        LogW(L"[srv:%s] MonWritePort pmWrite() [OFFLINE]", pszPort);
-        return dwResult;
+      case ERROR_TIMEOUT: LogW(L"[srv:%s] MonWritePort pmWrite() [TIMEOUT]", pszPort); break;
+      case ERROR_DEVICE_NOT_CONNECTED: LogW(L"[srv:%s] MonWritePort pmWrite() [OFFLINE]", pszPort); return dwResult;
       default:
         LogE(L"[srv:%s] MonWritePort pmWrite() [DATALEN: %d/%d]", pszPort, cbWritten, pIniPort->reprintMng.cbData);
     }

@@ -30,8 +30,8 @@ BOOL LmAnalyzeRespData(BYTE* pBuf, DWORD cbReceived, DWORD* pdwKept, DWORD* pdwP
 // What a wait looks for in kept bytes.
 struct ResponseQuery {
   bool bOneByteStatus;
-  bool bWaitExecResp;      // for the execution response, else for a printable status
-  BYTE byExecResponse;     // the response that ends the wait
+  bool bWaitExecResp;         // for the execution response, else for a printable status
+  BYTE byExecResponse;        // the response that ends the wait
   std::uint64_t ullStopMask;  // bits of the 64-bit status value that stop it
 };
 

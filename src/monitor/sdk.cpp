@@ -54,7 +54,8 @@ class CSdk::Lane {
 };
 
 CSdk::CSdk() noexcept
-    : hEventSend(CreateEventW(nullptr, FALSE, TRUE, nullptr)), hEventCtrl(CreateEventW(nullptr, FALSE, TRUE, nullptr)) {}
+    : hEventSend(CreateEventW(nullptr, FALSE, TRUE, nullptr)),
+      hEventCtrl(CreateEventW(nullptr, FALSE, TRUE, nullptr)) {}
 
 CSdk::~CSdk() {
   if (hEventSend != nullptr) CloseHandle(hEventSend);
@@ -249,8 +250,8 @@ DWORD CSdk::SetSyncComm(const DevData* pDevData) noexcept {
   const wchar_t* pszSetting = pDevInfo != nullptr ? pDevInfo->pszCommSetting : nullptr;
   if (pszSetting == nullptr) pszSetting = L"";
   const auto cbSetting = static_cast<DWORD>((wcslen(pszSetting) + 1) * sizeof(wchar_t));
-  const DWORD dwError = pDevIoCtrl(dwSessionId, L"SDK_SYNC_COM", pszSetting, cbSetting, nullptr, nullptr, 0, nullptr,
-                                   kSyncCommTimeoutMs);
+  const DWORD dwError =
+      pDevIoCtrl(dwSessionId, L"SDK_SYNC_COM", pszSetting, cbSetting, nullptr, nullptr, 0, nullptr, kSyncCommTimeoutMs);
   if (dwError == ERROR_NOT_SUPPORTED) {
     LogD(L"This port is not physical serial port");
     return ERROR_SUCCESS;

@@ -16,8 +16,8 @@ inline constexpr DWORD SYNC_SEND = 1;
 inline constexpr DWORD SYNC_CTRL = 2;
 
 // Flags of CSdk::Read.
-inline constexpr DWORD kReadResponse = 0;   // the library's raw response data
-inline constexpr DWORD kReadClear = 0x20;   // the same, clearing what is left
+inline constexpr DWORD kReadResponse = 0;  // the library's raw response data
+inline constexpr DWORD kReadClear = 0x20;  // the same, clearing what is left
 
 // Entry points of the library, ordinals 1 to 3. Results are Win32 error codes, 0 for success.
 using PFN_SDK_OPENW = DWORD(WINAPI*)(LPCWSTR pszPrinterName, DWORD* pdwSessionId);

@@ -13,18 +13,18 @@ constexpr BYTE DC4 = 0x14;
 enum State : BYTE {
   kIdle = 0,
   kDc3 = 1,
-  kOpen = 2,         // DC3 (
-  kReset1 = 13,      // DC3 ( r … kReset5 = 17: DC3 (reset
+  kOpen = 2,     // DC3 (
+  kReset1 = 13,  // DC3 ( r … kReset5 = 17: DC3 (reset
   kReset5 = 17,
-  kSplitDc3 = 18,    // DC3 (reset DC3, the DC3 being the last byte of its buffer
-  kAgain1 = 19,      // … DC3 r … kAgain4 = 22: … DC3 rese
+  kSplitDc3 = 18,  // DC3 (reset DC3, the DC3 being the last byte of its buffer
+  kAgain1 = 19,    // … DC3 r … kAgain4 = 22: … DC3 rese
   kAgain4 = 22,
-  kClear1 = 33,      // DC3 ( c
-  kClear2 = 34,      // DC3 (cl
+  kClear1 = 33,  // DC3 ( c
+  kClear2 = 34,  // DC3 (cl
   kDle = 101,
   kDleDc4 = 102,
-  kPulse = 103,      // DLE DC4 1
-  kPulseM = 104,     // DLE DC4 1 m
+  kPulse = 103,   // DLE DC4 1
+  kPulseM = 104,  // DLE DC4 1 m
 };
 
 constexpr char kReset[] = "reset";

@@ -270,7 +270,8 @@ TEST_F(Ageing, LinkLeavesWhatItLeadsToAlone) {
   World::WriteWholeFile("C:\\Elsewhere\\precious.txt", "x");
   CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\old").c_str(), nullptr);
   ASSERT_EQ(symlink(w32::HostPath(L"C:\\Elsewhere").c_str(),
-                    (w32::HostPath(sim::Wide(std::string(kRoot) + "\\old").c_str()) + "/link").c_str()), 0);
+                    (w32::HostPath(sim::Wide(std::string(kRoot) + "\\old").c_str()) + "/link").c_str()),
+            0);
   World::WriteWholeFile(std::string(kRoot) + "\\old\\stamp.txt", "gives the folder a time of this clock");
   w32::AdvanceClock(30 * kHour);
   ASSERT_TRUE(PrintOn(m_hPort, "later").bDelivered);
@@ -310,9 +311,9 @@ class ShareRequest : public WorldTest {
     const sim::ActAsClient client;
     m_dwFlags = 0;
     m_cbReturned = 0;
-    return world().spooler.pMonitor->pfnGetPrinterDataFromPort(
-        m_hPort, dwControl, sim::Wide(strValue).data(), nullptr, 0, reinterpret_cast<wchar_t*>(&m_dwFlags), cbOut,
-        bSizePointer ? &m_cbReturned : nullptr);
+    return world().spooler.pMonitor->pfnGetPrinterDataFromPort(m_hPort, dwControl, sim::Wide(strValue).data(), nullptr,
+                                                               0, reinterpret_cast<wchar_t*>(&m_dwFlags), cbOut,
+                                                               bSizePointer ? &m_cbReturned : nullptr);
   }
   sim::Queue* m_pQueue = nullptr;
   HANDLE m_hPort = nullptr;
@@ -359,7 +360,9 @@ TEST_F(ShareRequest, SmallOutputBuffersAreToldInTheLog) {
     EXPECT_EQ(m_pQueue->strShare, strShare);
     EXPECT_EQ(m_dwFlags, 0u);
     EXPECT_EQ(m_cbReturned, 0u);
-    EXPECT_EQ(World::LogCount(sim::Format("cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:%u]", static_cast<unsigned>(cbOut))), 1u);
+    EXPECT_EQ(
+        World::LogCount(sim::Format("cbOutBuffer ERROR_INSUFFICIENT_BUFFER [size:%u]", static_cast<unsigned>(cbOut))),
+        1u);
     world().spooler.ClosePort(m_hPort);  // a share is restored once in a port's life
     m_hPort = Open("USB001");
   }

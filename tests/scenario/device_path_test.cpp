@@ -38,10 +38,9 @@ TEST_F(DevicePath, SwitchedOffOpenAlwaysOpensTheDeviceWithEachJob) {
   for (int n = 0; n < 2; ++n) {
     world().journal.Clear();
     EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
-    EXPECT_EQ(Sdk(), (std::vector<std::string>{"sdk OpenW Till options=0x0",
-                                               "sdk SDK_SET_LOCK timeout=3000 value=0x100000",
-                                               "sdk send 1/1 timeout=90000 code=0", "sdk SDK_CLR_LOCK timeout=0",
-                                               "sdk Close"}));
+    EXPECT_EQ(Sdk(), (std::vector<std::string>{
+                         "sdk OpenW Till options=0x0", "sdk SDK_SET_LOCK timeout=3000 value=0x100000",
+                         "sdk send 1/1 timeout=90000 code=0", "sdk SDK_CLR_LOCK timeout=0", "sdk Close"}));
     EXPECT_EQ(world().library.OpenSessions(), 0u);
   }
   world().spooler.ClosePort(hPort);
@@ -162,8 +161,7 @@ TEST_F(DevicePath, SerialSynchronisationIsRepeatedUntilItSucceeds) {
   world().library.Answer("SDK_SYNC_COM", 31, 2);
   const HANDLE hPort = Open("COM7", "Tag");
   EXPECT_EQ(world().journal.Of("sdk SDK_SYNC_COM"),
-            std::vector<std::string>{
-                "sdk SDK_SYNC_COM timeout=5000 setting=115200,38400,19200,9600 length=48"});
+            std::vector<std::string>{"sdk SDK_SYNC_COM timeout=5000 setting=115200,38400,19200,9600 length=48"});
   EXPECT_EQ(World::LogCount("Fail to SetCommSync [Port:COM7][Err:31]"), 1u);
   EXPECT_FALSE(PrintOn(hPort, "x", "RAW", {}, "Tag").bStarted);
   EXPECT_TRUE(PrintOn(hPort, "y", "RAW", {}, "Tag").bDelivered);
@@ -182,9 +180,9 @@ TEST_F(DevicePath, OtherModelsOnComPortsAreNotSynchronised) {
 
 struct PortCase {
   const char* pszPort;
-  int nProtocol;       // of a TCP/IP port
-  bool bDevicePath;    // a job goes through the library
-  bool bOpenAtOnce;    // the session is opened with the port
+  int nProtocol;     // of a TCP/IP port
+  bool bDevicePath;  // a job goes through the library
+  bool bOpenAtOnce;  // the session is opened with the port
 };
 
 class PortKinds : public DevicePath, public ::testing::WithParamInterface<PortCase> {};
@@ -206,17 +204,18 @@ TEST_P(PortKinds, PathAndSessionFollowThePortName) {
   World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, PortKinds,
-    ::testing::Values(PortCase{"USB001", 0, true, true}, PortCase{"usb002", 0, true, true},
-                      PortCase{"COM1", 0, true, true}, PortCase{"COM1:", 0, true, true},
-                      PortCase{"COM9", 0, true, true},     // not in the device map: not virtual
-                      PortCase{"com4", 0, true, false},    // virtual: opened with each job
-                      PortCase{"COM5", 1, true, true},     // virtual and a network port as well
-                      PortCase{"IP_10.0.0.5", 1, true, true}, PortCase{"IP_10.0.0.6", 2, true, true},
-                      PortCase{"IP_10.0.0.7", 0, false, false}, PortCase{"FILE:", 0, false, false},
-                      PortCase{"\\\\server\\till", 1, false, false}, PortCase{"XPSPort:", 1, false, false},
-                      PortCase{"SHRFAX:", 1, false, false}, PortCase{"LPT1:", 0, false, false}));
+INSTANTIATE_TEST_SUITE_P(All, PortKinds,
+                         ::testing::Values(PortCase{"USB001", 0, true, true}, PortCase{"usb002", 0, true, true},
+                                           PortCase{"COM1", 0, true, true}, PortCase{"COM1:", 0, true, true},
+                                           PortCase{"COM9", 0, true, true},   // not in the device map: not virtual
+                                           PortCase{"com4", 0, true, false},  // virtual: opened with each job
+                                           PortCase{"COM5", 1, true, true},   // virtual and a network port as well
+                                           PortCase{"IP_10.0.0.5", 1, true, true},
+                                           PortCase{"IP_10.0.0.6", 2, true, true},
+                                           PortCase{"IP_10.0.0.7", 0, false, false}, PortCase{"FILE:", 0, false, false},
+                                           PortCase{"\\\\server\\till", 1, false, false},
+                                           PortCase{"XPSPort:", 1, false, false}, PortCase{"SHRFAX:", 1, false, false},
+                                           PortCase{"LPT1:", 0, false, false}));
 
 #ifndef _WIN32  // a device map of one's own, which the order of its values belongs to
 TEST_F(DevicePath, DeviceMapIsReadUpToAHundredValues) {
@@ -228,7 +227,8 @@ TEST_F(DevicePath, DeviceMapIsReadUpToAHundredValues) {
   };
   world().AddPrinter("Any", "COM4", kModel);
   World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
-  for (int n = 0; n < 100; ++n) World::AddSerialDevice(sim::Format("\\Device\\VCP%d", n), sim::Format("COM%d", 100 + n));
+  for (int n = 0; n < 100; ++n)
+    World::AddSerialDevice(sim::Format("\\Device\\VCP%d", n), sim::Format("COM%d", 100 + n));
   World::AddSerialDevice("\\Device\\VCP100", "COM4");  // the 101st
   EXPECT_TRUE(opensAtOnce());
   World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
@@ -291,7 +291,7 @@ TEST_F(DevicePath, CancelOvertakesABlockedSend) {
   while (world().journal.Count("transfer begins") == 0) Sleep(20);
   world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
   pJob->Join();
-  EXPECT_LT(GetTickCount() - dwStart, 60'000u);  // not the 90 seconds of the send
+  EXPECT_LT(GetTickCount() - dwStart, 60'000u);      // not the 90 seconds of the send
   EXPECT_EQ(world().journal.Count("sdk send"), 1u);  // nothing is sent after the cancel
   const auto entries = Sdk();
   ASSERT_GE(entries.size(), 3u);

@@ -130,12 +130,20 @@ TEST_P(Recovery, DeletedJobSendsNothingMoreAndTheNextOnePrints) {
       {"before its start", {FaultKind::Garbage, 0, 0}, nullptr, "Cancel job [pszPortName:0xUSB001", false},
       {"before the first byte", {FaultKind::PaperEnd, 0, 4000}, after(1200), "CANCEL,Status:0x", false},
       {"during a blocked send", {FaultKind::PaperEnd, 20'000, 4000}, after(3000), "SDK DIRECTIO [e:995]", false},
-      {"while the confirmation is waited for", {FaultKind::Silence, 49'000, 6000}, after(5000), "CANCEL,Status:0x", true},
+      {"while the confirmation is waited for",
+       {FaultKind::Silence, 49'000, 6000},
+       after(5000),
+       "CANCEL,Status:0x",
+       true},
       {"while paper is waited for", {FaultKind::PaperEnd, 49'000, 6000}, after(5000), "Wait exec resp stopped", true},
-      {"during the resend", {FaultKind::PaperEnd, 49'000, 1500}, [](sim::World& w) {
+      {"during the resend",
+       {FaultKind::PaperEnd, 49'000, 1500},
+       [](sim::World& w) {
          while (w.journal.Count("sdk SDK_SET_RESET") == 0) Sleep(20);
          Sleep(1500);
-       }, "[DATALEN: ", true},
+       },
+       "[DATALEN: ",
+       true},
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.pszMoment);
@@ -246,7 +254,8 @@ TEST_P(Recovery, SettingStaysOnWhileThePortIsOpen) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocols, Recovery,
-                         ::testing::Values(Protocol{"EightByte", kModel, false}, Protocol{"OneByte", kOneByteModel, true}),
+                         ::testing::Values(Protocol{"EightByte", kModel, false},
+                                           Protocol{"OneByte", kOneByteModel, true}),
                          [](const auto& instance) { return instance.param.pszName; });
 
 class VirtualCom : public WorldTest {};

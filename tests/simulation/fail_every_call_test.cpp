@@ -50,25 +50,26 @@ TEST(FailEveryCall, DeviceJobOnAPerJobPort) {
 }
 
 TEST(FailEveryCall, JobWithOneReprint) {
-  EXPECT_GT(FailEveryCall([](sim::World& world) {
-              const w32::FaultsOn exempt(false);
-              world.AddPrinter("Till", "USB001", kModel, {.cbBuffer = 4096, .dwBytesPerSecond = 20'000})
-                  .data["AutoReprint"] = sim::Spooler::Dword(1);
-              world.PrinterOf("USB001").Plan({sim::FaultKind::PaperEnd, 500, 1500});
-              const w32::FaultsOn again;
-              const HANDLE hPort = world.spooler.OpenPort("USB001", "Till");
-              if (hPort == nullptr) return;
-              const DWORD dwJob = world.spooler.NewJob("Till", "TEXT");
-              auto pJob = world.spooler.PrintAsync(hPort, dwJob, Receipt(900));
-              // A lost request may leave the printer silent for good; then the user deletes the job.
-              for (int n = 0; n < 60 && !pJob->Wait(1000); ++n) {
-              }
-              world.spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
-              // Without a watcher nobody sees the deletion: the printer is made to speak again instead.
-              while (!pJob->Wait(30'000)) world.PrinterOf("USB001").Plan({sim::FaultKind::PowerCycle, 0, 100});
-              world.spooler.ClosePort(hPort);
-            }),
-            120u);
+  EXPECT_GT(
+      FailEveryCall([](sim::World& world) {
+        const w32::FaultsOn exempt(false);
+        world.AddPrinter("Till", "USB001", kModel, {.cbBuffer = 4096, .dwBytesPerSecond = 20'000}).data["AutoReprint"] =
+            sim::Spooler::Dword(1);
+        world.PrinterOf("USB001").Plan({sim::FaultKind::PaperEnd, 500, 1500});
+        const w32::FaultsOn again;
+        const HANDLE hPort = world.spooler.OpenPort("USB001", "Till");
+        if (hPort == nullptr) return;
+        const DWORD dwJob = world.spooler.NewJob("Till", "TEXT");
+        auto pJob = world.spooler.PrintAsync(hPort, dwJob, Receipt(900));
+        // A lost request may leave the printer silent for good; then the user deletes the job.
+        for (int n = 0; n < 60 && !pJob->Wait(1000); ++n) {
+        }
+        world.spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+        // Without a watcher nobody sees the deletion: the printer is made to speak again instead.
+        while (!pJob->Wait(30'000)) world.PrinterOf("USB001").Plan({sim::FaultKind::PowerCycle, 0, 100});
+        world.spooler.ClosePort(hPort);
+      }),
+      120u);
 }
 
 TEST(FailEveryCall, ArchivedJob) {

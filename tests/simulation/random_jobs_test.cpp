@@ -73,11 +73,14 @@ class Simulation {
     std::vector<HANDLE> threads;
     for (PortPlan& port : m_ports) starts.push_back({this, &port});
     for (Start& start : starts) {
-      threads.push_back(CreateThread(nullptr, 0, [](LPVOID p) -> DWORD {
-        auto& s = *static_cast<Start*>(p);
-        s.pSimulation->PrintJobs(*s.pPort);
-        return 0;
-      }, &start, 0, nullptr));
+      threads.push_back(CreateThread(
+          nullptr, 0,
+          [](LPVOID p) -> DWORD {
+            auto& s = *static_cast<Start*>(p);
+            s.pSimulation->PrintJobs(*s.pPort);
+            return 0;
+          },
+          &start, 0, nullptr));
     }
     if (!bSharedDevice && Chance(3)) {  // the service goes and comes between the jobs
       Sleep(Pick(4000));
@@ -119,11 +122,11 @@ class Simulation {
     const bool bOneByte = Chance(3);
     if (n == 0) m_strFirstModel = bOneByte ? kOneByteModel : kModel;
     sim::Queue& queue =
-        n == 3 ? world.AddQueueOn(world.PrinterOf("USB001"), port.strQueue, port.strPort, m_strFirstModel)
-               : world.AddPrinter(port.strQueue, port.strPort, bOneByte ? kOneByteModel : kModel,
-                                  {.bOneByteStatus = bOneByte,
-                                   .cbBuffer = 512 + Pick(8000),
-                                   .dwBytesPerSecond = 2000 + Pick(30'000)});
+        n == 3
+            ? world.AddQueueOn(world.PrinterOf("USB001"), port.strQueue, port.strPort, m_strFirstModel)
+            : world.AddPrinter(
+                  port.strQueue, port.strPort, bOneByte ? kOneByteModel : kModel,
+                  {.bOneByteStatus = bOneByte, .cbBuffer = 512 + Pick(8000), .dwBytesPerSecond = 2000 + Pick(30'000)});
     world.portMonitor.Port(port.strPort).nProtocol = 1;
     queue.data["AutoReprint"] = sim::Spooler::Dword(1);
     port.bSettingGoesAway = Chance(4);
@@ -136,7 +139,8 @@ class Simulation {
     const unsigned nJobs = 1 + Pick(3);
     for (unsigned nJob = 0; nJob < nJobs; ++nJob) {
       RandomJob job;
-      job.strData = sim::Format("<%u.%u>", n, nJob) + Receipt(1 + Pick(12'000), static_cast<char>('A' + Pick(26))) + "</>";
+      job.strData =
+          sim::Format("<%u.%u>", n, nJob) + Receipt(1 + Pick(12'000), static_cast<char>('A' + Pick(26))) + "</>";
       job.dwId = world.spooler.NewJob(port.strQueue, Chance(5) ? "RAW" : "TEXT");
       if (Chance(4)) {
         constexpr DWORD kChanges[] = {JOB_STATUS_DELETING, JOB_STATUS_DELETING | JOB_STATUS_DELETED, JOB_STATUS_RESTART,
@@ -145,11 +149,12 @@ class Simulation {
         job.dwChangeAfter = Pick(Chance(2) ? 1000 : 9000);
       }
       if (Chance(2)) {
-        constexpr FaultKind kKinds[] = {FaultKind::PaperEnd,    FaultKind::CoverOpen, FaultKind::OffLine,
-                                        FaultKind::PowerCycle,  FaultKind::BlankStatus, FaultKind::Garbage,
-                                        FaultKind::SplitAnswers, FaultKind::Silence,  FaultKind::WrongNumber,
+        constexpr FaultKind kKinds[] = {FaultKind::PaperEnd,     FaultKind::CoverOpen,   FaultKind::OffLine,
+                                        FaultKind::PowerCycle,   FaultKind::BlankStatus, FaultKind::Garbage,
+                                        FaultKind::SplitAnswers, FaultKind::Silence,     FaultKind::WrongNumber,
                                         FaultKind::LateAnswer};
-        world.PrinterOf(port.strPort).Plan({kKinds[Pick(10)], ullAt + Pick(static_cast<unsigned>(job.strData.size())), 200 + Pick(6000)});
+        world.PrinterOf(port.strPort)
+            .Plan({kKinds[Pick(10)], ullAt + Pick(static_cast<unsigned>(job.strData.size())), 200 + Pick(6000)});
       }
       ullAt += job.strData.size();
       port.jobs.push_back(job);
@@ -282,7 +287,8 @@ TEST_P(Seeds, RandomJobs) {
   constexpr std::uint64_t kShares = 4;
   const std::uint64_t ullFirst = FromEnvironment("LM_FIRST_SEED", 1);
   const std::uint64_t ullEnd = ullFirst + FromEnvironment("LM_SEEDS", 2000);
-  for (std::uint64_t ullSeed = ullFirst + static_cast<std::uint64_t>(GetParam()); ullSeed < ullEnd; ullSeed += kShares) {
+  for (std::uint64_t ullSeed = ullFirst + static_cast<std::uint64_t>(GetParam()); ullSeed < ullEnd;
+       ullSeed += kShares) {
     RunSeed(ullSeed);
     ASSERT_FALSE(HasFailure()) << "replay: ./run simulate --seeds 1 --first " << ullSeed;
   }
@@ -308,11 +314,13 @@ TEST(Simulation, FourPortsPrintAtOnceUnderManySeeds) {
       sim::PrintOptions options;
       options.cbChunk = 1000;
       for (int n = 0; n < 4; ++n)
-        jobs.push_back(world.spooler.PrintAsync(ports[static_cast<std::size_t>(n)], world.spooler.NewJob(sim::Format("Till %d", n), "TEXT"),
+        jobs.push_back(world.spooler.PrintAsync(ports[static_cast<std::size_t>(n)],
+                                                world.spooler.NewJob(sim::Format("Till %d", n), "TEXT"),
                                                 Receipt(3000, static_cast<char>('A' + n)), options));
       for (auto& pJob : jobs) ASSERT_TRUE(pJob->Join().bDelivered);
       for (int n = 0; n < 4; ++n) {
-        EXPECT_EQ(world.portMonitor.Port(sim::Format("COM%d", n)).strDelivered, Receipt(3000, static_cast<char>('A' + n)));
+        EXPECT_EQ(world.portMonitor.Port(sim::Format("COM%d", n)).strDelivered,
+                  Receipt(3000, static_cast<char>('A' + n)));
         EXPECT_EQ(world.spooler.FindJob(static_cast<DWORD>(n + 1))->nLastPageEjected, 1u);
         world.spooler.ClosePort(ports[static_cast<std::size_t>(n)]);
       }

@@ -16,9 +16,9 @@
 
 namespace testing_support {
 
-constexpr char kModel[] = "Kelvane HM-520";          // eight-byte statuses
+constexpr char kModel[] = "Kelvane HM-520";  // eight-byte statuses
 constexpr char kOneByteModel[] = "Kelvane Tagline 62";
-constexpr char kFlagModel[] = "Kelvane PX-9";        // keeps its archive settings in "LogSettingFlags"
+constexpr char kFlagModel[] = "Kelvane PX-9";  // keeps its archive settings in "LogSettingFlags"
 constexpr char kUnknownModel[] = "Somebody's Laser";
 
 // Printable text of a size, with line ends; no byte of it is part of a printer request or a real-time command.

@@ -73,8 +73,9 @@ TEST_F(Lmhost, TellsWhyTheJobsTookThePortMonitor) {
 }
 
 TEST_F(Lmhost, LostReceiptIsPrintedAgainAndTheResponseIsNamed) {
-  const ToolRun run = Tool("print " + Receipt() + " --datatype TEXT --auto-reprint --speed 4000 --fault paper-end@5000:4 "
-                       "--archive 'C:\\Copies'");
+  const ToolRun run = Tool("print " + Receipt() +
+                           " --datatype TEXT --auto-reprint --speed 4000 --fault paper-end@5000:4 "
+                           "--archive 'C:\\Copies'");
   EXPECT_EQ(run.nExit, 0);
   EXPECT_TRUE(run.Says("waiting: paper-end")) << run.strOutput;
   EXPECT_TRUE(run.Says("reprinting"));
@@ -97,10 +98,12 @@ TEST_F(Lmhost, ArchiveFollowsEitherKindOfSetting) {
                   .Says("the same as on the wire and on paper"));
   ASSERT_TRUE(std::filesystem::exists(archive));
   std::filesystem::remove_all(archive);
-  const std::string strFlagModel = "print " + Receipt() + " --driver 'Kelvane PX-9' --archive 'C:\\Copies' --archive-flags ";
+  const std::string strFlagModel =
+      "print " + Receipt() + " --driver 'Kelvane PX-9' --archive 'C:\\Copies' --archive-flags ";
   EXPECT_TRUE(Tool(strFlagModel + "0 2 0 0 0 1").Says("the same as on the wire"));
   EXPECT_FALSE(std::filesystem::is_empty(archive));
-  const ToolRun off = Tool(strFlagModel + "0 2 0 0 0 0");  // switched off: nothing is archived, and the summary says that
+  const ToolRun off =
+      Tool(strFlagModel + "0 2 0 0 0 0");  // switched off: nothing is archived, and the summary says that
   EXPECT_TRUE(off.Says("archive   0 bytes, DIFFERS from the wire")) << off.strOutput;
   EXPECT_EQ(off.nExit, 1);
 }

@@ -21,11 +21,13 @@ HANDLE Start(const std::string& strArguments) {
   wchar_t wszPath[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, wszPath, MAX_PATH);
   const sim::WideString path(wszPath);
-  sim::WideString command = L"\"" + path.substr(0, path.rfind(L'\\')) + L"\\log_many_lines.exe\" " + sim::Wide(strArguments);
+  sim::WideString command =
+      L"\"" + path.substr(0, path.rfind(L'\\')) + L"\\log_many_lines.exe\" " + sim::Wide(strArguments);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
-  if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) return nullptr;
+  if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
+    return nullptr;
   CloseHandle(process.hThread);
   return process.hProcess;
 }

@@ -21,7 +21,10 @@ void Say(DWORD dwLevel, const wchar_t* pszText, const char* pszRoutine = "Routin
 // The settings are read again at most every 15 seconds; each test is a process of its own, so its first mask counts.
 class Log : public ::testing::Test {
  protected:
-  Log() { CleanMachine(); LogObject().SetModuleFolder(kModule); }
+  Log() {
+    CleanMachine();
+    LogObject().SetModuleFolder(kModule);
+  }
   void Mask(DWORD dwMask) { World::SetLogLevel(dwMask); }
   // The text behind the column header.
   static std::string Lines() {
@@ -37,9 +40,11 @@ TEST_F(Log, NewFileBeginsWithHeaderSystemInformationAndTitles) {
   Say(LOG_LEVEL_E, L"second");
   const std::string strText = World::LogText();
   EXPECT_TRUE(strText.starts_with("Kelvane Thermal Printer Log\r\n\r\n"));
-  EXPECT_NE(strText.find("AMD64 Architecture 64bit process\r\n_______________System Infomation____________________\r\n\r\n\r\n\r\n"
-                         "[MM/dd HH:mm(ss.ms )]\t[Process info      ] \t[Lv]\t[Module ] \tMessage\r\n"),
-            std::string::npos);
+  EXPECT_NE(
+      strText.find(
+          "AMD64 Architecture 64bit process\r\n_______________System Infomation____________________\r\n\r\n\r\n\r\n"
+          "[MM/dd HH:mm(ss.ms )]\t[Process info      ] \t[Lv]\t[Module ] \tMessage\r\n"),
+      std::string::npos);
   EXPECT_EQ(World::LogCount("Kelvane Thermal"), 1u);
   EXPECT_NE(strText.find("]\t[00001a2b(0000003c)]\t[E] \t[DRV_LM ] \tRoutine(7) \tsecond\r\n"), std::string::npos);
 }
@@ -120,8 +125,9 @@ TEST_F(Log, TagsAndTheShortForm) {
   const SYSTEMTIME st = {2026, 3, 0, 2, 9, 5, 3, 7};
   EXPECT_STREQ(CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_W, nullptr, nullptr, 0, 0, 0}, st, ""),
                "[03/02 09:05(03.007)]\t[********(********)]\t[W] \t[UNDEF  ] \ttext\r\n");
-  EXPECT_STREQ(CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_E | LOG_LEVEL_I, nullptr, "R", 12, 1, 2}, st, "TAG    "),
-               "[03/02 09:05(03.007)]\t[00000001(00000002)]\t[I] \t[TAG    ] \tR(12) \ttext\r\n");
+  EXPECT_STREQ(
+      CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_E | LOG_LEVEL_I, nullptr, "R", 12, 1, 2}, st, "TAG    "),
+      "[03/02 09:05(03.007)]\t[00000001(00000002)]\t[I] \t[TAG    ] \tR(12) \ttext\r\n");
 }
 
 TEST_F(Log, LongTraceRecordIsCutAndStillEndsItsLine) {
@@ -138,8 +144,8 @@ TEST_F(Log, TextsAreHeldWhileAnotherProgramHasTheFile) {
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"before");
   const std::string strFile = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).front();
-  const HANDLE hFile = CreateFileW(sim::Wide(strFile).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                   FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE hFile =
+      CreateFileW(sim::Wide(strFile).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   ASSERT_NE(hFile, INVALID_HANDLE_VALUE);
   for (int n = 0; n < 20; ++n) Say(LOG_LEVEL_E, sim::Wide(sim::Format("held %02d", n)).c_str());
   CloseHandle(hFile);
@@ -158,8 +164,8 @@ TEST_F(Log, FullFileIsMovedAside) {
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"first");
   const std::string strFile = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).front();
-  const HANDLE hFile = CreateFileW(sim::Wide(strFile).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                   FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE hFile =
+      CreateFileW(sim::Wide(strFile).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   SetFilePointer(hFile, 32'000'000, nullptr, FILE_BEGIN);
   SetEndOfFile(hFile);
   CloseHandle(hFile);
@@ -194,13 +200,16 @@ TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
   constexpr int kLines = 50;
   HANDLE ahThreads[kThreads];
   for (HANDLE& hThread : ahThreads)
-    hThread = CreateThread(nullptr, 0, [](LPVOID) -> DWORD {
-      for (int n = 0; n < kLines; ++n) {
-        Say(LOG_LEVEL_T, L"trace");
-        Say(LOG_LEVEL_E, L"0123456789 a whole line 9876543210");
-      }
-      return 0;
-    }, nullptr, 0, nullptr);
+    hThread = CreateThread(
+        nullptr, 0,
+        [](LPVOID) -> DWORD {
+          for (int n = 0; n < kLines; ++n) {
+            Say(LOG_LEVEL_T, L"trace");
+            Say(LOG_LEVEL_E, L"0123456789 a whole line 9876543210");
+          }
+          return 0;
+        },
+        nullptr, 0, nullptr);
   for (const HANDLE hThread : ahThreads) {
     WaitForSingleObject(hThread, INFINITE);
     CloseHandle(hThread);
@@ -214,7 +223,9 @@ TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
 class LogClock : public Log {
  protected:
   static constexpr std::uint64_t kDay = 86'400'000;
-  void Old(const char* pszName, const char* pszText) { World::WriteWholeFile(World::LogFolder() + "\\" + pszName, pszText); }
+  void Old(const char* pszName, const char* pszText) {
+    World::WriteWholeFile(World::LogFolder() + "\\" + pszName, pszText);
+  }
   bool Exists(const char* pszName) {
     return GetFileAttributesW(sim::Wide(World::LogFolder() + "\\" + pszName).c_str()) != INVALID_FILE_ATTRIBUTES;
   }

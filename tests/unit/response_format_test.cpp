@@ -136,7 +136,8 @@ TEST_P(SplitAnswers, AreFoundAsSoonAsTheyAreWhole) {
   for (std::size_t nSplit = 1; nSplit <= answer.size(); ++nSplit) {
     for (std::size_t nSecond = nSplit; nSecond <= answer.size(); ++nSecond) {
       const auto cut = [&](std::size_t n) { return answer.begin() + static_cast<std::ptrdiff_t>(n); };
-      g_pieces = {Bytes(answer.begin(), cut(nSplit)), Bytes(cut(nSplit), cut(nSecond)), Bytes(cut(nSecond), answer.end())};
+      g_pieces = {Bytes(answer.begin(), cut(nSplit)), Bytes(cut(nSplit), cut(nSecond)),
+                  Bytes(cut(nSecond), answer.end())};
       EXPECT_EQ(WaitExecRespAndStatus(&port, GetParam().bExec), GetParam().dwResult) << nSplit << ", " << nSecond;
     }
   }
@@ -147,9 +148,15 @@ INSTANTIATE_TEST_SUITE_P(
     All, SplitAnswers,
     ::testing::Values(
         SplitCase{L"Kelvane HM-520", {0x20, 0xC0, 0xD2, 0x31, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0x84, 0x85}, TRUE, 0},
-        SplitCase{L"Kelvane HM-520", {0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, TRUE, 1168},
+        SplitCase{L"Kelvane HM-520",
+                  {0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0},
+                  TRUE,
+                  1168},
         SplitCase{L"Kelvane HM-520", {0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, TRUE, 1168},
-        SplitCase{L"Kelvane HM-520", {0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, FALSE, 0},
+        SplitCase{L"Kelvane HM-520",
+                  {0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0},
+                  FALSE,
+                  0},
         SplitCase{L"Kelvane Tagline 62", {0xA7, 0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, TRUE, 1168},
         SplitCase{L"Kelvane Tagline 62", {0x40, 0xC0, 0xD0, 0x40, 0xC9}, TRUE, 0},
         SplitCase{L"Kelvane Tagline 62", {0x42, 0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0x40}, FALSE, 0}));
@@ -313,7 +320,9 @@ TEST(WaitForResponse, NeedsAJobAndAModel) {
 TEST(Sdk, ReadTakesTwoFlagsAndUnlockNeedsNoLock) {
   CSdk sdk;
   static DWORD s_dwAnswer = 0;
-  sdk.pDevIoCtrl = [](DWORD, LPCWSTR, const void*, DWORD, DWORD*, void*, DWORD, DWORD*, DWORD) -> DWORD { return s_dwAnswer; };
+  sdk.pDevIoCtrl = [](DWORD, LPCWSTR, const void*, DWORD, DWORD*, void*, DWORD, DWORD*, DWORD) -> DWORD {
+    return s_dwAnswer;
+  };
   BYTE by = 0;
   DWORD dw = 0;
   EXPECT_EQ(sdk.Read(&by, 1, &dw, 0x10), 87u);
@@ -360,11 +369,13 @@ TEST_P(RealCommands, AreRewrittenAtEverySplit) {
 }
 INSTANTIATE_TEST_SUITE_P(
     All, RealCommands,
-    ::testing::Values(CommandCase{"\x13(reset\x13reset)", "\x13(reset\x13resev)"}, CommandCase{"\x13(clr)", "\x13(cls)"},
+    ::testing::Values(CommandCase{"\x13(reset\x13reset)", "\x13(reset\x13resev)"},
+                      CommandCase{"\x13(clr)", "\x13(cls)"},
                       CommandCase{std::string("\x10\x14\x01\x00\x05", 5), std::string("\x10\x14\x01\x00\x15", 5)},
                       CommandCase{std::string("\x10\x14\x01\x00\x09", 5), std::string("\x10\x14\x01\x00\x09", 5)},
                       CommandCase{std::string("\x10\x14\x01\x00\x00", 5), std::string("\x10\x14\x01\x00\x00", 5)},
                       CommandCase{"\x13(re\x13(clr", "\x13(re\x13(cls"},
-                      CommandCase{"\x13(reset\x13(clr", "\x13(reset\x13(cls"}, CommandCase{"\x13(reset\x13rexet", "\x13(reset\x13rexet"}));
+                      CommandCase{"\x13(reset\x13(clr", "\x13(reset\x13(cls"},
+                      CommandCase{"\x13(reset\x13rexet", "\x13(reset\x13rexet"}));
 
 }  // namespace

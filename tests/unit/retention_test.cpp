@@ -69,8 +69,8 @@ TEST_P(Retention, LogFilesStayAsLongAsTheTableSays) {
 
 INSTANTIATE_TEST_SUITE_P(Table, Retention,
                          ::testing::Values(Keeping{0, 0}, Keeping{1, 404}, Keeping{10, 2222}, Keeping{89, 18'180},
-                                           Keeping{90, 18'181}, Keeping{500, 18'181}, Keeping{-1, 0},
-                                           Keeping{-2, -202}, Keeping{-10, -1818}),
+                                           Keeping{90, 18'181}, Keeping{500, 18'181}, Keeping{-1, 0}, Keeping{-2, -202},
+                                           Keeping{-10, -1818}),
                          [](const auto& instance) {
                            const LONG n = instance.param.nDays;
                            return (n < 0 ? "Minus" : "") + std::to_string(n < 0 ? -n : n) + "Days";

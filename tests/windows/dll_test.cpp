@@ -35,7 +35,8 @@ struct Image {
   }
   std::set<std::string> Imports() const {
     std::set<std::string> names;
-    for (auto* p = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(Directory(IMAGE_DIRECTORY_ENTRY_IMPORT)); p->Name != 0; ++p) {
+    for (auto* p = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(Directory(IMAGE_DIRECTORY_ENTRY_IMPORT));
+         p->Name != 0; ++p) {
       std::string strName = reinterpret_cast<const char*>(pBase + p->Name);
       for (char& c : strName) c = static_cast<char>(std::toupper(c));
       names.insert(strName);
@@ -97,7 +98,8 @@ TEST_F(Dll, ReceiptGoesThroughThePortMonitor) {
   world().AddPrinter("Till", "LPT1:", kModel);
   const HANDLE hPort = world().spooler.OpenPort("LPT1:", "Till");
   ASSERT_NE(hPort, nullptr);
-  EXPECT_TRUE(world().spooler.Print(hPort, world().spooler.NewJob("Till", "TEXT"), Receipt(50'000) + "\x13(clr)").bDelivered);
+  EXPECT_TRUE(
+      world().spooler.Print(hPort, world().spooler.NewJob("Till", "TEXT"), Receipt(50'000) + "\x13(clr)").bDelivered);
   EXPECT_EQ(world().portMonitor.Port("LPT1:").strDelivered, Receipt(50'000) + "\x13(cls)");
   EXPECT_TRUE(world().spooler.ClosePort(hPort));
   EXPECT_EQ(World::LogCount("(*pIniPort->fn.pfnEndDocPort) [pszPortName:LPT1:, JobId:1]"), 1u);
@@ -108,9 +110,10 @@ class Service {
  public:
   Service() {
     m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-    m_hService = CreateServiceW(m_hManager, L"Norvex_Srv", L"Norvex_Srv", SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, (ProgramFolder() + L"\\norvex_srv.exe").c_str(),
-                                nullptr, nullptr, nullptr, nullptr, nullptr);
+    m_hService =
+        CreateServiceW(m_hManager, L"Norvex_Srv", L"Norvex_Srv", SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                       SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, (ProgramFolder() + L"\\norvex_srv.exe").c_str(),
+                       nullptr, nullptr, nullptr, nullptr, nullptr);
     if (m_hService == nullptr) m_hService = OpenServiceW(m_hManager, L"Norvex_Srv", SERVICE_ALL_ACCESS);
   }
   ~Service() {

@@ -17,9 +17,13 @@ extern "C" {
 
 BOOL WINAPI OpenPrinterW(void* a, void* b, void* c) { return Forward<BOOL>("OpenPrinterW", a, b, c); }
 BOOL WINAPI ClosePrinter(HANDLE a) { return Forward<BOOL>("ClosePrinter", a); }
-BOOL WINAPI GetJobW(HANDLE a, DWORD b, DWORD c, void* d, DWORD e, void* f) { return Forward<BOOL>("GetJobW", a, b, c, d, e, f); }
+BOOL WINAPI GetJobW(HANDLE a, DWORD b, DWORD c, void* d, DWORD e, void* f) {
+  return Forward<BOOL>("GetJobW", a, b, c, d, e, f);
+}
 BOOL WINAPI SetJobW(HANDLE a, DWORD b, DWORD c, void* d, DWORD e) { return Forward<BOOL>("SetJobW", a, b, c, d, e); }
-BOOL WINAPI GetPrinterW(HANDLE a, DWORD b, void* c, DWORD d, void* e) { return Forward<BOOL>("GetPrinterW", a, b, c, d, e); }
+BOOL WINAPI GetPrinterW(HANDLE a, DWORD b, void* c, DWORD d, void* e) {
+  return Forward<BOOL>("GetPrinterW", a, b, c, d, e);
+}
 BOOL WINAPI SetPrinterW(HANDLE a, DWORD b, void* c, DWORD d) { return Forward<BOOL>("SetPrinterW", a, b, c, d); }
 DWORD WINAPI GetPrinterDataW(HANDLE a, void* b, void* c, void* d, DWORD e, void* f) {
   return Forward<DWORD>("GetPrinterDataW", a, b, c, d, e, f);

@@ -71,8 +71,8 @@ std::string ExpectedOnPaper(std::string strJob, bool bRaw) {
   rewrite("\x13(reset\x13reset", 'v');
   rewrite("\x13(clr", 's');
   for (std::size_t n = 0; n + 4 < strJob.size(); ++n)
-    if (strJob.compare(n, 3, "\x10\x14\x01") == 0 && strJob[n + 3] != 0x10 && strJob[n + 3] != 0x13 && strJob[n + 4] >= 1 &&
-        strJob[n + 4] <= 8)
+    if (strJob.compare(n, 3, "\x10\x14\x01") == 0 && strJob[n + 3] != 0x10 && strJob[n + 3] != 0x13 &&
+        strJob[n + 4] >= 1 && strJob[n + 4] <= 8)
       strJob[n + 4] = static_cast<char>(strJob[n + 4] | 0x10);
   return strJob;
 }

@@ -14,11 +14,11 @@ class JobCheck {
   JobCheck(sim::World& world, const std::string& strPort, const std::string& strQueue, const std::string& strArchive);
 
   struct Outcome {
-    unsigned nWholeLast = 0;      // times that the job stands whole on the paper's last strip
-    unsigned nWholeAll = 0;       // … and on all of its paper
+    unsigned nWholeLast = 0;  // times that the job stands whole on the paper's last strip
+    unsigned nWholeAll = 0;   // … and on all of its paper
     unsigned nReprints = 0;
-    bool bConfirmed = false;     // the printer gave an execution response that was due
-    BYTE byResponse = 0;         // the last one
+    bool bConfirmed = false;  // the printer gave an execution response that was due
+    BYTE byResponse = 0;      // the last one
     std::size_t cbArchived = 0;
     bool bArchiveIsWire = true;   // the archive holds what went over the wire last
     bool bArchiveIsPaper = true;  // … and what stands on the paper

@@ -21,7 +21,8 @@ void AddWorldOptions(CLI::App& command, lmhost::Options& options) {
   command.add_option("--driver", options.strDriver, "driver of the queue (see lmhost models)")->capture_default_str();
   command.add_option("--share", options.strShare, "share name of the queue");
   command.add_option("--log-level", options.strLogLevel, "levels to log, letters of EWIDT")->capture_default_str();
-  command.add_option("--root", options.strRoot, "folder for the world's drives, its log and its output; lmhost-world when not given");
+  command.add_option("--root", options.strRoot,
+                     "folder for the world's drives, its log and its output; lmhost-world when not given");
   command.add_option("--service", options.strService, "the device-access service: running, stopped, absent")
       ->check(CLI::IsMember({"running", "stopped", "absent"}))
       ->capture_default_str();

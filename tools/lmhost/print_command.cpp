@@ -82,13 +82,13 @@ bool BuildWorld(sim::World& world, const Options& options) {
   world.services.bInstalled = options.strService != "absent";
   world.services.dwState = options.strService == "running" ? SERVICE_RUNNING : SERVICE_STOPPED;
   world.InstallLibrary(!options.bNoLibrary);
-  sim::World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", options.bOpenWithStartDoc ? 1 : 0);
+  sim::World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc",
+                              options.bOpenWithStartDoc ? 1 : 0);
   if (options.bAutoReprint) queue.data["AutoReprint"] = sim::Spooler::Dword(1);
   if (!options.strArchive.empty()) {
     queue.data["JobFilePath"] = sim::Spooler::Text(options.strArchive);
     queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
-    if (options.nKeepDays >= 0)
-      queue.data["JobValidDays"] = sim::Spooler::Dword(static_cast<DWORD>(options.nKeepDays));
+    if (options.nKeepDays >= 0) queue.data["JobValidDays"] = sim::Spooler::Dword(static_cast<DWORD>(options.nKeepDays));
   }
   if (!options.archiveFlags.empty()) {
     std::vector<BYTE> bytes;
@@ -172,8 +172,7 @@ void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const
   const bool bDeleted = (world.spooler.StatusOf(dwJob) & JOB_STATUS_DELETING) != 0;
   for (int nWait = 0; nWait < 6000 && !printer.Idle(); ++nWait) Sleep(100);  // the paper comes out behind the data
 
-  const JobCheck::Outcome outcome =
-      check.Compare(ExpectedOnPaper(strData, sim::SameText(options.strDatatype, "RAW")));
+  const JobCheck::Outcome outcome = check.Compare(ExpectedOnPaper(strData, sim::SameText(options.strDatatype, "RAW")));
   totals.ullOffered += strData.size();
   totals.ullDelivered += result.ullDelivered;
   totals.nRefused += result.nRefused;
@@ -256,8 +255,8 @@ int ShareRequest(const Options& options) {
   {
     const sim::ActAsClient client;
     sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__" + options.strShareName);
-    world.spooler.pMonitor->pfnGetPrinterDataFromPort(hPort, 0, request.data(), nullptr, 0,
-                                                      reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cbReturned);
+    world.spooler.pMonitor->pfnGetPrinterDataFromPort(
+        hPort, 0, request.data(), nullptr, 0, reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cbReturned);
   }
   const std::string strShare = world.spooler.FindQueue(kQueue)->strShare;
   world.spooler.ClosePort(hPort);

@@ -13,7 +13,8 @@ void ProgressBar::Show(std::uint64_t ullDone, const std::string& strState) {
   const int nPercent = m_ullTotal == 0 ? 100 : static_cast<int>(ullDone * 100 / m_ullTotal);
   const bool bStateChanged = strState != m_strShownState;
   // Lines in a pipe come at the quarters and when the state changes.
-  if (m_bTerminal ? nPercent == m_nShown && !bStateChanged : nPercent / 25 == m_nShown / 25 && m_nShown >= 0 && !bStateChanged)
+  if (m_bTerminal ? nPercent == m_nShown && !bStateChanged
+                  : nPercent / 25 == m_nShown / 25 && m_nShown >= 0 && !bStateChanged)
     return;
   m_nShown = nPercent;
   m_strShownState = strState;

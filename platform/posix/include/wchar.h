@@ -8,7 +8,7 @@
 
 extern "C" size_t wcslen(const wchar_t* pszText) noexcept(true) __asm__("w32_wcslen");
 extern "C" int wcscmp(const wchar_t* pszLeft, const wchar_t* pszRight) noexcept(true) __asm__("w32_wcscmp");
-extern "C" int wcsncmp(const wchar_t* pszLeft, const wchar_t* pszRight, size_t nCount) noexcept(true)
-    __asm__("w32_wcsncmp");
+extern "C" int wcsncmp(const wchar_t* pszLeft, const wchar_t* pszRight,
+                       size_t nCount) noexcept(true) __asm__("w32_wcsncmp");
 
 #include_next <wchar.h>
