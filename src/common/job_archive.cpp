@@ -123,6 +123,7 @@ KeyLookup FindAgeingKey(HANDLE hPrinter, AgeingKey& key) noexcept {
 
 BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDataPath, wchar_t** ppszFilePath,
                         BOOL bLogSettingFlags) noexcept {
+  const KeepLastError keep;
   ReleaseMemory(*ppszDataPath);
   *ppszDataPath = nullptr;
   DWORD cbRoot = 0;
@@ -155,6 +156,7 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
 }
 
 BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept {
+  const KeepLastError keep;
   const UniqueHandle hFile(
       CreateFileW(pszFilePath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (hFile.get() == INVALID_HANDLE_VALUE) {
@@ -175,6 +177,7 @@ BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbB
 }
 
 void CJob::AgeAtJobEnd(HANDLE hPrinter, const wchar_t* pszRoot) noexcept {
+  const KeepLastError keep;
   SYSTEMTIME st;
   GetLocalTime(&st);
   FILETIME ft = {};

@@ -2,7 +2,7 @@
 //
 //   <root>\YYYYMMDD\hhmm_ss(mmm).prn
 //
-// Every failure is local to the archive: the job prints whatever happens here.
+// Every failure is local to the archive: the job prints whatever happens here, and the thread's last-error code stays.
 #pragma once
 
 #include <windows.h>

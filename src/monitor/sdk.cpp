@@ -29,8 +29,9 @@ constexpr DWORD kSyncCommTimeoutMs = 5000;
 
 template <class Routine>
 Routine EntryPoint(HMODULE hModule, WORD wOrdinal) noexcept {
-  return reinterpret_cast<Routine>(reinterpret_cast<void*>(
-      GetProcAddress(hModule, reinterpret_cast<const char*>(static_cast<ULONG_PTR>(wOrdinal)))));
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how an ordinal is passed
+  const auto* pszOrdinal = reinterpret_cast<const char*>(static_cast<ULONG_PTR>(wOrdinal));
+  return reinterpret_cast<Routine>(reinterpret_cast<void*>(GetProcAddress(hModule, pszOrdinal)));
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ enum State : BYTE {
   kPulseM = 104,  // DLE DC4 1 m
 };
 
-constexpr char kReset[] = "reset";
+constexpr BYTE kReset[] = {'r', 'e', 's', 'e', 't'};
 
 // What a byte that is neither DC3 nor DLE does; rewrites it where a sequence is complete.
 BYTE Step(BYTE byState, BYTE& by) noexcept {

@@ -122,6 +122,20 @@ TEST_P(Archive, BadRootsNeverKeepAJobFromPrinting) {
   EXPECT_EQ(World::LogCount("Fail to read job path from registry."), 1u);
 }
 
+TEST_P(Archive, FailureLeavesNoLastErrorForTheSpooler) {
+  SetLastError(4711);
+  EXPECT_FALSE(gJob.OutputJobFile(L"C:\\nowhere\\job.prn", reinterpret_cast<const BYTE*>("x"), 1));
+  EXPECT_EQ(GetLastError(), 4711u);
+  SYSTEMTIME st;
+  GetLocalTime(&st);
+  wchar_t* pszRoot = nullptr;
+  wchar_t* pszFile = nullptr;
+  SetLastError(4711);
+  EXPECT_FALSE(gJob.MakeSettings(nullptr, st, &pszRoot, &pszFile, FALSE));
+  gJob.AgeAtJobEnd(nullptr, nullptr);
+  EXPECT_EQ(GetLastError(), 4711u);
+}
+
 TEST_P(Archive, FileThatIsHeldOpenMissesABuffer) {
   DWORD dwJob = world().spooler.NewJob("Till", "RAW");
   sim::PrintOptions options;
