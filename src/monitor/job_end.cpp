@@ -29,6 +29,14 @@ static void EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
   job.pSdkMng->Reset();
 }
 
+// Closes an open session and drops the port's object: the next job start makes a new one. Without a session, nothing.
+static void CloseAndFree(IniPort& port) noexcept {
+  if (port.pSdkMng->dwSessionId == 0) return;
+  port.pSdkMng->UnlockAndClose();
+  port.pSdkMng->UnloadDll();
+  FreeMngObj(&port.pSdkMng);
+}
+
 // Unlocks the device of a port that stays open between jobs; closes it otherwise.
 static void ReleaseDevice(IniPort& port) noexcept {
   LOG_AS("MonEndDocPort");
@@ -40,12 +48,9 @@ static void ReleaseDevice(IniPort& port) noexcept {
   }
   if (!IsDisableOpenAlwaysByLM() && (port.dwPortFlags & PORT_OPEN_ALWAYS) != 0) {
     port.pSdkMng->UnlockJob(TRUE);
-    return;
+  } else {
+    CloseAndFree(port);
   }
-  if (port.pSdkMng->dwSessionId == 0) return;
-  port.pSdkMng->UnlockAndClose();
-  port.pSdkMng->UnloadDll();
-  FreeMngObj(&port.pSdkMng);
 }
 
 static void EndOnPortMonitor(IniPort& port, const IniJob* pIniJob) noexcept {
@@ -56,10 +61,7 @@ static void EndOnPortMonitor(IniPort& port, const IniJob* pIniJob) noexcept {
     LogW(L"(*pIniPort->fn.pfnEndDocPort) [pszPortName:%s]", port.pszPortName);
   }
   if (port.fn.pfnEndDocPort != nullptr) port.fn.pfnEndDocPort(port.hPort);
-  if (port.pSdkMng == nullptr || port.pSdkMng->dwSessionId == 0) return;
-  port.pSdkMng->UnlockAndClose();
-  port.pSdkMng->UnloadDll();
-  FreeMngObj(&port.pSdkMng);
+  if (port.pSdkMng != nullptr) CloseAndFree(port);  // in the client's context
 }
 
 BOOL WINAPI MonEndDocPort(HANDLE hPort) noexcept {
