@@ -14,6 +14,7 @@ struct CallPlan {
   unsigned nTimes = 0;
   unsigned nSkip = 0;
   DWORD dwError = 0;
+  DWORD dwDelayMs = 0;  // not 0: the call only takes so long
 };
 
 // One lock for the plans; a point takes it only while something is planned or counted.
@@ -68,7 +69,14 @@ void FailPoint(std::uint64_t ullPoint) noexcept {
 void FailCalls(const char* pszApi, unsigned nTimes, unsigned nSkip, DWORD dwError) noexcept {
   Plans& plans = ThePlans();
   std::lock_guard<std::mutex> lock(plans.mutex);
-  plans.calls.push_back(CallPlan{pszApi, nTimes, nSkip, dwError});
+  plans.calls.push_back(CallPlan{pszApi, nTimes, nSkip, dwError, 0});
+  plans.bActive = true;
+}
+
+void SlowCall(const char* pszApi, DWORD dwMilliseconds) noexcept {
+  Plans& plans = ThePlans();
+  std::lock_guard<std::mutex> lock(plans.mutex);
+  plans.calls.push_back(CallPlan{pszApi, 1, 0, 0, dwMilliseconds});
   plans.bActive = true;
 }
 
@@ -99,6 +107,10 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept {
       continue;
     }
     --call.nTimes;
+    if (call.dwDelayMs != 0) {
+      AdvanceClock(call.dwDelayMs);
+      continue;
+    }
     bFail = true;
     if (call.dwError != 0) dwError = call.dwError;
     break;

@@ -277,6 +277,17 @@ TEST_F(LogClock, FolderIsMadeForEveryUserAndAFullDiskLosesNoOrder) {
   EXPECT_EQ(World::LogCount("next"), 1u);
 }
 
+TEST_F(LogClock, SlowFileIsNotedBeforeTheLine) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  const w32::FaultsOn faults;
+  for (const DWORD dwMilliseconds : {10'000u, 10'001u}) {
+    w32::SlowCall("CreateFileW", dwMilliseconds);
+    Say(LOG_LEVEL_E, L"slow");
+    EXPECT_EQ(World::LogCount("File access time is abnormal\r\n["), dwMilliseconds > 10'000 ? 1u : 0u);
+  }
+}
+
 TEST_F(LogClock, FolderThatCannotBeMadeEndsLoggingForTheProcess) {
   RemoveDirectoryW(sim::Wide(World::LogFolder()).c_str());
   Mask(LOG_LEVEL_E);
