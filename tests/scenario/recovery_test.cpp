@@ -1,4 +1,5 @@
 // Jobs that the printer confirms, loses and prints again.
+#include "monitor/reprint.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;
@@ -37,6 +38,14 @@ class Recovery : public WorldTest, public ::testing::WithParamInterface<Protocol
     Sleep(dwMilliseconds);
     world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
     return pJob;
+  }
+  // Does something when the last byte of a job was taken, before its end is confirmed.
+  static sim::PrintOptions BeforeTheEnd(std::uint64_t cb, std::function<void()> act) {
+    sim::PrintOptions options;
+    options.onProgress = [=](std::uint64_t ullDone) {
+      if (ullDone == cb) act();
+    };
+    return options;
   }
   std::size_t Reprints() { return World::LogCount("ReprintDumpData() done."); }
   HANDLE m_hPort = nullptr;
@@ -96,6 +105,45 @@ TEST_P(Recovery, OffLineLineIsWaitedFor) {
   EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);
   EXPECT_EQ(Printer().LastStrip(), Receipt(500));
 }
+
+TEST_P(Recovery, LineLostAtTheConfirmationEndsInAReprint) {
+  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { world().library.Answer("send", 1167, 1); })).bDelivered);
+  // Once from the request that did not go out, once from the wait for its answer.
+  EXPECT_EQ(World::LogCount("Fail to get exec resp. [OFFLINE][Port:USB001]"), 2u);
+  EXPECT_EQ(Reprints(), 1u);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(500));
+}
+
+TEST_P(Recovery, ReprintThatTheLibraryMiscountsOrThatHasNoDataEndsTheJob) {
+  Printer().Plan({FaultKind::BlankStatus, 400, 0});
+  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { world().library.SetSurplus(1); })).bDelivered);
+  EXPECT_EQ(World::LogCount("[srv:USB001] MonWritePort pmWrite() overrun!!"), 1u);
+  EXPECT_EQ(World::LogCount("ReprintDumpData ERROR_INVALID_PARAMETER [Port:USB001]"), 1u);
+  world().library.SetSurplus(0);
+  while (!Printer().Idle()) Sleep(100);
+  Printer().Plan({FaultKind::BlankStatus, Printer().BytesProcessed() + 400, 0});
+  auto& cache = static_cast<IniPort*>(m_hPort)->reprintMng;
+  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { ManageReprintMng(&cache, 0); })).bDelivered);
+  EXPECT_EQ(World::LogCount("ReprintDumpData ERROR_INVALID_PARAMETER [Port:USB001]"), 2u);
+  EXPECT_EQ(Reprints(), 0u);
+}
+
+TEST_P(Recovery, ReprintGoesOnWhereATimeoutStoppedIt) {
+  Printer().Plan({FaultKind::BlankStatus, 400, 0});
+  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { world().library.SetPartialSends(200); })).bDelivered);
+  EXPECT_EQ(World::LogCount("[srv:USB001] MonWritePort pmWrite() [TIMEOUT]"), 2u);
+  EXPECT_EQ(World::LogCount("ReprintDumpData() done.[DATALEN:100]"), 1u);
+  EXPECT_EQ(Printer().LastStrip(), Receipt(500));
+}
+
+#ifndef _WIN32  // counts by simulated time
+TEST_P(Recovery, OffLinePrinterIsLookedForOnceASecondUntilTheJobIsDeleted) {
+  Printer().Plan({FaultKind::OffLine, 0, 3'600'000});
+  PrintAndDeleteAfter(Receipt(500), 10'200)->Join();
+  EXPECT_NEAR(static_cast<double>(World::LogCount("Wait online <> [OFFLINE][Port:USB001]")), 11.0, 1.0);
+  EXPECT_EQ(world().journal.Count("transfer begins timeout=90000"), 0u);
+}
+#endif
 
 TEST_P(Recovery, StrangeAnswersDoNotDisturb) {
   for (const FaultKind kind : {FaultKind::Garbage, FaultKind::SplitAnswers, FaultKind::Silence, FaultKind::WrongNumber,
@@ -223,8 +271,9 @@ TEST_P(Recovery, RefusedCancelAndResetAreTriedAgain) {
 
 TEST_P(Recovery, LineLostDuringTheReprintStartsANewPass) {
   Printer().Plan({FaultKind::PaperEnd, 3000, 1500});
-  Printer().Plan({FaultKind::OffLine, 7500, 1500});  // 3,000 bytes and more were printed before the reset
+  Printer().Plan({FaultKind::OffLine, 11'000, 1500});  // all 9,000 bytes were printed before the reset
   EXPECT_TRUE(PrintText(Receipt(9000)).bDelivered);
+  EXPECT_EQ(World::LogCount("[srv:USB001] MonWritePort pmWrite() [OFFLINE]"), 1u);
   EXPECT_EQ(Printer().LastStrip(), Receipt(9000));
 }
 
