@@ -17,11 +17,14 @@ constexpr DWORD kDrainBytes = 4096;
 // A printer that never stops talking is not drained for ever.
 constexpr DWORD kDrainLimit = 1024 * 1024;
 
+// Whether the job is known to be deleted. One whose event could not be made prints all the same, unconfirmed.
+bool IsDeleted(const IniJob& job) noexcept { return job.hEventCancel != nullptr && IsCancelSet(job); }
+
 // Reads what the printer has said so far and throws it away. Ends on a read without data or with an error, when the job
 // is cancelled, and after 1 MiB.
 void DrainResponses(const IniJob& job) noexcept {
   BYTE abyScratch[kDrainBytes];
-  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && !IsCancelSet(job);) {
+  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && !IsDeleted(job);) {
     DWORD cbRead = kDrainBytes;
     if (job.pSdkMng->Read(abyScratch, kDrainBytes, &cbRead, kReadClear) != ERROR_SUCCESS || cbRead == 0) return;
     cbDrained += cbRead;
@@ -47,8 +50,7 @@ static BOOL SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD c
     DrainResponses(*pIniJob);
     // A deleted job asks for nothing more; and a wait that its deletion ended may have succeeded so far, but not a byte of
     // it goes out then either.
-    if (IsCancelSet(*pIniJob) || WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsCancelSet(*pIniJob))
-      return TRUE;
+    if (IsDeleted(*pIniJob) || WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsDeleted(*pIniJob)) return TRUE;
   }
   return pIniJob->pSdkMng->Send(pBuf, cbBuf, pcbWritten, kSendTimeoutMs);
 }

@@ -98,8 +98,8 @@ inline DWORD SignatureOf(HANDLE hPort) noexcept {
   return hPort != nullptr ? static_cast<IniPort*>(hPort)->signature : 0;
 }
 
-// Whether the job was cancelled in the spooler, as far as its watcher has seen. A job without the event reads as
-// cancelled, since nobody could tell it otherwise.
+// Whether the waits of the job must end: it was cancelled in the spooler, as far as anybody has seen, or it has no event
+// by which it could ever be told.
 inline bool IsCancelSet(const IniJob& job) noexcept { return WaitForSingleObject(job.hEventCancel, 0) != WAIT_TIMEOUT; }
 
 // Runs a scope in the spooler's own security context; the destructor impersonates the client again and keeps the thread's

@@ -136,7 +136,17 @@ TEST_P(Recovery, ReprintGoesOnWhereATimeoutStoppedIt) {
   EXPECT_EQ(Printer().LastStrip(), Receipt(500));
 }
 
-#ifndef _WIN32  // counts by simulated time
+#ifndef _WIN32
+TEST_P(Recovery, JobWithoutItsCancelEventPrintsUnconfirmed) {
+  const w32::FaultsOn faults;
+  w32::FailCalls("CreateEventW");
+  EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);
+  while (!Printer().Idle()) Sleep(100);
+  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(500)});
+  EXPECT_EQ(Printer().Responses().nCount, 0u);
+}
+
+// Counts by simulated time.
 TEST_P(Recovery, OffLinePrinterIsLookedForOnceASecondUntilTheJobIsDeleted) {
   Printer().Plan({FaultKind::OffLine, 0, 3'600'000});
   PrintAndDeleteAfter(Receipt(500), 10'200)->Join();
