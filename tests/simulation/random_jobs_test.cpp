@@ -1,5 +1,5 @@
-// Many seeds of random jobs, printer faults, cancels, service stops and refused calls on several ports at once, and what
-// must hold after each. A failing seed prints the command that replays it.
+// Many seeds of random jobs, printer faults, cancels, service stops, refused calls and changed settings on several ports at
+// once, some with platform calls that fail at random; and what must hold after each. A failing seed prints how to replay it.
 #include <algorithm>
 #include <cstdlib>
 #include <random>
@@ -51,7 +51,7 @@ std::size_t CountIn(const std::string& strText, const std::string& strPart) {
 
 class Simulation {
  public:
-  explicit Simulation(std::uint64_t ullSeed) : m_random(ullSeed), m_ullSeed(ullSeed) {
+  explicit Simulation(std::uint64_t ullSeed) : m_random(ullSeed), m_ullSeed(ullSeed), m_bHostile(Chance(8)) {
     w32::SetSeed(ullSeed);
     world.Attach();
     world.SetLogLevel(Chance(4) ? 0x596 : 0x002);
@@ -65,6 +65,8 @@ class Simulation {
       constexpr const char* kRequests[] = {"send", "SDK_SET_LOCK", "GET_RAW_DATA_RESP", "GET_RAW_DATA_CLR"};
       world.library.Answer(kRequests[Pick(4)], Chance(2) ? ERROR_GEN_FAILURE : ERROR_TIMEOUT, 1 + Pick(3));
     }
+    w32::ResetFaults();
+    if (m_bHostile) w32::FailRandomly(1 + Pick(4));
     struct Start {
       Simulation* pSimulation;
       PortPlan* pPort;
@@ -97,12 +99,16 @@ class Simulation {
       if (WaitForSingleObject(hThread, kLongestRunMs) != WAIT_OBJECT_0) Hang();
       CloseHandle(hThread);
     }
+    w32::ResetFaults();
     Sleep(60'000);  // the paper comes out
-    for (PortPlan& port : m_ports) Check(port);
+    for (PortPlan& port : m_ports)
+      if (!m_bHostile) Check(port);
     for (PortPlan& port : m_ports) world.spooler.ClosePort(port.hPort);
-    EXPECT_EQ(world.library.HeldLocks(), 0u);
-    EXPECT_EQ(world.library.OpenSessions(), 0u);
-    EXPECT_EQ(world.journal.Of("violation"), std::vector<std::string>());
+    if (!m_bHostile) {
+      EXPECT_EQ(world.library.HeldLocks(), 0u);
+      EXPECT_EQ(world.library.OpenSessions(), 0u);
+      EXPECT_EQ(world.journal.Of("violation"), std::vector<std::string>());
+    }
     for (PortPlan& port : m_ports)
       if (!port.strRoot.empty()) sim::World::DeleteTree(port.strRoot);
   }
@@ -168,7 +174,11 @@ class Simulation {
     for (RandomJob& job : port.jobs) {
       sim::PrintOptions options;
       options.cbChunk = 1000 + static_cast<DWORD>(nPort) * 700;
-      auto pRunning = world.spooler.PrintAsync(port.hPort, job.dwId, job.strData, options);
+      std::unique_ptr<sim::Spooler::Running> pRunning;
+      {
+        const w32::FaultsOn faults(m_bHostile);  // for the job's thread and its watcher
+        pRunning = world.spooler.PrintAsync(port.hPort, job.dwId, job.strData, options);
+      }
       if (job.dwUserChange != 0 && !pRunning->Wait(job.dwChangeAfter))
         world.spooler.SetStatus(job.dwId, job.dwUserChange);
       job.result = pRunning->Join();
@@ -262,6 +272,7 @@ class Simulation {
 
   std::mt19937_64 m_random;
   const std::uint64_t m_ullSeed;
+  const bool m_bHostile;  // platform calls fail at random: nothing may crash, hang or leak, and no more is asked for
   std::vector<PortPlan> m_ports;
   std::string m_strFirstModel;
 };
