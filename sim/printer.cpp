@@ -10,11 +10,19 @@ struct KindName {
   const char* pszName;
   FaultKind kind;
 };
-constexpr KindName kKindNames[] = {{"paper-end", FaultKind::PaperEnd},         {"cover-open", FaultKind::CoverOpen},
-                                   {"off-line", FaultKind::OffLine},           {"power-cycle", FaultKind::PowerCycle},
-                                   {"blank-status", FaultKind::BlankStatus},   {"garbage", FaultKind::Garbage},
-                                   {"split-answers", FaultKind::SplitAnswers}, {"silence", FaultKind::Silence},
-                                   {"wrong-number", FaultKind::WrongNumber},   {"late-answer", FaultKind::LateAnswer}};
+constexpr BYTE kNoise = 0x21;  // no part of an answer in either protocol
+
+constexpr KindName kKindNames[] = {{"paper-end", FaultKind::PaperEnd},
+                                   {"cover-open", FaultKind::CoverOpen},
+                                   {"off-line", FaultKind::OffLine},
+                                   {"power-cycle", FaultKind::PowerCycle},
+                                   {"blank-status", FaultKind::BlankStatus},
+                                   {"garbage", FaultKind::Garbage},
+                                   {"split-answers", FaultKind::SplitAnswers},
+                                   {"silence", FaultKind::Silence},
+                                   {"wrong-number", FaultKind::WrongNumber},
+                                   {"late-answer", FaultKind::LateAnswer},
+                                   {"chatter", FaultKind::Chatter}};
 
 }  // namespace
 
@@ -51,7 +59,7 @@ void Printer::Say(std::initializer_list<BYTE> bytes) {
   if (m_bGarbageNext) {
     m_bGarbageNext = false;
     // None of these is part of an answer in either protocol, and none cuts a status off.
-    for (const BYTE by : {BYTE{0x21}, BYTE{0x3A}, BYTE{0xA7}, BYTE{0x11}}) m_answers.push_back(by);
+    for (const BYTE by : {kNoise, BYTE{0x3A}, BYTE{0xA7}, BYTE{0x11}}) m_answers.push_back(by);
   }
   m_answers.insert(m_answers.end(), bytes.begin(), bytes.end());
 }
@@ -228,7 +236,9 @@ std::size_t Printer::TakeAnswers(BYTE* pBuf, std::size_t cbRoom) {
   const auto end = m_answers.begin() + static_cast<std::ptrdiff_t>(cb);
   std::copy(m_answers.begin(), end, pBuf);
   m_answers.erase(m_answers.begin(), end);
-  return cb;
+  if (!Is(FaultKind::Chatter)) return cb;
+  std::fill(pBuf + cb, pBuf + cbRoom, kNoise);
+  return cbRoom;
 }
 
 void Printer::Reset() {

@@ -28,6 +28,7 @@ enum class FaultKind {
   Silence,       // answers are held back and then come all at once
   WrongNumber,   // an execution response with another number comes before the next right one
   LateAnswer,    // the execution response of an earlier job comes again
+  Chatter,       // bytes that mean nothing behind every answer, without end
 };
 
 // Names as tools take them: "paper-end", "cover-open", … Returns false for an unknown name.

@@ -167,6 +167,9 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
   Device* pDevice = session.pDevice;
   if (pDevice == nullptr) return ERROR_INVALID_HANDLE;
   if (strRequest == "send" || strRequest == "SDK_SET_RESET") NoteOwner(*pDevice, dwSession, strRequest);
+  // Device work is done in the spooler's own context; only a device may be released as the client.
+  if (IsImpersonating() && strRequest != "SDK_CLR_LOCK")
+    m_journal.Add("violation: " + strRequest + " impersonating the client");
   if (strRequest == "send") {
     dwCode = Send(*pDevice, session.strQueue, pIn, cbIn, pdwWritten, dwTimeoutMs);
     m_journal.Add(

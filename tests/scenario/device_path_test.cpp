@@ -120,6 +120,34 @@ TEST_F(DevicePath, FailedOpenReadsAsNoSession) {
   EXPECT_EQ(world().library.OpenSessions(), 0u);
 }
 
+TEST_F(DevicePath, PortMonitorThatRefusesTheOpenLeavesNoSessionAndItsOwnError) {
+  world().portMonitor.Port("USB001").dwRefuseOpen = ERROR_ACCESS_DENIED;
+  EXPECT_EQ(Open("USB001"), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+  world().library.Answer("SDK_CLR_LOCK", ERROR_GEN_FAILURE);  // a device that cannot be closed does not hide the error
+  EXPECT_EQ(Open("USB001"), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  world().portMonitor.Port("USB001").dwRefuseOpen = 0;
+  const HANDLE hPort = Open("USB001");
+  EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
+  world().spooler.ClosePort(hPort);
+}
+
+#ifndef _WIN32
+TEST_F(DevicePath, JobWhoseInformationCannotBeReadIsRefusedAndItsWatcherEnds) {
+  const HANDLE hPort = Open("USB001");
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("GetJobW", 2);  // the watcher's and the start's
+    EXPECT_FALSE(PrintOn(hPort, "x").bStarted);
+  }
+  EXPECT_EQ(World::LogCount("GetJob cbNeeded=0 [hPrinter:0x"), 1u);
+  EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
+  world().spooler.ClosePort(hPort);
+}
+#endif
+
 TEST_F(DevicePath, FailedSendRefusesTheJobWithTheLibrarysCode) {
   const HANDLE hPort = Open("USB001");
   world().library.Answer("send", ERROR_DEVICE_NOT_CONNECTED);

@@ -137,6 +137,24 @@ TEST_P(Recovery, ReprintGoesOnWhereATimeoutStoppedIt) {
 }
 
 #ifndef _WIN32
+TEST_P(Recovery, JobThatCannotBeCachedIsRefused) {
+  const w32::FaultsOn faults;
+  // Some allocation of a write is the cache's; whichever number it has.
+  sim::PrintResult result;
+  unsigned nSkip = 0;
+  while (nSkip < 50 && World::LogCount("CashWriteData [ERR_WORKAREA_NO_MEMORY]") == 0) {
+    sim::PrintOptions options;
+    options.onProgress = [&](std::uint64_t ullDone) {
+      if (ullDone == 0) w32::FailCalls("HeapAlloc", 1, nSkip);
+    };
+    result = PrintText(Receipt(500), options);
+    w32::ResetFaults();
+    ++nSkip;
+  }
+  ASSERT_LT(nSkip, 50u);
+  EXPECT_FALSE(result.bDelivered);
+}
+
 TEST_P(Recovery, JobWithoutItsCancelEventPrintsUnconfirmed) {
   const w32::FaultsOn faults;
   w32::FailCalls("CreateEventW");
@@ -165,6 +183,12 @@ TEST_P(Recovery, StrangeAnswersDoNotDisturb) {
     EXPECT_EQ(Printer().LastStrip(), strBefore + strJob) << static_cast<int>(kind);
   }
   EXPECT_EQ(Reprints(), 0u);
+}
+
+TEST_P(Recovery, PrinterThatNeverStopsTalkingIsPrintedOn) {
+  Printer().Plan({FaultKind::Chatter, 0, 3'600'000});
+  EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);
+  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(500)});
 }
 
 TEST_P(Recovery, BlankStatusCountsAsALoss) {

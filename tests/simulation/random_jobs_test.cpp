@@ -158,9 +158,9 @@ class Simulation {
         constexpr FaultKind kKinds[] = {FaultKind::PaperEnd,     FaultKind::CoverOpen,   FaultKind::OffLine,
                                         FaultKind::PowerCycle,   FaultKind::BlankStatus, FaultKind::Garbage,
                                         FaultKind::SplitAnswers, FaultKind::Silence,     FaultKind::WrongNumber,
-                                        FaultKind::LateAnswer};
+                                        FaultKind::LateAnswer,   FaultKind::Chatter};
         world.PrinterOf(port.strPort)
-            .Plan({kKinds[Pick(10)], ullAt + Pick(static_cast<unsigned>(job.strData.size())), 200 + Pick(6000)});
+            .Plan({kKinds[Pick(11)], ullAt + Pick(static_cast<unsigned>(job.strData.size())), 200 + Pick(6000)});
       }
       ullAt += job.strData.size();
       port.jobs.push_back(job);
