@@ -110,6 +110,7 @@ TEST_F(DevicePath, RefusedLockIsBusyAndTheNextJobPrints) {
 }
 
 TEST_F(DevicePath, FailedOpenReadsAsNoSession) {
+  world().spooler.FindQueue("Till")->strDriver = kOneByteModel;  // its open option must not pass for a session
   world().library.Answer("OpenW", ERROR_FILE_NOT_FOUND, 2);
   const HANDLE hPort = Open("USB001");
   const PrintResult result = PrintOn(hPort, "x");

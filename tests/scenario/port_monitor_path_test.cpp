@@ -135,6 +135,12 @@ TEST_F(PortMonitorPath, MissingSlotsOfThePortMonitorAreNotSupported) {
   const HANDLE hPort = Open("COM1");
   EXPECT_EQ(PrintOn(hPort, "x").dwError, ERROR_NOT_SUPPORTED);
   world().spooler.ClosePort(hPort);
+  world().portMonitor.table = sim::PortMonitor(world().journal).table;
+  world().portMonitor.table.pfnEndDocPort = nullptr;
+  world().portMonitor.table.pfnClosePort = nullptr;
+  const HANDLE hWithoutEnd = Open("COM1");
+  EXPECT_TRUE(PrintOn(hWithoutEnd, "x").bDelivered);
+  EXPECT_TRUE(world().spooler.ClosePort(hWithoutEnd));
   world().portMonitor.table.pfnOpenPort = nullptr;
   EXPECT_EQ(Open("COM1"), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);

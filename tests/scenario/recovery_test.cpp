@@ -59,6 +59,25 @@ TEST_P(Recovery, ConfirmedJobIsPrintedOnce) {
   EXPECT_EQ(World::LogCount("Detected printable status"), 2u);  // once before each job's first byte
 }
 
+TEST_P(Recovery, SizesOfTheLastTwoJobsAreRememberedForTheCache) {
+  const ReprintMng& cache = static_cast<IniPort*>(m_hPort)->reprintMng;
+  EXPECT_TRUE(PrintText(Receipt(1000)).bDelivered);
+  EXPECT_TRUE(PrintText(Receipt(3000)).bDelivered);
+  EXPECT_EQ(cache.cbJob[0], 1000u);
+  EXPECT_EQ(cache.cbJob[1], 3000u);
+  EXPECT_EQ(cache.pBuf, nullptr);
+  EXPECT_TRUE(PrintOn(m_hPort, Receipt(500), "RAW").bDelivered);  // caches nothing
+  EXPECT_EQ(cache.cbJob[0] + cache.cbJob[1], 0u);
+}
+
+TEST_P(Recovery, SequenceNumbersOfTheRequestsRunTo254AndBeginAgain) {
+  bySeqCounter = 253;
+  for (const BYTE by : {BYTE{0x8E}, BYTE{0x80}, BYTE{0x81}}) {
+    EXPECT_TRUE(PrintText("x").bDelivered);
+    EXPECT_EQ(Printer().Responses().byLast, GetParam().bOneByte ? 0xC9 : by);
+  }
+}
+
 TEST_P(Recovery, RawJobOfAnUnsharedPrinterIsNeitherCheckedNorConfirmed) {
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "raw").bDelivered);
   EXPECT_EQ(World::LogCount("WaitExecRespAndStatus"), 0u);

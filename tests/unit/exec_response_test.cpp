@@ -1,0 +1,137 @@
+// The waits for an answer, with answers split at every byte.
+#include "monitor/exec_response.h"
+
+#include <deque>
+
+#include "monitor/model.h"
+#include "monitor/sdk.h"
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+
+namespace {
+
+using Bytes = std::vector<BYTE>;
+
+TEST(WaitForResponse, NeedsAJobAndAModel) {
+  IniPort port = {};
+  EXPECT_EQ(WaitExecRespAndStatus(nullptr, TRUE), 87u);
+  EXPECT_EQ(WaitExecRespAndStatus(&port, TRUE), 87u);
+  IniJob job = {};
+  port.pIniJob = &job;
+  EXPECT_EQ(WaitExecRespAndStatus(&port, FALSE), 87u);
+  port.pIniJob = nullptr;
+  EXPECT_EQ(WriteReprintChkData(&port, nullptr, 0), 87u);
+}
+
+#ifndef _WIN32  // each wait pauses; simulated time makes that free
+// A library whose reads answer prepared pieces.
+std::deque<Bytes> g_pieces;
+DWORD WINAPI PieceIo(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* pdwWritten, void* pOut, DWORD cbOut,
+                     DWORD* pdwValue, DWORD) {
+  if (pszRequest == nullptr) {
+    *pdwWritten = cbIn;
+    return ERROR_SUCCESS;
+  }
+  *pdwValue = 0;
+  if (g_pieces.empty()) return ERROR_SUCCESS;
+  const Bytes piece = g_pieces.front();
+  g_pieces.pop_front();
+  *pdwValue = static_cast<DWORD>(std::min<std::size_t>(piece.size(), cbOut));
+  std::copy_n(piece.begin(), *pdwValue, static_cast<BYTE*>(pOut));
+  return ERROR_SUCCESS;
+}
+
+// A job on a port whose library answers with pieces.
+struct AskedPort {
+  explicit AskedPort(const DevData* pDevData) {
+    sdk.pDevIoCtrl = PieceIo;
+    job.pSdkMng = &sdk;
+    job.bySeqNo = 0x25;
+    job.hEventCancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    port.pszPortName = szPort;
+    port.pIniJob = &job;
+    port.pDevData = pDevData;
+  }
+  ~AskedPort() { CloseHandle(job.hEventCancel); }
+  AskedPort(const AskedPort&) = delete;
+  AskedPort& operator=(const AskedPort&) = delete;
+
+  CSdk sdk;
+  IniJob job = {};
+  IniPort port = {};
+  wchar_t szPort[7] = L"USB001";
+};
+
+class StatusKinds : public WorldTest {};
+
+// Each status carries one bit; behind it comes a clean one and the execution response.
+TEST_F(StatusKinds, DecideWhichWaitAStatusStops) {
+  constexpr StatusDef kDefs[] = {
+      {STATUS_KIND_INFO, 0x1},   {STATUS_KIND_ERROR, 0x2}, {STATUS_KIND_NOT_READY, 0x4}, {9, 0x8}, {0, 0},
+      {STATUS_KIND_ERROR, 0x100}};
+  const StatusInfo statusInfo = {kDefs};
+  const RespInfo respInfo = {&statusInfo, 0};
+  const DevData model{nullptr, &respInfo, nullptr};
+  AskedPort asked(&model);
+  const auto status = [](BYTE byBits) {
+    return Bytes{static_cast<BYTE>(0xC0 | byBits), 0xD1, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0};
+  };
+  const auto waitFor = [&](BYTE byBits, BOOL bExec) {
+    g_pieces = {status(byBits), status(0), {0x85}};
+    return WaitExecRespAndStatus(&asked.port, bExec);
+  };
+  for (const BYTE byBits : {BYTE{0}, BYTE{1}, BYTE{4}, BYTE{8}}) EXPECT_EQ(waitFor(byBits, TRUE), 0u) << int{byBits};
+  EXPECT_EQ(waitFor(2, TRUE), 1168u);
+  for (const BYTE byBits : {BYTE{0}, BYTE{1}, BYTE{8}}) {
+    EXPECT_EQ(waitFor(byBits, FALSE), 0u);
+    EXPECT_EQ(g_pieces.size(), 2u) << int{byBits};  // the first status will do
+  }
+  for (const BYTE byBits : {BYTE{2}, BYTE{4}}) {
+    EXPECT_EQ(waitFor(byBits, FALSE), 0u);
+    EXPECT_EQ(g_pieces.size(), 1u) << int{byBits};
+  }
+}
+
+struct SplitCase {
+  const wchar_t* pszModel;
+  Bytes answer;
+  BOOL bExec;
+  DWORD dwResult;
+};
+class SplitAnswers : public WorldTest, public ::testing::WithParamInterface<SplitCase> {};
+
+TEST_P(SplitAnswers, AreFoundAsSoonAsTheyAreWhole) {
+  AskedPort asked(nullptr);
+  for (const DevModelEntry& entry : DevModelTable())
+    if (sim::Narrow(entry.pszModelName) == sim::Narrow(GetParam().pszModel)) asked.port.pDevData = entry.pDevData;
+  const Bytes& answer = GetParam().answer;
+  for (std::size_t nSplit = 1; nSplit <= answer.size(); ++nSplit) {
+    for (std::size_t nSecond = nSplit; nSecond <= answer.size(); ++nSecond) {
+      const auto cut = [&](std::size_t n) { return answer.begin() + static_cast<std::ptrdiff_t>(n); };
+      g_pieces = {Bytes(answer.begin(), cut(nSplit)), Bytes(cut(nSplit), cut(nSecond)),
+                  Bytes(cut(nSecond), answer.end())};
+      EXPECT_EQ(WaitExecRespAndStatus(&asked.port, GetParam().bExec), GetParam().dwResult) << nSplit << ", " << nSecond;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SplitAnswers,
+    ::testing::Values(
+        SplitCase{L"Kelvane HM-520", {0x20, 0xC0, 0xD2, 0x31, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0x84, 0x85}, TRUE, 0},
+        SplitCase{L"Kelvane HM-520",
+                  {0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0},
+                  TRUE,
+                  1168},
+        SplitCase{L"Kelvane HM-520", {0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, TRUE, 1168},
+        SplitCase{L"Kelvane HM-520",
+                  {0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0},
+                  FALSE,
+                  0},
+        SplitCase{L"Kelvane Tagline 62", {0xA7, 0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, TRUE, 1168},
+        SplitCase{L"Kelvane Tagline 62", {0x40, 0xC0, 0xD0, 0x40, 0xC9}, TRUE, 0},
+        SplitCase{L"Kelvane Tagline 62", {0x42, 0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0x40}, FALSE, 0}));
+#endif
+
+}  // namespace

@@ -1,0 +1,38 @@
+// The real-time commands.
+#include "monitor/stream_inspect.h"
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+
+namespace {
+
+struct CommandCase {
+  std::string strIn;
+  std::string strOut;
+};
+class RealCommands : public ::testing::TestWithParam<CommandCase> {};
+
+TEST_P(RealCommands, AreRewrittenAtEverySplit) {
+  for (std::size_t nSplit = 0; nSplit <= GetParam().strIn.size(); ++nSplit) {
+    IniJob job = {};
+    IniPort port = {};
+    port.pIniJob = &job;
+    std::string strData = GetParam().strIn;
+    auto* p = reinterpret_cast<BYTE*>(strData.data());
+    CheckRealCmd(&port, p, static_cast<DWORD>(nSplit));
+    CheckRealCmd(&port, p + nSplit, static_cast<DWORD>(strData.size() - nSplit));
+    EXPECT_EQ(strData, GetParam().strOut) << nSplit;
+  }
+}
+INSTANTIATE_TEST_SUITE_P(
+    All, RealCommands,
+    ::testing::Values(CommandCase{"\x13(reset\x13reset)", "\x13(reset\x13resev)"},
+                      CommandCase{"\x13(clr)", "\x13(cls)"},
+                      CommandCase{std::string("\x10\x14\x01\x00\x05", 5), std::string("\x10\x14\x01\x00\x15", 5)},
+                      CommandCase{std::string("\x10\x14\x01\x00\x09", 5), std::string("\x10\x14\x01\x00\x09", 5)},
+                      CommandCase{std::string("\x10\x14\x01\x00\x00", 5), std::string("\x10\x14\x01\x00\x00", 5)},
+                      CommandCase{"\x13(re\x13(clr", "\x13(re\x13(cls"},
+                      CommandCase{"\x13(reset\x13(clr", "\x13(reset\x13(cls"},
+                      CommandCase{"\x13(reset\x13rexet", "\x13(reset\x13rexet"}));
+
+}  // namespace
