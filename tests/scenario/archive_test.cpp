@@ -52,6 +52,15 @@ TEST_P(Archive, HoldsWhatThePrinterTookRewrittenBytesIncluded) {
   EXPECT_EQ(world().PrinterOf("USB001").LastStrip(), Archived().front());
 }
 
+TEST_P(Archive, ShortRootHoldsWholeNames) {
+  m_pQueue->data["JobFilePath"] = Spooler::Text("C:\\J");
+  EXPECT_TRUE(Print("x"));
+  const auto files = World::ArchivedFiles("C:\\J");
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(files.begin()->first.size(), std::string("YYYYMMDD\\hhmm_ss(mmm).prn").size());
+  World::DeleteTree("C:\\J");
+}
+
 TEST_P(Archive, SwitchedOffMakesOnlyTheRoot) {
   m_pQueue->data["JobSettingFlags"] = Spooler::Dword(0);
   EXPECT_TRUE(Print("x"));
@@ -279,6 +288,27 @@ TEST_F(Ageing, RunsFromTheTwoHundredAndSecondUnitOn) {
   goTo(ullMiddle + 202 * kUnit);
   ASSERT_TRUE(PrintOn(m_hPort, "202 units later").bDelivered);
   EXPECT_FALSE(Exists("20261118"));
+}
+
+TEST_F(Ageing, QueueWithoutAGuidRemembersTheRunInMemory) {
+  m_pQueue->data.erase("UtilityGUID");
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
+  ASSERT_TRUE(PrintOn(m_hPort, "runs the ageing").bDelivered);
+  CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\old").c_str(), nullptr);
+  w32::AdvanceClock(2 * kHour);
+  ASSERT_TRUE(PrintOn(m_hPort, "does not").bDelivered);
+  EXPECT_TRUE(Exists("old"));
+  EXPECT_EQ(World::LogCount("GetPrinterData [dwReturned:0]"), 3u);  // two starts, one run
+}
+
+TEST_F(Ageing, QueueThatNeverRanDoesNotGoByAnotherQueuesRun) {
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
+  ASSERT_TRUE(PrintOn(m_hPort, "runs the ageing").bDelivered);
+  CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\old").c_str(), nullptr);
+  w32::AdvanceClock(2 * kHour);
+  m_pQueue->data["UtilityGUID"] = Spooler::Text("{5678}");
+  ASSERT_TRUE(PrintOn(m_hPort, "runs it for the first time").bDelivered);
+  EXPECT_FALSE(Exists("old"));
 }
 
 TEST_F(Ageing, LinkLeavesWhatItLeadsToAlone) {

@@ -90,6 +90,19 @@ TEST_F(DevicePath, MissingServiceAndLibraryLeaveThePortMonitorPath) {
 }
 
 #ifndef _WIN32
+TEST_F(DevicePath, RefusedServiceQueriesReadInDecimalAndAbove16BitsInHexadecimal) {
+  const w32::FaultsOn faults;
+  const std::pair<const char*, const char*> apis[] = {{"OpenSCManagerW", "OpenSCManager"},
+                                                      {"QueryServiceStatus", "QueryServiceStatus"}};
+  for (const auto& [pszApi, pszName] : apis) {
+    for (const auto& [dwError, pszCode] : {std::pair(0xFFFFu, ":65535)"), std::pair(0x10000u, ":0x00010000)")}) {
+      w32::FailCalls(pszApi, 1, 0, dwError);
+      world().spooler.ClosePort(Open("USB001"));
+      EXPECT_EQ(World::LogCount(std::string(pszName) + " (system error" + pszCode), 1u);
+    }
+  }
+}
+
 TEST_F(DevicePath, LibraryWithoutAnOrdinalIsNotUsed) {
   world().InstallLibrary(true, 2);
   const HANDLE hPort = Open("USB001");
@@ -244,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(All, PortKinds,
                                            PortCase{"IP_10.0.0.7", 0, false, false}, PortCase{"FILE:", 0, false, false},
                                            PortCase{"\\\\server\\till", 1, false, false},
                                            PortCase{"XPSPort:", 1, false, false}, PortCase{"SHRFAX:", 1, false, false},
-                                           PortCase{"LPT1:", 0, false, false}));
+                                           PortCase{"FILE7", 1, false, false}, PortCase{"LPT1:", 0, false, false}));
 
 #ifndef _WIN32  // a device map of one's own, which the order of its values belongs to
 TEST_F(DevicePath, DeviceMapIsReadUpToAHundredValues) {
@@ -345,6 +358,20 @@ TEST_F(DevicePath, RestartedJobCountsAsCancelledAPausedOneDoesNot) {
   EXPECT_EQ(World::LogCount("Cancel job [pszPortName:0xUSB001"), 7u);
   EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
   world().spooler.ClosePort(hPort);
+}
+
+TEST_F(DevicePath, CloseWithACachedJobFreesTheCache) {
+  world().spooler.FindQueue("Till")->data["AutoReprint"] = sim::Spooler::Dword(1);
+  const HANDLE hPort = Open("USB001");
+  ASSERT_TRUE(world().spooler.StartDoc(hPort, world().spooler.NewJob("Till", "TEXT")));
+  BYTE abyData[100] = {'x'};
+  DWORD cbWritten = 0;
+  {
+    const sim::ActAsClient client;
+    EXPECT_TRUE(world().spooler.pMonitor->pfnWritePort(hPort, abyData, sizeof abyData, &cbWritten));
+  }
+  EXPECT_EQ(cbWritten, sizeof abyData);
+  EXPECT_TRUE(world().spooler.ClosePort(hPort));
 }
 
 TEST_F(DevicePath, CloseWithARunningJobStopsItsWatcherFirst) {

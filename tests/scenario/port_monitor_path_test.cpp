@@ -69,6 +69,15 @@ TEST_F(PortMonitorPath, RefusedOpenForgetsThePort) {
   world().spooler.ClosePort(hPort);
 }
 
+TEST_F(PortMonitorPath, DeletedJobIsThePortMonitorsOwnAffair) {
+  const HANDLE hPort = Open("COM1");
+  const DWORD dwJob = world().spooler.NewJob("Till", "TEXT");
+  world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+  EXPECT_TRUE(world().spooler.Print(hPort, dwJob, Receipt(100)).bDelivered);
+  EXPECT_EQ(Port().strDelivered, Receipt(100));
+  world().spooler.ClosePort(hPort);
+}
+
 TEST_F(PortMonitorPath, RefusedStartLeavesThePortIdle) {
   Port().dwRefuseStart = ERROR_DISK_FULL;
   const HANDLE hPort = Open("COM1");

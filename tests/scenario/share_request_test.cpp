@@ -29,9 +29,11 @@ class ShareRequest : public WorldTest {
 
 TEST_F(ShareRequest, SharesOnceAndAnswersWithThePortsFlags) {
   m_pQueue->dwAttributes = 0x40;
+  const DWORD dwStart = GetTickCount();
   EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Front"));
   EXPECT_EQ(m_pQueue->strShare, "Front");
   EXPECT_EQ(m_pQueue->dwAttributes, 0x48u);
+  EXPECT_GE(GetTickCount() - dwStart, 500u);  // the spooler gets that long between open and change
   EXPECT_EQ(m_dwFlags, 0x05u);
   EXPECT_EQ(m_cbReturned, 4u);
   EXPECT_TRUE(Request("DO_SETTING_SHARE_PRN__Back"));

@@ -63,10 +63,31 @@ struct AskedPort {
   wchar_t szPort[7] = L"USB001";
 };
 
-class StatusKinds : public WorldTest {};
+Bytes g_request;
+DWORD WINAPI TwoBytesAtATime(DWORD, LPCWSTR, const void* pIn, DWORD cbIn, DWORD* pdwWritten, void*, DWORD, DWORD*,
+                             DWORD) {
+  *pdwWritten = std::min<DWORD>(cbIn, 2);
+  const auto* pBytes = static_cast<const BYTE*>(pIn);
+  g_request.insert(g_request.end(), pBytes, pBytes + *pdwWritten);
+  return ERROR_SUCCESS;
+}
+
+class Waits : public WorldTest {};
+
+TEST_F(Waits, RequestGoesOutWholeInPieces) {
+  AskedPort asked(nullptr);
+  asked.sdk.pDevIoCtrl = TwoBytesAtATime;
+  const Bytes request = {0x1D, 0x61, 0xFF, 0x12, 0x71, 0x85};
+  g_request.clear();
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 0u);
+  EXPECT_EQ(g_request, request);
+  SetEvent(asked.job.hEventCancel);  // a deleted job's request is broken off
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 87u);
+  EXPECT_EQ(g_request.size(), 8u);
+}
 
 // Each status carries one bit; behind it comes a clean one and the execution response.
-TEST_F(StatusKinds, DecideWhichWaitAStatusStops) {
+TEST_F(Waits, AreStoppedByTheKindsOfStatusThatAreTheirs) {
   constexpr StatusDef kDefs[] = {
       {STATUS_KIND_INFO, 0x1},   {STATUS_KIND_ERROR, 0x2}, {STATUS_KIND_NOT_READY, 0x4}, {9, 0x8}, {0, 0},
       {STATUS_KIND_ERROR, 0x100}};

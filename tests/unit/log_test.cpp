@@ -192,6 +192,23 @@ TEST_F(Log, RoutineNamesComeOutOfTheCompilersText) {
 }
 
 // Threads log at once: no line is lost or mixed.
+TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
+  CLogfile logfile;
+  const auto folderFor = [&](const char* pszModule) {
+    LogPath folder = {};
+    EXPECT_TRUE(logfile.CreateLogFolder(pszModule, folder));
+    const std::string strFolder = sim::Narrow(folder.wsz);
+    RemoveDirectoryW(folder.wsz);
+    return strFolder.substr(strFolder.rfind('\\') + 1);
+  };
+  EXPECT_EQ(folderFor("TAG    \0seventeen_letters"), "Undefined");
+  EXPECT_EQ(folderFor("TAG    \0"), "Undefined");
+  EXPECT_EQ(folderFor(nullptr), "Undefined");
+  EXPECT_EQ(folderFor("TAG    \0sixteen__letters"), "sixteen__letters");
+  EXPECT_EQ(folderFor("TAG    \0another"), "sixteen__letters");
+  EXPECT_EQ(folderFor(nullptr), "sixteen__letters");
+}
+
 class LogThreads : public Log {};
 
 TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
