@@ -311,6 +311,16 @@ TEST_F(Ageing, QueueThatNeverRanDoesNotGoByAnotherQueuesRun) {
   EXPECT_FALSE(Exists("old"));
 }
 
+TEST_F(Ageing, DotNamedFolderKeepsItsParent) {
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
+  ASSERT_TRUE(PrintOn(m_hPort, "first").bDelivered);
+  for (const char* pszFolder : {"\\old", "\\old\\.keep", "\\old\\other"})
+    CreateDirectoryW(sim::Wide(std::string(kRoot) + pszFolder).c_str(), nullptr);
+  w32::AdvanceClock(30 * kHour);
+  ASSERT_TRUE(PrintOn(m_hPort, "later").bDelivered);
+  EXPECT_EQ(World::ListFolder(std::string(kRoot) + "\\old"), std::vector<std::string>{".keep"});
+}
+
 TEST_F(Ageing, LinkLeavesWhatItLeadsToAlone) {
   m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
   ASSERT_TRUE(PrintOn(m_hPort, "first").bDelivered);

@@ -80,8 +80,10 @@ TEST_P(Recovery, SequenceNumbersOfTheRequestsRunTo254AndBeginAgain) {
 
 TEST_P(Recovery, RawJobOfAnUnsharedPrinterIsNeitherCheckedNorConfirmed) {
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "raw").bDelivered);
+  world().spooler.FindQueue("Till")->strShare = std::string(64, 's');  // longer than a share name may be
+  EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "raw").bDelivered);
   EXPECT_EQ(World::LogCount("WaitExecRespAndStatus"), 0u);
-  world().spooler.FindQueue("Till")->strShare = "Front";
+  world().spooler.FindQueue("Till")->strShare = std::string(63, 's');
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "raw").bDelivered);
   EXPECT_GT(World::LogCount("WaitExecRespAndStatus"), 0u);
 }

@@ -114,6 +114,16 @@ INSTANTIATE_TEST_SUITE_P(All, LogLength,
                                            LengthCase{894, true}, LengthCase{895, true}, LengthCase{1022, true},
                                            LengthCase{1023, true}, LengthCase{5119, true}, LengthCase{5120, false}));
 
+TEST_F(Log, LongTextLeavesRoomForARoutineNameOf62Characters) {
+  Mask(LOG_LEVEL_E);
+  const std::string strText(2000, 'x');
+  for (const std::size_t cch : {62u, 63u}) {  // beside a line number of one digit
+    const std::string strRoutine(cch, 'r');
+    Say(LOG_LEVEL_E, sim::Wide(strText).c_str(), strRoutine.c_str());
+    EXPECT_EQ(World::LogCount("\t" + strRoutine + "(7) \t" + strText + "\r\n"), cch == 62 ? 1u : 0u);
+  }
+}
+
 TEST_F(Log, CharactersOutsideTheCodePageBecomeQuestionMarks) {
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"a\x20AC\x3042z");
@@ -157,18 +167,39 @@ TEST_F(Log, TextsAreHeldWhileAnotherProgramHasTheFile) {
   const std::size_t nLost = strLines.find("<=== Log output here failed\r\n");
   ASSERT_NE(nLost, std::string::npos);
   EXPECT_LT(nLost, strLines.find("after"));
-  EXPECT_EQ(strLines.find("<=== Log output here failed", nLost + 1), std::string::npos);
+  Say(LOG_LEVEL_E, L"later");
+  EXPECT_EQ(World::LogCount("<=== Log output here failed"), 1u);
+}
+
+TEST_F(Log, HeldTextsFillTheirRoomToTheLastByte) {
+  Mask(LOG_LEVEL_E | LOG_LEVEL_W);
+  Say(LOG_LEVEL_W, L"x");
+  const std::size_t cbFixed = Lines().size() - 1;
+  const std::string strFile = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).front();
+  for (const std::size_t cbLine : {1023u, 1024u}) {  // a mark comes in front of it
+    const HANDLE hFile = CreateFileW(sim::Wide(strFile).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr);
+    Say(LOG_LEVEL_W, sim::Wide(std::string(cbLine - cbFixed, cbLine == 1023 ? 'f' : 'g')).c_str());
+    CloseHandle(hFile);
+    Say(LOG_LEVEL_W, L"after");
+  }
+  EXPECT_EQ(World::LogCount("ffff\r\n["), 1u);
+  EXPECT_EQ(World::LogCount("gggg"), 0u);
+  EXPECT_EQ(World::LogCount("<=== Log output here failed"), 1u);
 }
 
 TEST_F(Log, FullFileIsMovedAside) {
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"first");
   const std::string strFile = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).front();
+  const auto lineLength = static_cast<LONG>(Lines().size());
   const HANDLE hFile =
       CreateFileW(sim::Wide(strFile).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  SetFilePointer(hFile, 32'000'000, nullptr, FILE_BEGIN);
+  SetFilePointer(hFile, 32'000'000 - lineLength, nullptr, FILE_BEGIN);
   SetEndOfFile(hFile);
   CloseHandle(hFile);
+  Say(LOG_LEVEL_E, L"still");  // 32,000,000 bytes are not too much
+  EXPECT_EQ(World::ListFolder(World::LogFolder()).size(), 1u);
   Say(LOG_LEVEL_E, L"too much");
   Say(LOG_LEVEL_E, L"fresh");
   const auto names = World::ListFolder(World::LogFolder());
