@@ -88,7 +88,7 @@ DWORD SdkLibrary::OpenW(const wchar_t* pszPrinter, DWORD* pdwSession) {
 }
 
 DWORD SdkLibrary::Close(DWORD dwSession) {
-  m_journal.Add("sdk Close", SessionOf(dwSession).strQueue);
+  m_journal.Add(IsImpersonating() ? "sdk Close as the client" : "sdk Close", SessionOf(dwSession).strQueue);
   DWORD dwCode = 0;
   if (Planned("Close", dwCode)) return dwCode;
   if (FaultHere("sdk Close", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;

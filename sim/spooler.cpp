@@ -131,7 +131,7 @@ PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strDa
     if (chunk.empty())
       chunk.assign(strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered),
                    strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered + cb));
-    DWORD cbWritten = 0;
+    DWORD cbWritten = 0xDDDDDDDD;  // what a caller happens to have there
     if (!pMonitor->pfnWritePort(hPort, chunk.data(), static_cast<DWORD>(chunk.size()), &cbWritten)) {
       result.dwError = GetLastError();
       ++result.nRefused;

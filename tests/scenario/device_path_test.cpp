@@ -46,6 +46,19 @@ TEST_F(DevicePath, SwitchedOffOpenAlwaysOpensTheDeviceWithEachJob) {
   world().spooler.ClosePort(hPort);
 }
 
+TEST_F(DevicePath, SwitchThatIsTurnedWhileThePortIsOpenCountsAtTheJobsEnd) {
+  const HANDLE hPort = Open("USB001");
+  World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 1);
+  EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+  World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 0);
+  EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
+  EXPECT_EQ(world().library.OpenSessions(), 1u);
+  EXPECT_EQ(Paper(), "xy");
+  EXPECT_EQ(World::LogCount("WaitForSingleObject dwJobId"), 0u);  // the watchers were told to end
+  world().spooler.ClosePort(hPort);
+}
+
 TEST_F(DevicePath, OnlyBitZeroOfTheSwitchCounts) {
   World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 2);
   const HANDLE hPort = Open("USB001");
@@ -65,6 +78,7 @@ TEST_F(DevicePath, ServiceThatStopsAndStartsIsNoticedAtTheNextJob) {
   EXPECT_EQ(Paper(), "abc");
   EXPECT_EQ(World::LogCount("pSdkMng is invalid.[Printer:Till]"), 1u);
   // A job on the other path closes a session that is still open.
+  EXPECT_EQ(world().journal.Count("sdk Close as the client"), 1u);
   EXPECT_EQ(world().library.OpenSessions(), 0u);
   world().services.dwState = SERVICE_RUNNING;
   EXPECT_TRUE(PrintOn(hPort, "d").bDelivered);

@@ -64,6 +64,10 @@ TEST_F(PortMonitorPath, RefusedOpenForgetsThePort) {
   EXPECT_EQ(Open("COM1"), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
   Port().dwRefuseOpen = 0;
+  const auto pfnOpenPort = world().portMonitor.table.pfnOpenPort;
+  world().portMonitor.table.pfnOpenPort = [](HANDLE, LPWSTR, PHANDLE) -> BOOL { return TRUE; };  // and no handle
+  EXPECT_EQ(Open("COM1"), nullptr);
+  world().portMonitor.table.pfnOpenPort = pfnOpenPort;
   const HANDLE hPort = Open("COM1");
   EXPECT_NE(hPort, nullptr);
   world().spooler.ClosePort(hPort);
@@ -157,6 +161,42 @@ TEST_F(PortMonitorPath, MissingSlotsOfThePortMonitorAreNotSupported) {
 
 // ---- bad arguments ----------------------------------------------------------------------------------------------------
 
+// Whether a call fails with "invalid parameter".
+bool Refused(const std::function<BOOL()>& call) {
+  SetLastError(0);
+  return !call() && GetLastError() == ERROR_INVALID_PARAMETER;
+}
+
+TEST_F(PortMonitorPath, BadArgumentsAreRefusedAndThePortStaysIdle) {
+  MONITOR2& monitor = *world().spooler.pMonitor;
+  HANDLE hPort = nullptr;
+  BYTE by = 'x';
+  DWORD dw = 0;
+  wchar_t szPort[] = L"COM1";
+  wchar_t szName[] = L"Till";
+  wchar_t szNone[] = L"";
+  MONITOR2* pPortMonitor = world().spooler.pPortMonitor;
+  EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, nullptr, szName, &hPort, pPortMonitor); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szNone, szName, &hPort, pPortMonitor); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szPort, szName, nullptr, pPortMonitor); }));
+  hPort = Open("COM1");
+  EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hPort, szName, 1, 2, &by); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hPort, szName, 1, 1, nullptr); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hPort, szNone, 1, 1, &by); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hPort, nullptr, 1, 1, &by); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnWritePort(hPort, &by, 1, nullptr); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnWritePort(hPort, nullptr, 1, &dw); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnWritePort(hPort, &by, 0, &dw); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hPort, &by, 1, nullptr); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hPort, nullptr, 1, &dw); }));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hPort, &by, 0, &dw); }));
+  dw = 77;
+  EXPECT_TRUE(monitor.pfnReadPort(hPort, &by, 1, &dw));
+  EXPECT_EQ(dw, 0u);
+  EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
+  world().spooler.ClosePort(hPort);
+}
+
 TEST_F(PortMonitorPath, BadHandlesAreRefusedEverywhere) {
   MONITOR2& monitor = *world().spooler.pMonitor;
   DWORD adwForeign[64] = {0x12345678};
@@ -164,14 +204,13 @@ TEST_F(PortMonitorPath, BadHandlesAreRefusedEverywhere) {
   DWORD dw = 0;
   wchar_t szName[] = L"Till";
   for (const HANDLE hBad : {static_cast<HANDLE>(nullptr), static_cast<HANDLE>(adwForeign)}) {
-    const auto refused = [](BOOL bResult) { return !bResult && GetLastError() == ERROR_INVALID_PARAMETER; };
-    SetLastError(0);
-    EXPECT_TRUE(refused(monitor.pfnStartDocPort(hBad, szName, 1, 1, &by)));
-    EXPECT_TRUE(refused(monitor.pfnWritePort(hBad, &by, 1, &dw)));
-    EXPECT_TRUE(refused(monitor.pfnReadPort(hBad, &by, 1, &dw)));
-    EXPECT_TRUE(refused(monitor.pfnEndDocPort(hBad)));
-    EXPECT_TRUE(refused(monitor.pfnClosePort(hBad)));
-    EXPECT_TRUE(refused(monitor.pfnGetPrinterDataFromPort(hBad, 0, szName, nullptr, 0, nullptr, 0, &dw)));
+    EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hBad, szName, 1, 1, &by); }));
+    EXPECT_TRUE(Refused([&] { return monitor.pfnWritePort(hBad, &by, 1, &dw); }));
+    EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hBad, &by, 1, &dw); }));
+    EXPECT_TRUE(Refused([&] { return monitor.pfnEndDocPort(hBad); }));
+    EXPECT_TRUE(Refused([&] { return monitor.pfnClosePort(hBad); }));
+    EXPECT_TRUE(
+        Refused([&] { return monitor.pfnGetPrinterDataFromPort(hBad, 0, szName, nullptr, 0, nullptr, 0, &dw); }));
   }
   EXPECT_GT(World::LogCount("signature:0x12345678"), 0u);
   EXPECT_EQ(World::LogCount("ERROR_INVALID_PARAMETER [PortName:]"), 2u);

@@ -56,7 +56,8 @@ TEST_P(Recovery, ConfirmedJobIsPrintedOnce) {
   EXPECT_TRUE(PrintText(Receipt(700, 'C')).bDelivered);
   EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(9000) + Receipt(700, 'C')});
   EXPECT_EQ(Reprints(), 0u);
-  EXPECT_EQ(World::LogCount("Detected printable status"), 2u);  // once before each job's first byte
+  EXPECT_EQ(World::LogCount("Detected printable status"), 2u);            // once before each job's first byte
+  EXPECT_EQ(world().journal.Count("transfer begins timeout=10000"), 4u);  // … and a confirmation of each
 }
 
 TEST_P(Recovery, SizesOfTheLastTwoJobsAreRememberedForTheCache) {
@@ -67,6 +68,10 @@ TEST_P(Recovery, SizesOfTheLastTwoJobsAreRememberedForTheCache) {
   EXPECT_EQ(cache.cbJob[1], 3000u);
   EXPECT_EQ(cache.pBuf, nullptr);
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(500), "RAW").bDelivered);  // caches nothing
+  EXPECT_EQ(cache.cbJob[0] + cache.cbJob[1], 0u);
+  EXPECT_TRUE(PrintText(Receipt(1000)).bDelivered);
+  world().services.dwState = SERVICE_STOPPED;
+  EXPECT_TRUE(PrintText(Receipt(500)).bDelivered);  // nor does a job on the port monitor
   EXPECT_EQ(cache.cbJob[0] + cache.cbJob[1], 0u);
 }
 
