@@ -4,6 +4,7 @@
 #endif
 
 #include "common/job_archive.h"
+#include "common/job_folders.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;
@@ -135,6 +136,17 @@ TEST_P(Archive, BadRootsNeverKeepAJobFromPrinting) {
   EXPECT_EQ(World::LogCount("Fail to read job path from registry."), 1u);
 }
 
+TEST_P(Archive, DayFolderThatCannotBeMadeMeansNoCopy) {
+  SYSTEMTIME st;
+  GetLocalTime(&st);
+  CreateDirectoryW(sim::Wide(kRoot).c_str(), nullptr);
+  const std::string strDay = std::string(kRoot) + sim::Format("\\%04d%02d%02d", st.wYear, st.wMonth, st.wDay);
+  World::WriteWholeFile(strDay, "a file has the folder's name");
+  EXPECT_TRUE(Print("x"));
+  EXPECT_EQ(World::LogCount("Fail to create the output job folder. [" + strDay + "]"), 1u);
+  EXPECT_EQ(World::LogCount("Fail to open the output job file."), 0u);
+}
+
 TEST_P(Archive, FailureLeavesNoLastErrorForTheSpooler) {
   SetLastError(4711);
   EXPECT_FALSE(gJob.OutputJobFile(L"C:\\nowhere\\job.prn", reinterpret_cast<const BYTE*>("x"), 1));
@@ -147,6 +159,8 @@ TEST_P(Archive, FailureLeavesNoLastErrorForTheSpooler) {
   EXPECT_FALSE(gJob.MakeSettings(nullptr, st, &pszRoot, &pszFile, FALSE));
   gJob.AgeAtJobEnd(nullptr, nullptr);
   EXPECT_EQ(GetLastError(), 4711u);
+  EXPECT_FALSE(CreateJobFolder(L""));  // a routine of its own, which tells what was wrong
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
 TEST_P(Archive, FileThatIsHeldOpenMissesABuffer) {
@@ -209,10 +223,12 @@ TEST_P(Archive, RefusedAndFullDisksOnlyCostTheirBuffer) {
 #endif
 
 TEST_P(Archive, AgeingKeepsItsWordInTheQueuesKey) {
-  m_pQueue->data["UtilityGUID"] = Spooler::Text("{1234}");
+  const std::string strGuid = "{01234567-89AB-CDEF-0123-456789ABCDEF}";
+  m_pQueue->data["UtilityGUID"] = Spooler::Text(strGuid);
   EXPECT_TRUE(Print("x"));
+  const sim::WideString key = sim::Wide("SOFTWARE\\Kelvane\\Kelvane HM-520\\" + strGuid);
   HKEY hKey = nullptr;
-  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane\\Kelvane HM-520\\{1234}", 0, KEY_QUERY_VALUE, &hKey),
+  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_QUERY_VALUE, &hKey),
             static_cast<LSTATUS>(ERROR_SUCCESS));
   DWORD dwWord = 0;
   DWORD cb = sizeof dwWord;

@@ -138,6 +138,8 @@ TEST_F(Log, TagsAndTheShortForm) {
   EXPECT_STREQ(
       CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_E | LOG_LEVEL_I, nullptr, "R", 12, 1, 2}, st, "TAG    "),
       "[03/02 09:05(03.007)]\t[00000001(00000002)]\t[I] \t[TAG    ] \tR(12) \ttext\r\n");
+  EXPECT_STREQ(CMessage::TemplateMessage(buffers, "text", {LOG_LEVEL_V, "PAIR   ", nullptr, 3, 1, 0}, st, "TAG    "),
+               "[03/02 09:05(03.007)]\t[00000001(00000000)]\t[V] \t[PAIR   ] \t(3) \ttext\r\n");
 }
 
 TEST_F(Log, LongTraceRecordIsCutAndStillEndsItsLine) {
@@ -290,6 +292,45 @@ TEST_F(LogClock, NewMaskTakesEffectAfter15Seconds) {
   Say(LOG_LEVEL_E, L"off");
   EXPECT_EQ(World::LogCount("still on"), 1u);
   EXPECT_EQ(World::LogCount("\toff"), 0u);
+}
+
+TEST_F(LogClock, ChangedLifeDaysPurgeOnTheSameDay) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  Old("20261101.log", "Kelvane Thermal Printer Log\r\n\r\nold");
+  w32::AdvanceClock(kDay / 48);
+  Say(LOG_LEVEL_E, L"half an hour later");
+  EXPECT_TRUE(Exists("20261101.log"));
+  World::SetMachineDword("SOFTWARE\\Kelvane\\ThermalPrinterSdk", "LogLifeDays", 0);
+  w32::AdvanceClock(15'000);
+  Say(LOG_LEVEL_E, L"and the new value is read");
+  EXPECT_FALSE(Exists("20261101.log"));
+}
+
+TEST_F(LogClock, TraceIsKeptOnlyForAMaskThatShowsErrors) {
+  Mask(LOG_LEVEL_W);
+  Say(LOG_LEVEL_I, L"not wanted", "Unwanted");
+  w32::AdvanceClock(30'000);
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"error");
+  EXPECT_EQ(World::LogCount("Unwanted"), 0u);
+  EXPECT_EQ(World::LogCount("\terror\r\n"), 1u);
+}
+
+TEST_F(LogClock, ProductNameThatFillsItsRoomIsLeftOut) {
+  Mask(LOG_LEVEL_E);
+  for (const std::size_t cch : {126u, 127u}) {
+    HKEY hKey = nullptr;
+    RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", 0, nullptr, 0,
+                    KEY_SET_VALUE, nullptr, &hKey, nullptr);
+    const sim::WideString name = sim::Wide(std::string(cch, 'p'));
+    RegSetValueExW(hKey, L"ProductName", 0, REG_SZ, reinterpret_cast<const BYTE*>(name.c_str()),
+                   static_cast<DWORD>((cch + 1) * sizeof(wchar_t)));
+    RegCloseKey(hKey);
+    Say(LOG_LEVEL_E, L"line");
+    EXPECT_EQ(World::LogCount("_\r\n" + std::string(cch, 'p') + "\t"), cch == 126 ? 1u : 0u);
+    w32::AdvanceClock(kDay);
+  }
 }
 
 TEST_F(LogClock, PurgeDeletesOnlyOldFilesOfOurs) {

@@ -34,6 +34,12 @@ TEST(Analyze, KeepsStatusesAndResponsesAndDropsTheRest) {
   EXPECT_EQ(a.dwPosition, 0u);
 }
 
+TEST(Analyze, BytesAreStatusesAndResponsesByTheirHighBits) {
+  EXPECT_EQ(Analyze({0x3F, 0x40, 0x7F, 0x80, 0xC8, 0xC9, 0xCA}, true).kept, (Bytes{0x40, 0x7F, 0xC9}));
+  EXPECT_EQ(Analyze({0x7F, 0x80, 0x8F, 0x90, 0xBF, 0xE0}, false).kept, (Bytes{0x80, 0x8F}));
+  EXPECT_EQ(Analyze({0xC0, 0xCF, 0xD0, 0xDF, 0xE0}, false).kept, (Bytes{0xC0, 0xCF, 0xD0, 0xDF}));
+}
+
 TEST(Analyze, TellsWhatIsIncomplete) {
   const Analysis none = Analyze({0x20, 0xD0, 0x00}, false);
   EXPECT_FALSE(none.bComplete);
