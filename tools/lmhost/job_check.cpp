@@ -56,6 +56,7 @@ JobCheck::Outcome JobCheck::Compare(const std::string& strExpected) const {
     strArchived += before == m_archived.end() ? strBytes : strBytes.substr(before->second.size());
   }
   outcome.cbArchived = strArchived.size();
+  if (strArchived.empty()) return outcome;  // the queue's settings may have switched the archive off
   const std::string strWire = Wire().substr(m_cbWire);
   outcome.bArchiveIsWire = outcome.nReprints == 0 ? strWire == strArchived : strWire.ends_with(strArchived);
   outcome.bArchiveIsPaper = strLast == strArchived;

@@ -20,7 +20,7 @@ class JobCheck {
     bool bConfirmed = false;  // the printer gave an execution response that was due
     BYTE byResponse = 0;      // the last one
     std::size_t cbArchived = 0;
-    bool bArchiveIsWire = true;   // the archive holds what went over the wire last
+    bool bArchiveIsWire = true;   // the archive holds what went over the wire last, or nothing of this job
     bool bArchiveIsPaper = true;  // … and what stands on the paper
   };
   // strExpected: the job as it should be printed.

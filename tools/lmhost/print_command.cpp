@@ -236,7 +236,8 @@ int PrintFiles(const Options& options) {
   if (options.bAutoReprint) std::printf("  reprints  %zu\n", totals.nReprints);
   if (!options.strArchive.empty())
     std::printf("  archive   %zu bytes, %s\n", totals.cbArchived,
-                !totals.bArchiveIsWire    ? "DIFFERS from the wire"
+                totals.cbArchived == 0    ? "nothing was archived"
+                : !totals.bArchiveIsWire  ? "DIFFERS from the wire"
                 : !totals.bArchiveIsPaper ? "the same as on the wire, DIFFERS from the paper"
                                           : "the same as on the wire and on paper");
   std::printf("  paper     %s\n", HostPathOf(strOutput).c_str());
