@@ -63,14 +63,23 @@ constinit const DevData kDt7{nullptr, &kRespDt7, &kPlainSetting};
 constinit const DevData kCv4{nullptr, &kRespCv4, nullptr};
 constinit const DevData kTagline{nullptr, &kRespTagline, &kPlainSetting};
 
+// One row a model, in search order.
+// clang-format off
 constexpr DevModelEntry kTable[] = {
-    {L"Kelvane HM-520", &kSerial, &kHm520},       {L"Kelvane HM-510", &kSerial, &kHm510},
-    {L"Kelvane HM-500", &kSerial, &kHm500},       {L"Kelvane PX-7", &kNoSerial, &kPx7},
-    {L"Kelvane PX-7T", &kNoSerial, &kPx7t},       {L"Kelvane PX-5", &kNoSerial, &kPx5},
-    {L"Kelvane PX-6T", &kNoSerial, &kPx6t},       {L"Kelvane PX-9", &kNoSerial, &kPx9},
-    {L"Kelvane DT-2", &kSerialWithOption, &kDt2}, {L"Kelvane DT-7/DT-8", &kSerial, &kDt7},
-    {L"Kelvane CV-4", &kNoSettings, &kCv4},       {L"Kelvane Tagline 62", &kPlainSerial, &kTagline},
+    {L"Kelvane HM-520", &kSerial, &kHm520},
+    {L"Kelvane HM-510", &kSerial, &kHm510},
+    {L"Kelvane HM-500", &kSerial, &kHm500},
+    {L"Kelvane PX-7", &kNoSerial, &kPx7},
+    {L"Kelvane PX-7T", &kNoSerial, &kPx7t},
+    {L"Kelvane PX-5", &kNoSerial, &kPx5},
+    {L"Kelvane PX-6T", &kNoSerial, &kPx6t},
+    {L"Kelvane PX-9", &kNoSerial, &kPx9},
+    {L"Kelvane DT-2", &kSerialWithOption, &kDt2},
+    {L"Kelvane DT-7/DT-8", &kSerial, &kDt7},
+    {L"Kelvane CV-4", &kNoSettings, &kCv4},
+    {L"Kelvane Tagline 62", &kPlainSerial, &kTagline},
 };
+// clang-format on
 
 }  // namespace
 
