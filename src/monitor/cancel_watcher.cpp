@@ -7,6 +7,7 @@
 namespace {
 
 constexpr DWORD kPollMs = 500;
+constexpr int kPollsToEnd = 10;
 
 void CloseAndClear(HANDLE& hObject) noexcept {
   if (hObject != nullptr) CloseHandle(hObject);
@@ -60,7 +61,9 @@ void StartCancelWatcher(IniJob& job, const wchar_t* pszPrinterName) noexcept {
 void StopCancelWatcher(IniJob& job) noexcept {
   if (job.hThread != nullptr) {
     if (job.hEventStop != nullptr) SetEvent(job.hEventStop);
-    WaitForSingleObject(job.hThread, INFINITE);  // without a stop event the watcher has ended on its first wait
+    // Without a stop event the watcher has ended on its first wait. Should the wait for it fail, it gets the time of some
+    // polls to see the stop, since it reads the record that its owner is about to free.
+    for (int n = 0; n < kPollsToEnd && WaitForSingleObject(job.hThread, INFINITE) != WAIT_OBJECT_0; ++n) Sleep(kPollMs);
   }
   CloseAndClear(job.hThread);
   CloseAndClear(job.hEventStop);
