@@ -42,8 +42,8 @@ void FailPoint(std::uint64_t ullPoint) noexcept;
 // Fails the next nTimes calls of one API after letting nSkip of them pass, with dwError (0: the call's usual error).
 // Acts on subject threads only, like all faults.
 void FailCalls(const char* pszApi, unsigned nTimes = 1, unsigned nSkip = 0, DWORD dwError = 0) noexcept;
-// Lets the next call of one API take this long instead of failing. Acts on subject threads only.
-void SlowCall(const char* pszApi, DWORD dwMilliseconds) noexcept;
+// Lets the next call of one API, after nSkip of them, take this long instead of failing. Acts on subject threads only.
+void SlowCall(const char* pszApi, DWORD dwMilliseconds, unsigned nSkip = 0) noexcept;
 // Fails points at random: nPerMille of a thousand.
 void FailRandomly(unsigned nPerMille) noexcept;
 // Name of the API that failed last, or an empty text.

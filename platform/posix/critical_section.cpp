@@ -3,6 +3,9 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <thread>
+
 namespace w32 {
 namespace {
 
@@ -44,7 +47,7 @@ VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   scheduler.WaitUntil(
       lock, "critical section", [&] { return section.pOwner == nullptr || section.pOwner == &self; }, INFINITE);
   section.pOwner = &self;
-  ++section.nDepth;
+  if (section.nDepth++ == 0) ++self.nSections;
 }
 
 VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
@@ -57,7 +60,11 @@ VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   Thread& self = scheduler.Self();
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   if (section.pOwner != &self) Unsupported("leaving a critical section that another thread owns");
-  if (--section.nDepth == 0) section.pOwner = nullptr;
+  if (--section.nDepth != 0) return;
+  section.pOwner = nullptr;
+  --self.nSections;
+  lock.unlock();
+  scheduler.Call();  // what stands behind the release may be overtaken
 }
 
 VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
@@ -66,6 +73,36 @@ VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   delete &section;
   lpCriticalSection->pState = nullptr;
   Book(Account::CriticalSections, -1);
+}
+
+VOID WINAPI AcquireSRWLockExclusive(PSRWLOCK SRWLock) {
+  Scheduler& scheduler = Scheduler::Get();
+  if (scheduler.Mode() == TimeMode::Real) {
+    std::atomic_ref<PVOID> word(SRWLock->Ptr);
+    for (PVOID pFree = nullptr; !word.compare_exchange_weak(pFree, SRWLock, std::memory_order_acquire); pFree = nullptr)
+      std::this_thread::yield();
+    return;
+  }
+  scheduler.Call();
+  Thread& self = scheduler.Self();
+  std::unique_lock<std::mutex> lock(scheduler.WorldLock());
+  if (SRWLock->Ptr == &self) Unsupported("taking a slim lock that the thread holds");
+  scheduler.WaitUntil(
+      lock, "slim lock", [&] { return SRWLock->Ptr == nullptr; }, INFINITE);
+  SRWLock->Ptr = &self;
+}
+
+VOID WINAPI ReleaseSRWLockExclusive(PSRWLOCK SRWLock) {
+  Scheduler& scheduler = Scheduler::Get();
+  if (scheduler.Mode() == TimeMode::Real) {
+    std::atomic_ref<PVOID>(SRWLock->Ptr).store(nullptr, std::memory_order_release);
+    return;
+  }
+  {
+    std::unique_lock<std::mutex> lock(scheduler.WorldLock());
+    SRWLock->Ptr = nullptr;
+  }
+  scheduler.Call();
 }
 
 }  // extern "C"

@@ -73,10 +73,10 @@ void FailCalls(const char* pszApi, unsigned nTimes, unsigned nSkip, DWORD dwErro
   plans.bActive = true;
 }
 
-void SlowCall(const char* pszApi, DWORD dwMilliseconds) noexcept {
+void SlowCall(const char* pszApi, DWORD dwMilliseconds, unsigned nSkip) noexcept {
   Plans& plans = ThePlans();
   std::lock_guard<std::mutex> lock(plans.mutex);
-  plans.calls.push_back(CallPlan{pszApi, 1, 0, 0, dwMilliseconds});
+  plans.calls.push_back(CallPlan{pszApi, 1, nSkip, 0, dwMilliseconds});
   plans.bActive = true;
 }
 

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <set>
 
 namespace w32 {
@@ -54,8 +55,8 @@ DWORD NotFound(const std::string& strPath) {
 // Whether an open with these rights goes together with those that are in force.
 bool Compatible(const std::string& strPath, DWORD dwAccess, DWORD dwShare) {
   const auto needs = [](DWORD dw) {
-    return ((dw & GENERIC_READ) ? FILE_SHARE_READ : 0u) | ((dw & GENERIC_WRITE) ? FILE_SHARE_WRITE : 0u) |
-           ((dw & DELETE) ? FILE_SHARE_DELETE : 0u);
+    return ((dw & (GENERIC_READ | FILE_LIST_DIRECTORY | FILE_TRAVERSE)) ? FILE_SHARE_READ : 0u) |
+           ((dw & GENERIC_WRITE) ? FILE_SHARE_WRITE : 0u) | ((dw & DELETE) ? FILE_SHARE_DELETE : 0u);
   };
   for (const File* pFile : OpenFiles()) {
     if (pFile->strHostPath != strPath) continue;
@@ -67,12 +68,17 @@ bool Compatible(const std::string& strPath, DWORD dwAccess, DWORD dwShare) {
 // Whether another process holds the file in a way that keeps this one out.
 bool HeldElsewhere(int nFile, DWORD dwShare) { return flock(nFile, (dwShare == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0; }
 
-// A file about to be deleted or moved must not be open without the right to be deleted.
+// A file or folder about to be deleted or moved must not be open without the right to be deleted, nor anything below it be
+// open at all.
 bool FreeToGo(const std::string& strPath) {
   {
     std::lock_guard<std::mutex> lock(g_openMutex);
     if (!Compatible(strPath, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) return false;
+    for (const File* pFile : OpenFiles())
+      if (pFile->strHostPath.starts_with(strPath + "/")) return false;
   }
+  struct stat status {};
+  if (lstat(strPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return true;
   const int nFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   if (nFile < 0) return true;
   const bool bHeld = HeldElsewhere(nFile, FILE_SHARE_READ);
@@ -91,6 +97,14 @@ File::~File() {
   std::lock_guard<std::mutex> lock(g_openMutex);
   OpenFiles().erase(this);
   close(nFile);
+  if (strDeleteAtClose.empty()) return;
+  if (unlink(strDeleteAtClose.c_str()) != 0) rmdir(strDeleteAtClose.c_str());
+  StampWithClock(ParentOf(strDeleteAtClose));
+}
+
+bool IsEmptyFolder(const std::string& strHostPath) {
+  std::error_code ignored;
+  return std::filesystem::is_empty(strHostPath, ignored);
 }
 
 }  // namespace w32
@@ -111,6 +125,9 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
   };
   if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
 
+  struct stat link {};
+  const bool bLink = (dwFlagsAndAttributes & FILE_FLAG_OPEN_REPARSE_POINT) != 0 &&
+                     lstat(path.strHost.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
   const bool bFolder = IsFolder(path.strHost);
   if (bFolder && (dwFlagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS) == 0) return fail(ERROR_ACCESS_DENIED);
   if ((dwDesiredAccess & GENERIC_WRITE) != 0 && IsReadOnly(path.strHost)) return fail(ERROR_ACCESS_DENIED);
@@ -124,11 +141,12 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
     default: Unsupported("CreateFileW with this disposition");
   }
   std::lock_guard<std::mutex> lock(g_openMutex);
-  const bool bExisted = access(path.strHost.c_str(), F_OK) == 0;
+  if (bLink) nFlags = O_CLOEXEC | O_PATH | O_NOFOLLOW;
+  const bool bExisted = bLink || access(path.strHost.c_str(), F_OK) == 0;
   if (bExisted && !Compatible(path.strHost, dwDesiredAccess, dwShareMode)) return fail(ERROR_SHARING_VIOLATION);
   const int nFile = open(path.strHost.c_str(), nFlags, 0666);
   if (nFile < 0) return fail(errno == ENOENT ? NotFound(path.strHost) : FromErrno(errno));
-  if (!bFolder && HeldElsewhere(nFile, dwShareMode)) {
+  if (!bFolder && !bLink && HeldElsewhere(nFile, dwShareMode)) {
     close(nFile);
     return fail(ERROR_SHARING_VIOLATION);
   }
@@ -249,7 +267,7 @@ BOOL WINAPI MoveFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName) {
   const MappedPath to = MapPath(lpNewFileName);
   if (from.dwError != ERROR_SUCCESS) return Fails(from.dwError);
   if (to.dwError != ERROR_SUCCESS) return Fails(to.dwError);
-  if (!FreeToGo(from.strHost)) return Fails(ERROR_SHARING_VIOLATION);
+  if (!FreeToGo(from.strHost)) return Fails(IsFolder(from.strHost) ? ERROR_ACCESS_DENIED : ERROR_SHARING_VIOLATION);
   if (access(to.strHost.c_str(), F_OK) == 0) return Fails(ERROR_ALREADY_EXISTS);
   if (rename(from.strHost.c_str(), to.strHost.c_str()) != 0) return Fails(FromErrno(errno));
   return TRUE;
@@ -277,6 +295,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
   if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
   struct stat status {};
   const bool bLink = lstat(path.strHost.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  if (!FreeToGo(path.strHost)) return Fails(ERROR_SHARING_VIOLATION);
   if ((bLink ? unlink(path.strHost.c_str()) : rmdir(path.strHost.c_str())) != 0) return Fails(FromErrno(errno));
   StampWithClock(ParentOf(path.strHost));
   return TRUE;

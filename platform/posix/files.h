@@ -18,6 +18,7 @@ class File : public Object {
   const DWORD dwAccess;
   const DWORD dwShare;
   const std::string strHostPath;
+  std::string strDeleteAtClose;  // the entry that goes with this handle; empty: none
 };
 
 // A Windows path, checked and mapped. dwError is the code that a call on an impossible path reports.
@@ -26,6 +27,8 @@ struct MappedPath {
   DWORD dwError = ERROR_SUCCESS;
 };
 MappedPath MapPath(const wchar_t* pszPath);
+
+bool IsEmptyFolder(const std::string& strHostPath);
 
 std::u16string FromUtf8(const std::string& strText);
 

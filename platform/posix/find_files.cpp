@@ -33,13 +33,15 @@ bool Matches(const char* pszPattern, const char* pszName) {
 
 bool Describe(const std::string& strFolder, const std::string& strName, WIN32_FIND_DATAW& data) {
   struct stat status {};
-  if (stat((strFolder + "/" + strName).c_str(), &status) != 0) return false;
+  const std::string strPath = strFolder + "/" + strName;
+  // A link that leads nowhere is an entry all the same.
+  if (stat(strPath.c_str(), &status) != 0 && lstat(strPath.c_str(), &status) != 0) return false;
   data = {};
   data.dwFileAttributes = S_ISDIR(status.st_mode)           ? FILE_ATTRIBUTE_DIRECTORY
                           : (status.st_mode & S_IWUSR) == 0 ? FILE_ATTRIBUTE_READONLY
                                                             : FILE_ATTRIBUTE_NORMAL;
   struct stat link {};
-  if (lstat((strFolder + "/" + strName).c_str(), &link) == 0 && S_ISLNK(link.st_mode))
+  if (lstat(strPath.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
     data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
   const std::uint64_t ullTicks = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 10'000'000 +
                                  static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 100 + 116'444'736'000'000'000ULL;

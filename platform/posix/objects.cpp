@@ -222,17 +222,20 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL bManualReset, BOOL bIniti
   return NewHandle(std::make_shared<Event>(bManualReset != FALSE, bInitialState != FALSE));
 }
 
+// The change comes first: whoever it wakes may run before the caller goes on.
 static BOOL PutEvent(HANDLE hEvent, bool bSet) {
-  PlatformCall();
   const auto pEvent = FindObject<Event>(hEvent);
   if (!pEvent) {
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   Scheduler& scheduler = Scheduler::Get();
-  std::lock_guard<std::mutex> lock(scheduler.WorldLock());
-  pEvent->Put(bSet);
-  scheduler.Changed();
+  {
+    std::lock_guard<std::mutex> lock(scheduler.WorldLock());
+    pEvent->Put(bSet);
+    scheduler.Changed();
+  }
+  PlatformCall();
   return TRUE;
 }
 
@@ -259,7 +262,6 @@ HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL bInitialOwner, LPCWSTR lp
 }
 
 BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
-  PlatformCall();
   const auto pMutex = FindObject<Mutex>(hMutex);
   if (!pMutex) {
     SetLastError(ERROR_INVALID_HANDLE);
@@ -267,12 +269,15 @@ BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
   }
   Scheduler& scheduler = Scheduler::Get();
   Thread& self = scheduler.Self();
-  std::lock_guard<std::mutex> lock(scheduler.WorldLock());
-  if (!pMutex->Release(self)) {
-    SetLastError(ERROR_NOT_OWNER);
-    return FALSE;
+  {
+    std::lock_guard<std::mutex> lock(scheduler.WorldLock());
+    if (!pMutex->Release(self)) {
+      SetLastError(ERROR_NOT_OWNER);
+      return FALSE;
+    }
+    scheduler.Changed();
   }
-  scheduler.Changed();
+  PlatformCall();
   return TRUE;
 }
 

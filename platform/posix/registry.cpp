@@ -118,6 +118,10 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, REGSAM samDesir
   return Open("RegOpenKeyExW", hKey, Wide(lpSubKey), samDesired, phkResult);
 }
 
+LSTATUS WINAPI RegOpenCurrentUser(REGSAM samDesired, PHKEY phkResult) {
+  return Open("RegOpenCurrentUser", HKEY_CURRENT_USER, u"", samDesired, phkResult);
+}
+
 LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD, REGSAM samDesired, PHKEY phkResult) {
   return Open("RegOpenKeyExA", hKey, std::u16string(lpSubKey, lpSubKey + std::strlen(lpSubKey)), samDesired, phkResult);
 }

@@ -56,6 +56,20 @@ std::string Resolve(const std::string& strFolder, const std::string& strName) {
   return strFound;
 }
 
+// Most paths name something that is there, in the very case: one look tells. Appends the path to the drive's host folder then.
+bool IsThereAsWritten(const std::string& strPath, std::string& strDrive, struct stat& status) {
+  if (strPath.find("\\.") != std::string::npos || strPath.find(".\\") != std::string::npos ||
+      strPath.find(" \\") != std::string::npos || strPath.back() == '.' || strPath.back() == ' ')
+    return false;
+  std::string strHost = strDrive + strPath.substr(std::min<std::size_t>(2, strPath.size()));
+  for (char& c : strHost)
+    if (c == '\\') c = '/';
+  while (strHost.back() == '/') strHost.pop_back();
+  if (lstat(strHost.c_str(), &status) != 0) return false;
+  strDrive = strHost;
+  return true;
+}
+
 }  // namespace
 
 std::string SandboxRoot() {
@@ -83,6 +97,7 @@ MappedPath MapPath(const wchar_t* pszPath) {
   struct stat status {};
   if (stat(strHost.c_str(), &status) != 0) return {strHost, ERROR_PATH_NOT_FOUND};
   const std::size_t nRoot = strHost.size();
+  if (IsThereAsWritten(strPath, strHost, status)) return {strHost, ERROR_SUCCESS};
   for (std::size_t nStart = 3; nStart < strPath.size();) {
     std::size_t nEnd = strPath.find('\\', nStart);
     if (nEnd == std::string::npos) nEnd = strPath.size();

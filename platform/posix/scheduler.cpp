@@ -91,6 +91,7 @@ void Scheduler::ThreadBegins(const std::shared_ptr<Thread>& pThread) {
 void Scheduler::ThreadEnds() {
   std::unique_lock<std::mutex> lock(m_mutex);
   Thread& self = *t_pSelf;
+  if (self.nSections != 0) Unsupported("a thread that ends while it owns a critical section");
   self.bEnded = true;
   std::erase_if(m_threads, [&](const std::shared_ptr<Thread>& p) { return p.get() == &self; });
   if (m_mode == TimeMode::Real) {
@@ -231,7 +232,14 @@ DWORD WINAPI GetTickCount() { return Scheduler::Get().TickCount(); }
 
 DWORD WINAPI GetCurrentThreadId() { return Scheduler::Get().Self().dwId; }
 
-DWORD WINAPI GetCurrentProcessId() { return static_cast<DWORD>(getpid()); }
+// As cheap as on Windows; a forked child asks anew.
+DWORD WINAPI GetCurrentProcessId() {
+  static std::atomic<DWORD> dwId = [] {
+    pthread_atfork(nullptr, nullptr, [] { dwId = static_cast<DWORD>(getpid()); });
+    return static_cast<DWORD>(getpid());
+  }();
+  return dwId.load(std::memory_order_relaxed);
+}
 
 HANDLE WINAPI GetCurrentProcess() { return INVALID_HANDLE_VALUE; }
 

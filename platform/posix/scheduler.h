@@ -26,6 +26,7 @@ struct Thread {
   bool bHasDeadline = false;
   std::int64_t llDeadline = 0;  // 100-ns units of the scheduler's clock
   std::string strWaitsFor;
+  int nSections = 0;  // critical sections that it owns; simulated time
 };
 
 class Scheduler {

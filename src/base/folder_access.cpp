@@ -1,7 +1,6 @@
 #include "base/folder_access.h"
 
 #include <aclapi.h>
-#include <shlwapi.h>
 #include <windows.h>
 
 #include "base/owners.h"
@@ -21,17 +20,11 @@ using UniqueLocal = std::unique_ptr<void, LocalFreer>;
 
 }  // namespace
 
-bool GrantUsersFullAccess(const wchar_t* pwszFolder) noexcept {
-  if (!PathIsDirectoryW(pwszFolder) && !CreateDirectoryW(pwszFolder, nullptr)) return false;
-
-  const UniqueHandle hFolder(CreateFileW(pwszFolder, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_EXISTING,
-                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  if (hFolder.get() == INVALID_HANDLE_VALUE) return false;
-
+bool GrantUsersFullAccess(HANDLE hFolder) noexcept {
   // The old list is not merged: being able to read it only proves that the folder takes access lists.
   PSECURITY_DESCRIPTOR pDescriptor = nullptr;
   PACL pOldList = nullptr;
-  if (GetSecurityInfo(hFolder.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &pOldList, nullptr,
+  if (GetSecurityInfo(hFolder, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &pOldList, nullptr,
                       &pDescriptor) != ERROR_SUCCESS)
     return false;
   const UniqueLocal descriptor(pDescriptor);
@@ -54,6 +47,13 @@ bool GrantUsersFullAccess(const wchar_t* pwszFolder) noexcept {
   if (SetEntriesInAclW(1, &entry, nullptr, &pNewList) != ERROR_SUCCESS) return false;
   const UniqueLocal newList(pNewList);
 
-  return SetSecurityInfo(hFolder.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, pNewList,
-                         nullptr) == ERROR_SUCCESS;
+  return SetSecurityInfo(hFolder, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, pNewList, nullptr) ==
+         ERROR_SUCCESS;
+}
+
+bool GrantUsersFullAccess(const wchar_t* pszFolder) noexcept {
+  const HANDLE hFolder =
+      CreateFileW(pszFolder, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  const UniqueHandle owner(hFolder);
+  return hFolder != INVALID_HANDLE_VALUE && GrantUsersFullAccess(hFolder);
 }

@@ -1,7 +1,12 @@
 // The access rule of the folders that every user's programs write to: the log folders and the job archive.
 #pragma once
 
-// Gives the built-in Users group (S-1-5-32-545) full access to a folder, inherited by what lies in it, in place of the
-// folder's own entries; entries that it inherits stay in force. A folder that is missing is created first.
+#include <windows.h>
+
+// Gives the built-in Users group (S-1-5-32-545) full access to an open folder, inherited by what lies in it, in place of
+// the folder's own entries; entries that it inherits stay in force. The handle has the rights READ_CONTROL and WRITE_DAC.
 // Returns whether the new list was set. Nothing is logged: the log itself calls this.
-bool GrantUsersFullAccess(const wchar_t* pwszFolder) noexcept;
+bool GrantUsersFullAccess(HANDLE hFolder) noexcept;
+
+// The same for a folder by its path, which may lead through links.
+bool GrantUsersFullAccess(const wchar_t* pszFolder) noexcept;

@@ -4,11 +4,11 @@
 #include <winspool.h>
 
 #include <cwchar>
-#include <optional>
 
 #include "base/memory.h"
 #include "base/owners.h"
 #include "base/retention.h"
+#include "base/safe_path.h"
 #include "base/text.h"
 #include "common/job_folders.h"
 #include "common/log_module.h"
@@ -108,13 +108,23 @@ struct AgeingKey {
 
 enum class KeyLookup { Found, NoGuid, NoQueue };
 
+// The hive of the client for whom the thread acts. The process's own idea of the current user is made once and kept, by
+// whoever asked first.
+LSTATUS OpenClientHive(REGSAM samDesired, UniqueKey& hive) noexcept {
+  HKEY hKey = nullptr;
+  const LSTATUS lError = RegOpenCurrentUser(samDesired, &hKey);
+  hive.reset(lError == ERROR_SUCCESS ? hKey : nullptr);
+  return lError;
+}
+
 KeyLookup FindAgeingKey(HANDLE hPrinter, AgeingKey& key) noexcept {
   wchar_t wszDriver[261] = {};
   if (hPrinter == nullptr || !Get_Driver_Name(hPrinter, wszDriver)) return KeyLookup::NoQueue;
   wchar_t wszGuid[128 / sizeof(wchar_t) + 1] = {};
   DWORD cbGuid = 0;
-  ReadPrinterData(hPrinter, L"UtilityGUID", wszGuid, 128, cbGuid);
-  if (cbGuid == 0) return KeyLookup::NoGuid;
+  // One that cannot be read whole is none: a name cut short would be shared by queues that have nothing in common.
+  if (ReadPrinterData(hPrinter, L"UtilityGUID", wszGuid, 128, cbGuid) != ERROR_SUCCESS || cbGuid == 0)
+    return KeyLookup::NoGuid;
   FormatWide(key.wszPath, L"SOFTWARE\\Kelvane\\%s\\%s", wszDriver, wszGuid);
   return KeyLookup::Found;
 }
@@ -130,9 +140,12 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
   HeapPtr<wchar_t> root = ReadRoot(hPrinter, cbRoot);
   *ppszDataPath = root.release();
 
-  DWORD dwWord = dwChkJobFileTime;
+  // A queue that stores no word leaves alone what the others' job ends have made of it meanwhile.
+  const DWORD dwBefore = dwChkJobFileTime;
+  DWORD dwWord = dwBefore;
   DWORD cbWord = sizeof dwWord;
-  dwChkJobFileTime = GetJobReg(hPrinter, kAgeingValue, &dwWord, &cbWord) == ERROR_SUCCESS ? dwWord : 0;
+  if (GetJobReg(hPrinter, kAgeingValue, &dwWord, &cbWord) != ERROR_SUCCESS) dwWord = 0;
+  if (dwWord != dwBefore) dwChkJobFileTime = dwWord;
 
   const ArchiveSwitch setting = bLogSettingFlags ? ReadFlagSettings(hPrinter) : ReadPlainSettings(hPrinter);
   nJobValidDays = setting.nDays;
@@ -143,23 +156,48 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
 
   const std::size_t cchName = cbRoot + kFileNameChars;
   auto name = AllocBlock<wchar_t>(cchName * sizeof(wchar_t));
-  if (!name) return FALSE;
+  if (!name) {
+    AssertHere();
+    return FALSE;
+  }
   const std::span<wchar_t> buffer(name.get(), cchName);
-  FormatWide(buffer, L"%s\\%04d%02d%02d", pszRoot, st.wYear, st.wMonth, st.wDay);
-  if (!PathIsDirectoryW(name.get()) && !CreateJobFolder(name.get()))
+  wchar_t wszDay[16];
+  FormatWide(wszDay, L"%04d%02d%02d", st.wYear, st.wMonth, st.wDay);
+  FormatWide(buffer, L"%s\\%s", pszRoot, wszDay);
+  SafeRoot safeRoot;
+  SafeFolder day;
+  if (!safeRoot.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMakeForUsers(safeRoot, wszDay) != SafeOpen::Opened) {
     LogE(L"Fail to create the output job folder. [%s]", name.get());
-  if (!PathIsDirectoryW(name.get())) return FALSE;
-  FormatWide(buffer, L"%s\\%04d%02d%02d\\%02d%02d_%02d(%03d).prn", pszRoot, st.wYear, st.wMonth, st.wDay, st.wHour,
-             st.wMinute, st.wSecond, st.wMilliseconds);
+    return FALSE;
+  }
+  FormatWide(buffer, L"%s\\%s\\%02d%02d_%02d(%03d).prn", pszRoot, wszDay, st.wHour, st.wMinute, st.wSecond,
+             st.wMilliseconds);
   *ppszFilePath = name.release();
   return TRUE;
 }
 
+// Where the last name of a path's first cch characters begins.
+static std::size_t LastNameAt(const wchar_t* pszPath, std::size_t cch) noexcept {
+  while (cch > 0 && pszPath[cch - 1] != L'\\') --cch;
+  return cch;
+}
+
+// Opens a job's file in its day folder, which is held open as well; the path ends in the two names.
+static UniqueHandle OpenJobFile(const wchar_t* pszFilePath, SafeFolder& day) noexcept {
+  const std::size_t nFile = LastNameAt(pszFilePath, wcslen(pszFilePath));
+  const std::size_t nDay = nFile > 0 ? LastNameAt(pszFilePath, nFile - 1) : 0;
+  PathText dayName;
+  SafeRoot root;
+  const bool bOpened = nDay > 1 && dayName.Assign(pszFilePath + nDay, nFile - 1 - nDay) &&
+                       root.Resolve(pszFilePath, nDay - 1) && day.Open(root, dayName.Text()) == SafeOpen::Opened;
+  return bOpened ? day.OpenFile(pszFilePath + nFile, GENERIC_WRITE, OPEN_ALWAYS) : nullptr;
+}
+
 BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept {
   const KeepLastError keep;
-  const UniqueHandle hFile(
-      CreateFileW(pszFilePath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (hFile.get() == INVALID_HANDLE_VALUE) {
+  SafeFolder day;
+  const UniqueHandle hFile = OpenJobFile(pszFilePath, day);
+  if (!hFile) {
     LogE(L"Fail to open the output job file. [%s]", pszFilePath);
     return FALSE;
   }
@@ -191,22 +229,19 @@ void CJob::AgeAtJobEnd(HANDLE hPrinter, const wchar_t* pszRoot) noexcept {
 void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const noexcept {
   if (pszRoot == nullptr || *pszRoot == 0) return;
   const DWORD dwLimit = static_cast<DWORD>(ullNow >> 32) - RetentionUnits(nJobValidDays);
-  const std::size_t cchPath = wcslen(pszRoot) + 256 + 1 + MAX_PATH;
-  const auto path = AllocBlock<wchar_t>(cchPath * sizeof(wchar_t));
-  if (!path) return;
-  const std::span<wchar_t> buffer(path.get(), cchPath);
-  FormatWide(buffer, L"%s\\*.*", pszRoot);
+  SafeRoot safeRoot;
+  SafeFolder root;
+  if (!safeRoot.Resolve(pszRoot, wcslen(pszRoot)) || !root.OpenRoot(safeRoot)) return;
   WIN32_FIND_DATAW entry;
-  const UniqueFind hFind(FindFirstFileW(path.get(), &entry));
+  const UniqueFind hFind = root.List(L"*.*", entry);
   if (hFind.get() == INVALID_HANDLE_VALUE) return;
   do {
     const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     if (!bFolder || entry.cFileName[0] == L'.' || entry.ftLastWriteTime.dwHighDateTime >= dwLimit) continue;
-    FormatWide(buffer, L"%s\\%s", pszRoot, entry.cFileName);
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      RemoveDirectoryW(path.get());
+      root.DeleteEntry(entry.cFileName);
     } else {
-      DeleteFolderTree(path.get());
+      DeleteFolderTree(root, entry.cFileName);
     }
   } while (FindNextFileW(hFind.get(), &entry));
 }
@@ -216,9 +251,12 @@ void CJob::SetJobReg(HANDLE hPrinter, const wchar_t*, DWORD dwValue, DWORD) cons
   const KeyLookup lookup = FindAgeingKey(hPrinter, key);
   if (lookup == KeyLookup::NoGuid) LogE(L"GetPrinterData [dwReturned:0]");
   if (lookup != KeyLookup::Found) return;
+  UniqueKey hive;
   HKEY hKey = nullptr;
-  LSTATUS lError = RegCreateKeyExW(HKEY_CURRENT_USER, key.wszPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                   KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY, nullptr, &hKey, nullptr);
+  LSTATUS lError = OpenClientHive(KEY_CREATE_SUB_KEY, hive);
+  if (lError == ERROR_SUCCESS)
+    lError = RegCreateKeyExW(hive.get(), key.wszPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                             KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY, nullptr, &hKey, nullptr);
   if (lError != ERROR_SUCCESS) {
     LogE(L"RegCreateKeyEx [err:%d]", lError);
     return;
@@ -235,8 +273,10 @@ DWORD CJob::GetJobReg(HANDLE hPrinter, const wchar_t*, void* pValue, DWORD* pcbV
     case KeyLookup::NoGuid: LogE(L"GetPrinterData [dwReturned:0]"); return ERROR_SUCCESS;
     case KeyLookup::Found: break;
   }
+  UniqueKey hive;
   HKEY hKey = nullptr;
-  LSTATUS lError = RegOpenKeyExW(HKEY_CURRENT_USER, key.wszPath, 0, KEY_QUERY_VALUE, &hKey);
+  LSTATUS lError = OpenClientHive(KEY_QUERY_VALUE, hive);
+  if (lError == ERROR_SUCCESS) lError = RegOpenKeyExW(hive.get(), key.wszPath, 0, KEY_QUERY_VALUE, &hKey);
   if (lError != ERROR_SUCCESS) {
     LogW(L"RegOpenKeyEx [err:%d]", lError);
     return static_cast<DWORD>(lError);

@@ -8,11 +8,11 @@
 #include "base/memory.h"
 #include "base/owners.h"
 #include "base/text.h"
+#include "common/log_module.h"
 
 namespace {
 
 constexpr std::size_t kLongestListedPath = 259;
-constexpr std::size_t kPathChars = 520;
 
 }  // namespace
 
@@ -24,7 +24,10 @@ BOOL CreateJobFolder(const wchar_t* pszPath) noexcept {
   if (!PathIsDirectoryW(pszPath)) {
     const std::size_t cch = wcslen(pszPath) + 16;
     const auto path = AllocBlock<wchar_t>(cch * sizeof(wchar_t));
-    if (!path) return FALSE;
+    if (!path) {
+      AssertHere();
+      return FALSE;
+    }
     CopyIfFits({path.get(), cch}, pszPath);
     for (wchar_t* p = path.get();; ++p) {
       if (*p != L'\\' && *p != 0) continue;
@@ -40,28 +43,27 @@ BOOL CreateJobFolder(const wchar_t* pszPath) noexcept {
   return TRUE;
 }
 
-void DeleteFolderTree(const wchar_t* pszPath) noexcept {
-  const std::size_t cchPath = wcslen(pszPath);
-  if (cchPath > kLongestListedPath) return;
-  wchar_t wszChild[kPathChars];
-  FormatWide(wszChild, L"%s\\*.*", pszPath);
-  {
-    WIN32_FIND_DATAW entry;
-    const UniqueFind hFind(FindFirstFileW(wszChild, &entry));
-    if (hFind.get() != INVALID_HANDLE_VALUE) {
-      do {
-        const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        if (bFolder && entry.cFileName[0] == L'.') continue;
-        if (!FormatWide(wszChild, L"%s\\%s", pszPath, entry.cFileName)) continue;
-        if (!bFolder) {
-          DeleteFileW(wszChild);
-        } else if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-          RemoveDirectoryW(wszChild);
-        } else {
-          DeleteFolderTree(wszChild);
-        }
-      } while (FindNextFileW(hFind.get(), &entry));
+// The folder stays open while it is walked, so that what is found in it is deleted in it.
+static void DeleteContent(const SafeFolder& folder) noexcept {
+  WIN32_FIND_DATAW entry;
+  const UniqueFind hFind = folder.List(L"*.*", entry);
+  if (hFind.get() == INVALID_HANDLE_VALUE) return;
+  do {
+    const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (bFolder && entry.cFileName[0] == L'.') continue;
+    if (bFolder && (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+      DeleteFolderTree(folder, entry.cFileName);
+    } else {
+      folder.DeleteEntry(entry.cFileName);
     }
+  } while (FindNextFileW(hFind.get(), &entry));
+}
+
+void DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept {
+  if (wcslen(parent.Path()) + 1 + wcslen(pszName) > kLongestListedPath) return;
+  {
+    SafeFolder folder;
+    if (folder.Open(parent, pszName) == SafeOpen::Opened) DeleteContent(folder);
   }
-  RemoveDirectoryW(pszPath);
+  parent.DeleteEntry(pszName);
 }

@@ -2,10 +2,12 @@
 #pragma once
 #include <windows.h>
 
+#include "base/safe_path.h"
+
 // Makes a folder level by level, cut at each backslash, and gives the deepest level the Users access rule. TRUE when the
 // folder exists afterwards. A null or empty path: FALSE with last error ERROR_INVALID_PARAMETER.
 BOOL CreateJobFolder(const wchar_t* pszPath) noexcept;
 
-// Deletes a folder with all it holds, but for sub-folders whose names begin with a dot. A link to a folder elsewhere goes,
-// what it leads to stays. Reports nothing: a folder that still holds something stays.
-void DeleteFolderTree(const wchar_t* pszPath) noexcept;
+// Deletes a folder with all it holds, but for sub-folders whose names begin with a dot; the folder that it lies in is held
+// open by the caller. A link goes, what it leads to stays. Reports nothing: a folder that still holds something stays.
+void DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept;

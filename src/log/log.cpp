@@ -1,7 +1,6 @@
 #include "log/log.h"
 
 #include <cstdarg>
-#include <cstdio>
 
 #include "base/owners.h"
 #include "log/log_object.h"
@@ -24,14 +23,4 @@ void OutputLogEx(DWORD dwLevel, const char* pszModule, const char* pszRoutine, c
     case LogOutcome::DumpBinary:
     case LogOutcome::Dump: Assert(".\\Log", "OutputLogEx", 59, GetLastError()); break;
   }
-}
-
-void Assert(const char* pszSourceFile, const char* pszRoutine, int nLine, DWORD dwSystemErrorCode) noexcept {
-  const KeepLastError keep;
-  char szText[512];
-  std::snprintf(szText, sizeof szText, "Assert!! \r\nFile:%s(line:%d)/ %s\r\n(system error code :%d)", pszSourceFile,
-                nLine, pszRoutine, static_cast<int>(dwSystemErrorCode));
-  wchar_t wszText[512] = {};
-  MultiByteToWideChar(CP_ACP, 0, szText, -1, wszText, 512);
-  OutputDebugStringW(wszText);
 }

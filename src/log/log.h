@@ -1,7 +1,8 @@
 // The one front end through which every routine reports, and Assert for broken invariants.
 //
 // A line of the log is one line of code: LogE(L"OpenPrinter [err:%d, PrinterName:%s]", dwError, pszPrinterName);
-// The macros add level, module, routine, source place, process and thread. Each folder of the product says once which
+// The macros add level, module, routine, source place, process and thread, and evaluate nothing of it while the level is
+// off. Each folder of the product says once which
 // module it reports as: LOG_MODULE in its log_module.h.
 #pragma once
 
@@ -10,30 +11,19 @@
 #include <cstddef>
 #include <cstdint>
 
-// Level bits; a call carries exactly one. The mask in the registry value "LogLevelPos" is made of the same bits.
-inline constexpr DWORD LOG_LEVEL_E = 0x002;  // failures
-inline constexpr DWORD LOG_LEVEL_W = 0x004;  // anomalies that are handled
-inline constexpr DWORD LOG_LEVEL_I = 0x010;  // routine entry, calls into the port monitor, cancel and status events
-inline constexpr DWORD LOG_LEVEL_D = 0x080;  // details of device traffic and settings
-inline constexpr DWORD LOG_LEVEL_T = 0x100;  // fine trace
-inline constexpr DWORD LOG_LEVEL_V = 0x400;  // not used by this system
-inline constexpr DWORD LOG_LEVEL_DUMP = 0x203000;  // dump bits; a call that carries one is reported with Assert
-inline constexpr DWORD LOG_OFF = 0x80000000;       // mask bit: no logging at all, not even trace records
+#include "log/assert.h"
+#include "log/level.h"
 
 // Writes one line, stores one trace record or drops the call, as the level mask says. Never fails towards its caller and
 // leaves the thread's last-error code as it found it. Any thread, any time while the module is loaded.
 //   dwLevel        one level bit
 //   pszModule      module pair: tag, NUL, log folder name, NUL; null for the pair remembered at process attach
-//   pszRoutine     name of the calling routine, printed with the line number
+//   pszRoutine     name of the calling routine, printed with the line number; a text that stays while the module is loaded
 //   pszSourceFile  accepted and not printed
 //   pwszFormat     wide printf format; "%s" takes wide texts. A message holds at most 5,119 characters; a longer one
 //                  gives no line.
 void OutputLogEx(DWORD dwLevel, const char* pszModule, const char* pszRoutine, const char* pszSourceFile, int nLine,
                  DWORD dwProcessId, DWORD dwThreadId, const wchar_t* pwszFormat, ...) noexcept;
-
-// Reports a broken invariant or a failed internal allocation as one text to the debugger output, cut at 511 characters.
-// Stops nothing, changes nothing and writes nothing to the log.
-void Assert(const char* pszSourceFile, const char* pszRoutine, int nLine, DWORD dwSystemErrorCode) noexcept;
 
 // An address as the formats print it ("0x%08x"): its low 32 bits.
 inline DWORD LogAddress(const volatile void* p) noexcept {
@@ -93,11 +83,13 @@ struct LogReportsAs {
 
 #define LOG_ROUTINE (LogReportsAs::Name() != nullptr ? LogReportsAs::Name() : kLogRoutine.sz)
 
-#define LOG_LINE(dwLevel, ...)                                                                                       \
-  do {                                                                                                               \
-    static constexpr auto kLogRoutine = log_detail::RoutineName(__PRETTY_FUNCTION__);                                \
-    OutputLogEx((dwLevel), LOG_MODULE, LOG_ROUTINE, __FILE__, __LINE__, GetCurrentProcessId(), GetCurrentThreadId(), \
-                __VA_ARGS__);                                                                                        \
+#define LOG_LINE(dwLevel, ...)                                                                     \
+  do {                                                                                             \
+    static constexpr auto kLogRoutine = log_detail::RoutineName(__PRETTY_FUNCTION__);              \
+    const DWORD dwLineLevel = (dwLevel);                                                           \
+    if (IsLogWanted(dwLineLevel))                                                                  \
+      OutputLogEx(dwLineLevel, LOG_MODULE, LOG_ROUTINE, __FILE__, __LINE__, GetCurrentProcessId(), \
+                  GetCurrentThreadId(), __VA_ARGS__);                                              \
   } while (false)
 
 #define LogE(...) LOG_LINE(LOG_LEVEL_E, __VA_ARGS__)

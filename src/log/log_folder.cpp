@@ -1,17 +1,14 @@
 #include "log/log_folder.h"
 
 #include <shlobj.h>
-#include <shlwapi.h>
 
 #include <cstring>
+#include <iterator>
 
-#include "base/folder_access.h"
-#include "base/memory.h"
 #include "base/owners.h"
 #include "base/retention.h"
 #include "base/text.h"
-#include "log/log.h"
-#include "log/log_stream.h"
+#include "log/assert.h"
 
 namespace {
 
@@ -27,22 +24,19 @@ const char* FolderNameOf(const char* pszModule) noexcept {
   return cch >= 1 && cch <= 16 ? pszFolder : nullptr;
 }
 
-// Whether a file may be deleted as one of ours: nobody has it open and it begins with the header's first word.
-bool IsIdleLogFile(const wchar_t* pszPath) noexcept {
-  const UniqueHandle hFile(
-      CreateFileW(pszPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (hFile.get() == INVALID_HANDLE_VALUE) return false;
+// Whether an open file is one of ours: it begins with the header's first word.
+bool IsLogFile(HANDLE hFile) noexcept {
   constexpr char kFirstWord[] = "Kelvane ";
   char szHead[256] = {};
   DWORD cbRead = 0;
-  if (!ReadFile(hFile.get(), szHead, sizeof kLogHeader - 1, &cbRead, nullptr)) return false;
+  if (!ReadFile(hFile, szHead, sizeof kLogHeader - 1, &cbRead, nullptr)) return false;
   return std::memcmp(szHead, kFirstWord, sizeof kFirstWord - 1) == 0;
 }
 
 }  // namespace
 
-void MakeDayFileName(LogPath& file, const LogPath& folder, const SYSTEMTIME& st) noexcept {
-  FormatWide(file.wsz, L"%s\\%04d%02d%02d.log", folder.wsz, st.wYear, st.wMonth, st.wDay);
+void MakeDayFileName(LogName& file, const SYSTEMTIME& st) noexcept {
+  FormatWide(file.wsz, L"%04d%02d%02d.log", st.wYear, st.wMonth, st.wDay);
 }
 
 CLogfile::CLogfile() noexcept {
@@ -51,13 +45,23 @@ CLogfile::CLogfile() noexcept {
 }
 
 void CLogfile::CreateBaseFolder() noexcept {
-  wchar_t wszData[MAX_PATH] = {};
-  if (!SHGetSpecialFolderPathW(nullptr, wszData, CSIDL_COMMON_APPDATA, FALSE)) return;
-  FormatWide(m_wszBaseFolder, L"%s\\Kelvane", wszData);
-  if (!PathIsDirectoryW(m_wszBaseFolder) && !CreateDirectoryW(m_wszBaseFolder, nullptr)) return;
-  FormatWide(m_wszBaseFolder, L"%s\\Kelvane\\Logs", wszData);
-  for (int nAttempt = 0; nAttempt < 2 && !PathIsDirectoryW(m_wszBaseFolder); ++nAttempt)
-    CreateDirectoryW(m_wszBaseFolder, nullptr);
+  if (!SHGetSpecialFolderPathW(nullptr, m_wszData, CSIDL_COMMON_APPDATA, FALSE)) {
+    m_wszData[0] = 0;
+    return;
+  }
+  m_bRootKnown = m_root.Resolve(m_wszData, wcslen(m_wszData));
+  SafeFolder kelvane;
+  if (!m_bRootKnown || kelvane.OpenOrMake(m_root, L"Kelvane") != SafeOpen::Opened) return;
+  SafeFolder logs;
+  for (int nAttempt = 0; nAttempt < 2 && logs.OpenOrMake(kelvane, L"Logs") == SafeOpen::Missing;) ++nAttempt;
+}
+
+SafeOpen CLogfile::OpenBaseFolder(LogFolder& folder) noexcept {
+  if (*m_wszData == 0) return SafeOpen::Missing;
+  if (!m_bRootKnown) m_bRootKnown = m_root.Resolve(m_wszData, wcslen(m_wszData));
+  if (!m_bRootKnown) return SafeOpen::Missing;
+  const SafeOpen kelvane = folder.kelvane.Open(m_root, L"Kelvane");
+  return kelvane == SafeOpen::Opened ? folder.logs.Open(folder.kelvane, L"Logs") : kelvane;
 }
 
 void CLogfile::SetModuleFolder(const char* pszModule) noexcept {
@@ -69,40 +73,35 @@ void CLogfile::ChooseFolder(const char* pszModule) noexcept {
   if (m_state == FolderState::Chosen) return;
   const char* pszFolder = FolderNameOf(pszModule);
   if (pszFolder == nullptr) {
-    if (m_state == FolderState::None) FormatWide(m_moduleFolder.wsz, L"%s\\Undefined", m_wszBaseFolder);
+    if (m_state == FolderState::None) CopyIfFits(m_wszModule, L"Undefined");
     m_state = FolderState::Undefined;
     return;
   }
-  wchar_t wszFolder[17] = {};
-  MultiByteToWideChar(CP_ACP, 0, pszFolder, -1, wszFolder, 17);
-  FormatWide(m_moduleFolder.wsz, L"%s\\%s", m_wszBaseFolder, wszFolder);
+  MultiByteToWideChar(CP_ACP, 0, pszFolder, -1, m_wszModule, static_cast<int>(std::size(m_wszModule)));
   if (m_state == FolderState::None) std::memcpy(m_szModuleTag, pszModule, strnlen(pszModule, sizeof m_szModuleTag - 1));
   m_state = FolderState::Chosen;
 }
 
-bool CLogfile::CreateLogFolder(const char* pszModule, LogPath& folder) noexcept {
-  if (!PathIsDirectoryW(m_wszBaseFolder)) {
+bool CLogfile::CreateLogFolder(const char* pszModule, LogFolder& folder) noexcept {
+  const SectionLock lock(m_csFolder);
+  const SafeOpen base = OpenBaseFolder(folder);
+  if (base == SafeOpen::Missing) {
     Assert(".\\Logfile", "CLogfile::CreateLogFolder", 143, GetLastError());
     return false;
   }
-  const SectionLock lock(m_csFolder);
   ChooseFolder(pszModule);
-  folder = m_moduleFolder;
-  if (PathIsDirectoryW(folder.wsz)) return true;
-  if (*folder.wsz != 0) CreateDirectoryW(folder.wsz, nullptr);
-  if (!PathIsDirectoryW(folder.wsz)) {
-    m_moduleFolder.wsz[0] = 0;
-    return false;
-  }
-  GrantUsersFullAccess(folder.wsz);
-  return true;
+  if (base == SafeOpen::Refused) return true;
+  if (*m_wszModule != 0 && folder.module.OpenOrMakeForUsers(folder.logs, m_wszModule) != SafeOpen::Missing) return true;
+  m_wszModule[0] = 0;
+  return false;
 }
 
-void CLogfile::MakeRenameName(LogPath& file, const LogPath& folder, const SYSTEMTIME& st) noexcept {
-  wchar_t wszName[260];
-  FormatWide(wszName, L"%s\\%04d%02d%02d_%02d%02d%02d(%03d).log", folder.wsz, st.wYear, st.wMonth, st.wDay, st.wHour,
-             st.wMinute, st.wSecond, st.wMilliseconds);
-  std::memcpy(file.wsz, wszName, sizeof wszName);
+void CLogfile::Rotate(const SafeFolder& module, const LogName& file, const SYSTEMTIME& st) noexcept {
+  LogName renamed;
+  FormatWide(renamed.wsz, L"%04d%02d%02d_%02d%02d%02d(%03d).log", st.wYear, st.wMonth, st.wDay, st.wHour, st.wMinute,
+             st.wSecond, st.wMilliseconds);
+  const UniqueHandle hFile = module.OpenFile(file.wsz, DELETE, OPEN_EXISTING);
+  if (hFile) module.RenameFile(hFile.get(), renamed.wsz);
 }
 
 void CLogfile::NoteLineTime(const SYSTEMTIME& st) noexcept {
@@ -119,25 +118,22 @@ void CLogfile::PurgeOldLogs(LONG nLifeDays) noexcept {
   if (dwLineDate == m_dwLastPurge.load(std::memory_order_relaxed)) return;
   m_dwLastPurge.store(dwLineDate, std::memory_order_relaxed);
 
-  LogPath folder;
+  LogFolder folder;
   {
     const SectionLock lock(m_csFolder);
-    folder = m_moduleFolder;
+    if (*m_wszModule == 0 || OpenBaseFolder(folder) != SafeOpen::Opened ||
+        folder.module.Open(folder.logs, m_wszModule) != SafeOpen::Opened)
+      return;
   }
-  const std::size_t cchPath = wcslen(folder.wsz) + 128;
-  const auto path = AllocBlock<wchar_t>(cchPath * sizeof(wchar_t));
-  if (!path) return;
   const auto dwReference = static_cast<DWORD>(ullLine);
   const DWORD dwLimit = RetentionUnits(nLifeDays);
-
-  FormatWide({path.get(), cchPath}, L"%s\\20*.log", folder.wsz);
   WIN32_FIND_DATAW entry;
-  const UniqueFind hFind(FindFirstFileW(path.get(), &entry));
+  const UniqueFind hFind = folder.module.List(L"20*.log", entry);
   if (hFind.get() == INVALID_HANDLE_VALUE) return;
   do {
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
     if (entry.ftLastWriteTime.dwHighDateTime + dwLimit >= dwReference) continue;
-    if (!FormatWide({path.get(), cchPath}, L"%s\\%s", folder.wsz, entry.cFileName)) continue;
-    if (IsIdleLogFile(path.get())) DeleteFileW(path.get());
+    const UniqueHandle hFile = folder.module.OpenFile(entry.cFileName, GENERIC_READ | DELETE, OPEN_EXISTING);
+    if (hFile && IsLogFile(hFile.get())) SafeFolder::DeleteOpenFile(hFile.get());
   } while (FindNextFileW(hFind.get(), &entry));
 }

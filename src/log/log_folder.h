@@ -8,13 +8,26 @@
 #include <atomic>
 #include <cstdint>
 
-// A path of the log; longer ones are cut.
-struct LogPath {
-  wchar_t wsz[520];
+#include "base/safe_path.h"
+
+// What every log file begins with; the purge deletes no file that does not.
+inline constexpr char kLogHeader[] = "Kelvane Thermal Printer Log\r\n\r\n";
+
+// The name of a log file.
+struct LogName {
+  wchar_t wsz[40];
 };
 
-// "<folder>\YYYYMMDD.log"
-void MakeDayFileName(LogPath& file, const LogPath& folder, const SYSTEMTIME& stLine) noexcept;
+// "YYYYMMDD.log"
+void MakeDayFileName(LogName& file, const SYSTEMTIME& stLine) noexcept;
+
+// The module's log folder and those above it, held open for one line. Every user may write to these places: none of them,
+// and no file in them, is ever reached through a link.
+struct LogFolder {
+  SafeFolder kelvane;
+  SafeFolder logs;
+  SafeFolder module;
+};
 
 class CLogfile {
  public:
@@ -28,12 +41,14 @@ class CLogfile {
   // is final; before it "Undefined" is chosen. Creates nothing.
   void SetModuleFolder(const char* pszModule) noexcept;
 
-  // Makes the module folder if it is missing, writable for the Users group, and tells its path. After one failed creation
-  // no line is written for the life of the process.
-  bool CreateLogFolder(const char* pszModule, LogPath& folder) noexcept;
+  // Opens the module folder, made if it is missing and writable for the Users group then. TRUE with folder.module closed:
+  // the folder is there and could not be opened, or it is a link. After one failed creation no line is written for the
+  // life of the process.
+  bool CreateLogFolder(const char* pszModule, LogFolder& folder) noexcept;
 
-  // The name that a full file is moved to: "<folder>\YYYYMMDD_hhmmss(mmm).log", at most 259 characters.
-  static void MakeRenameName(LogPath& file, const LogPath& folder, const SYSTEMTIME& stLine) noexcept;
+  // Moves a full file aside, to "YYYYMMDD_hhmmss(mmm).log". A failure is left to the next line: another process may have
+  // just opened the file.
+  static void Rotate(const SafeFolder& module, const LogName& file, const SYSTEMTIME& stLine) noexcept;
 
   // Remembers the date of the newest line, by which the purge works.
   void NoteLineTime(const SYSTEMTIME& stLine) noexcept;
@@ -49,13 +64,16 @@ class CLogfile {
   enum class FolderState : DWORD { None = 0, Undefined = 1, Chosen = 3 };
 
   void CreateBaseFolder() noexcept;
+  SafeOpen OpenBaseFolder(LogFolder& folder) noexcept;
   void ChooseFolder(const char* pszModule) noexcept;
 
-  CRITICAL_SECTION m_csFolder;  // guards the folder choice and the creation of the folder
+  CRITICAL_SECTION m_csFolder;  // guards all down to the atomics, and the creation of the folder
   FolderState m_state = FolderState::None;
-  char m_szModuleTag[32] = {};  // written once, at process attach
-  LogPath m_moduleFolder = {};
-  wchar_t m_wszBaseFolder[260] = {};        // constant after construction
+  char m_szModuleTag[32] = {};       // written once, at process attach
+  wchar_t m_wszModule[17] = {};      // name of the module folder; empty: none is to be made any more
+  wchar_t m_wszData[MAX_PATH] = {};  // common application data; constant after construction
+  SafeRoot m_root;
+  bool m_bRootKnown = false;
   std::atomic<std::uint64_t> m_ullLine{0};  // newest line: packed date (high), high word of its file time (low)
   std::atomic<DWORD> m_dwLastPurge{0};      // packed line date at the last purge run
   std::atomic<LONG> m_nLastPurgeLifeDays{0};

@@ -4,7 +4,8 @@
 #include <cstring>
 #include <cwchar>
 
-#include "log/log.h"
+#include "log/assert.h"
+#include "log/level.h"
 
 namespace {
 
@@ -14,11 +15,8 @@ constexpr std::size_t kFixedBytes = 1024;
 constexpr std::size_t kRoomBesideText = 129;  // terminator included
 
 char LevelLetter(DWORD dwLevel) noexcept {
-  if ((dwLevel & LOG_LEVEL_I) != 0) return 'I';
-  if ((dwLevel & LOG_LEVEL_D) != 0) return 'D';
-  if ((dwLevel & LOG_LEVEL_T) != 0) return 'T';
-  if ((dwLevel & LOG_LEVEL_E) != 0) return 'E';
-  if ((dwLevel & LOG_LEVEL_W) != 0) return 'W';
+  for (const LogLevelLetter& known : kLogLevelLetters)
+    if ((dwLevel & known.dwLevel) != 0) return known.cLetter;
   return 'V';
 }
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 
 #include "base/memory.h"
+#include "log/trace_ring.h"
 
 // One log call as its line shows it.
 struct LogCall {
@@ -29,7 +30,7 @@ struct LogThreadBuffers {
   char szLine[1024];
   char szAnsi[1024];
   wchar_t wszText[512];
-  char szCollect[4160];  // joined trace records
+  char szCollect[kTraceTextBytes];  // joined trace records
 };
 
 class CMessage {

@@ -1,6 +1,7 @@
 #include "log/log_object.h"
 
-#include "log/log.h"
+#include "log/assert.h"
+#include "log/level.h"
 
 namespace {
 
@@ -23,8 +24,7 @@ LogOutcome CInterface::CheckLogLevel(DWORD dwLevel) noexcept {
     if ((dwLevel & LOG_LEVEL_DUMP) == 0) return LogOutcome::Write;
     return (dwMask & 0x3000) != 0 ? LogOutcome::DumpBinary : LogOutcome::Dump;
   }
-  constexpr DWORD kTraced = LOG_LEVEL_W | LOG_LEVEL_I | LOG_LEVEL_D | LOG_LEVEL_T;
-  return (dwMask & LOG_LEVEL_E) != 0 && (dwLevel & kTraced) != 0 ? LogOutcome::Trace : LogOutcome::Drop;
+  return (dwMask & LOG_LEVEL_E) != 0 && (dwLevel & kTracedLevels) != 0 ? LogOutcome::Trace : LogOutcome::Drop;
 }
 
 void CInterface::OutputLogMessage(const LogCall& call, const wchar_t* pwszFormat, va_list args) noexcept {
@@ -38,18 +38,14 @@ void CInterface::OutputLogMessage(const LogCall& call, const wchar_t* pwszFormat
   m_logfile.NoteLineTime(stLine);
   const char* pszLine = CMessage::BuildLine(buffers, call, stLine, m_logfile.ModuleTag(), pwszFormat, args);
 
-  LogPath folder;
+  LogFolder folder;
   if (m_logfile.CreateLogFolder(call.pszModule, folder)) {
-    LogPath file;
-    MakeDayFileName(file, folder, stLine);
-    m_logStream.Open(buffers, file.wsz);
-    if ((call.dwLevel & LOG_LEVEL_E) != 0) m_logStream.Write(buffers, m_traceRing.Collect(buffers));
+    LogName name;
+    MakeDayFileName(name, stLine);
+    m_logStream.Open(buffers, folder.module, name);
+    if ((call.dwLevel & LOG_LEVEL_E) != 0) m_logStream.Write(buffers, m_traceRing.Collect(buffers.szCollect));
     if (pszLine != nullptr) m_logStream.Write(buffers, pszLine);
-    if (m_logStream.Close(buffers) > kRotateAbove) {
-      LogPath renamed;
-      CLogfile::MakeRenameName(renamed, folder, stLine);
-      MoveFileW(file.wsz, renamed.wsz);  // another process may have just opened the file: the next line tries again
-    }
+    if (m_logStream.Close(buffers) > kRotateAbove) m_logfile.Rotate(folder.module, name, stLine);
   } else {
     Assert(".\\Interface", "CInterface::OutputLogMessage", 107, GetLastError());
   }

@@ -21,5 +21,4 @@ class CLogSetting {
   std::atomic<LONG> m_nLogLifeDays{10};     // "LogLifeDays"
   std::atomic<DWORD> m_dwMaxDumpSize{256};  // "MaxDumpSize": kept, used by nothing
   std::atomic<bool> m_bLoaded{false};
-  std::atomic<DWORD> m_dwLastLoadTick{0};  // GetTickCount of the last periodic re-read
 };

@@ -5,6 +5,7 @@
 namespace {
 
 constexpr DWORD kSlowOpenMs = 10'000;
+constexpr DWORD kMutexTimeoutMs = 60'000;
 constexpr char kSeparator[] = "_______________System Infomation____________________\r\n";
 constexpr char kColumnHeader[] =
     "\r\n\r\n\r\n[MM/dd HH:mm(ss.ms )]\t[Process info      ] \t[Lv]\t[Module ] \tMessage\r\n"
@@ -58,17 +59,21 @@ CLogStream::CLogStream() noexcept
   InitializeCriticalSection(&m_csPending);
 }
 
-bool CLogStream::Open(LogThreadBuffers& buffers, const wchar_t* pszPath) noexcept {
-  WaitForSingleObject(m_hLogMutex.get(), INFINITE);  // one that its owner abandoned is as good as a free one
+bool CLogStream::Open(LogThreadBuffers& buffers, const SafeFolder& folder, const LogName& file) noexcept {
+  if (!folder) return false;
+  // A mutex that its owner abandoned is as good as a free one; where there is none, the file itself keeps others out.
+  const DWORD dwWait = WaitForSingleObject(m_hLogMutex.get(), m_bMutexHeldElsewhere ? 0 : kMutexTimeoutMs);
+  m_bMutexHeldElsewhere = dwWait == WAIT_TIMEOUT;
+  if (dwWait == WAIT_TIMEOUT) return false;
   const DWORD dwStart = GetTickCount();
-  const HANDLE hFile = CreateFileW(pszPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  buffers.hLogFile = hFile;
-  if (hFile == INVALID_HANDLE_VALUE) {
+  BY_HANDLE_FILE_INFORMATION information;
+  UniqueHandle hFile = folder.OpenFile(file.wsz, GENERIC_WRITE, OPEN_ALWAYS, &information);
+  if (!hFile) {
     ReleaseMutex(m_hLogMutex.get());
     return false;
   }
-  LARGE_INTEGER cbFile = {};
-  if (GetFileSizeEx(hFile, &cbFile) && cbFile.QuadPart == 0) {
+  buffers.hLogFile = hFile.release();
+  if (information.nFileSizeHigh == 0 && information.nFileSizeLow == 0) {
     Write(buffers, kLogHeader);
     WriteSystemInfo(buffers);
     Write(buffers, kColumnHeader);
@@ -76,7 +81,7 @@ bool CLogStream::Open(LogThreadBuffers& buffers, const wchar_t* pszPath) noexcep
   if (GetTickCount() - dwStart > kSlowOpenMs) Write(buffers, "File access time is abnormal\r\n");
   {
     const SectionLock lock(m_csPending);
-    if (m_cbPending != 0) Append(hFile, m_szPending, m_cbPending);
+    if (m_cbPending != 0) Append(buffers.hLogFile, m_szPending, m_cbPending);
     m_cbPending = 0;
   }
   if (m_bWriteFailed.exchange(false)) Write(buffers, "<=== Log output here failed\r\n");

@@ -7,10 +7,8 @@
 #include <atomic>
 
 #include "base/owners.h"
+#include "log/log_folder.h"
 #include "log/log_message.h"
-
-// What every log file begins with; the purge deletes no file that does not.
-inline constexpr char kLogHeader[] = "Kelvane Thermal Printer Log\r\n\r\n";
 
 class CLogStream {
  public:
@@ -21,9 +19,10 @@ class CLogStream {
   CLogStream(const CLogStream&) = delete;
   CLogStream& operator=(const CLogStream&) = delete;
 
-  // Opens the day's file; a new one gets header, system information and column titles. Held texts go in first. On true
-  // the thread owns the mutex until Close; on false it does not, and Write holds its texts.
-  bool Open(LogThreadBuffers& buffers, const wchar_t* pszPath) noexcept;
+  // Opens the day's file in an open folder; a new one gets header, system information and column titles. Held texts go in
+  // first. On true the thread owns the mutex until Close; on false it does not, and Write holds its texts. A mutex that
+  // somebody does not give back is waited for once, for 60 s; after that only looked at until it can be had again.
+  bool Open(LogThreadBuffers& buffers, const SafeFolder& folder, const LogName& file) noexcept;
   // Appends a text, or holds it with a leading "*" when the file is not open. Returns the bytes written to the file.
   DWORD Write(LogThreadBuffers& buffers, const char* pszText) noexcept;
   // Closes the file and gives the mutex back. Returns the file's size before; 0 when no file was open.
@@ -34,9 +33,10 @@ class CLogStream {
   DWORD Append(HANDLE hFile, const char* pBytes, DWORD cb) noexcept;
 
   UniqueHandle m_hLogMutex;
-  UniqueHandle m_hBinMutex;                 // belongs to a dump facility of other modules; only kept alive here
-  std::atomic<bool> m_bWriteFailed{false};  // a text was neither written nor held since the last successful open
-  CRITICAL_SECTION m_csPending;             // guards the two below
+  UniqueHandle m_hBinMutex;                        // belongs to a dump facility of other modules; only kept alive here
+  std::atomic<bool> m_bMutexHeldElsewhere{false};  // the last wait for the log mutex timed out
+  std::atomic<bool> m_bWriteFailed{false};         // a text was neither written nor held since the last successful open
+  CRITICAL_SECTION m_csPending;                    // guards the two below
   char m_szPending[1024] = {};
   DWORD m_cbPending = 0;
 };

@@ -3,9 +3,11 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdint>
 
-struct LogThreadBuffers;
+// Room for all records as text: 32 of at most 127 characters.
+inline constexpr std::size_t kTraceTextBytes = 4160;
 
 class CTraceRing {
  public:
@@ -14,16 +16,23 @@ class CTraceRing {
   CTraceRing(const CTraceRing&) = delete;
   CTraceRing& operator=(const CTraceRing&) = delete;
 
-  // Adds one record in the place of the oldest. One bounded format into a fixed slot; no allocation.
+  // Adds one record in the place of the oldest; no text is made yet. pszRoutine stays while the module is loaded.
   void Push(DWORD dwProcessId, DWORD dwThreadId, const char* pszRoutine, int nLine) noexcept;
-  // Takes all records out, oldest first, joined in the buffers' collection text. The text may be empty.
-  const char* Collect(LogThreadBuffers& buffers) noexcept;
+  // Takes all records out, as lines, oldest first. The text may be empty.
+  const char* Collect(char (&szText)[kTraceTextBytes]) noexcept;
 
  private:
   static constexpr unsigned kSlots = 32;
-  static constexpr unsigned kSlotBytes = 128;
 
-  CRITICAL_SECTION m_cs;                    // guards all below
-  char m_szSlots[kSlots][kSlotBytes] = {};  // an empty text is a free slot
-  std::uint8_t m_byCounter = 0;             // records ever pushed, modulo 256; the next goes to slot counter mod 32
+  struct Record {
+    SYSTEMTIME stTime;  // all zero: a free slot
+    DWORD dwProcessId;
+    DWORD dwThreadId;
+    const char* pszRoutine;
+    int nLine;
+  };
+
+  CRITICAL_SECTION m_cs;  // guards all below
+  Record m_records[kSlots] = {};
+  std::uint8_t m_byCounter = 0;  // records ever pushed, modulo 256; the next goes to slot counter mod 32
 };

@@ -1,6 +1,7 @@
 #include "monitor/cancel_watcher.h"
 
 #include "base/memory.h"
+#include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
 #include "monitor/sdk.h"
 
@@ -26,7 +27,7 @@ DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
     LogE(L"GetJob");
     return 0;
   }
-  const auto info = AllocBlock<JOB_INFO_1W>(cb);
+  auto info = AllocBlock<JOB_INFO_1W>(cb);
   if (!info) return 0;
   do {
     const DWORD dwWait = WaitForSingleObject(job.hEventStop, kPollMs);
@@ -35,9 +36,7 @@ DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
       LogE(L"WaitForSingleObject dwJobId:%d, pPrinterName:%s", job.JobId, info->pPrinterName);
       return 0;
     }
-    // The buffer keeps its first size: a job whose texts have grown ends the watcher here.
-    DWORD cbNeeded = 0;
-    if (!GetJobW(job.hPrinter, job.JobId, 1, reinterpret_cast<BYTE*>(info.get()), cb, &cbNeeded)) {
+    if (!ReadJobStatus(job, &info, &cb)) {
       LogE(L"GetJob [err:%d, dwJobId:%d, pPrinterName:%s]", GetLastError(), job.JobId, info->pPrinterName);
       return 0;
     }

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+#include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
 #include "monitor/model.h"
 #include "monitor/response_format.h"
 #include "monitor/sdk.h"
+#include "monitor/send_pause.h"
 
 namespace {
 
@@ -44,7 +47,8 @@ std::uint64_t StopMask(const DevData& model, BOOL bWaitExecResp) noexcept {
   return ullMask;
 }
 
-// The answers of one wait. What has not been received whole is kept in front of the next read.
+// The answers of one wait. What has not been received whole is kept in front of the next read, and a verdict that a status
+// still on its way may change is kept with it.
 class Answers {
  public:
   explicit Answers(const ResponseQuery& query) noexcept : m_query(query) {}
@@ -55,9 +59,15 @@ class Answers {
     DWORD cbRead = 0;
     const DWORD cbRoom = kReceiveBytes - m_cbHeld;
     dwError = sdk.Read(m_abyBuf + m_cbHeld, cbRoom, &cbRead, kReadResponse);
-    if (dwError != ERROR_SUCCESS || cbRead == 0) return ScanResult::Nothing;
+    if (dwError != ERROR_SUCCESS) return ScanResult::Nothing;
+    if (cbRead == 0) return std::exchange(m_pending, ScanResult::Nothing);
     LogT(L"dwRetSize:%d", cbRead);
-    const DWORD cb = m_cbHeld + std::min(cbRead, cbRoom);
+    DWORD cb = m_cbHeld + std::min(cbRead, cbRoom);
+    if (!m_query.bOneByteStatus && m_cbHeld > 0 && BeginsNewStatus({m_abyBuf + m_cbHeld, cb - m_cbHeld})) {
+      // The rest of the held status was lost on the way.
+      cb -= m_cbHeld;
+      std::memmove(m_abyBuf, m_abyBuf + m_cbHeld, cb);
+    }
 
     const DWORD cbBlank = m_query.bOneByteStatus ? BlankStatusTail({m_abyBuf, cb}) : 0;
     DWORD cbKept = 0;
@@ -73,11 +83,14 @@ class Answers {
     } else {
       std::memmove(m_abyBuf, m_abyBuf + cbKept - cbTail, cbTail);
     }
-    return result;
+    if (m_query.bWaitExecResp) return result;
+    if (result != ScanResult::Nothing) m_pending = result;
+    return m_cbHeld > 0 ? ScanResult::Nothing : std::exchange(m_pending, ScanResult::Nothing);
   }
 
  private:
   const ResponseQuery m_query;
+  ScanResult m_pending = ScanResult::Nothing;  // of the printable wait, until the last status is whole
   DWORD m_cbHeld = 0;
   BYTE m_abyBuf[kReceiveBytes] = {};
 };
@@ -89,13 +102,15 @@ DWORD WaitExecRespAndStatus(IniPort* pIniPort, BOOL bWaitExecResp) noexcept {
     AssertHere();
     return ERROR_INVALID_PARAMETER;
   }
-  const IniJob& job = *pIniPort->pIniJob;
-  const DevData& model = *pIniPort->pDevData;
-  const wchar_t* pszPort = pIniPort->pszPortName;
+  IniPort& port = *pIniPort;
+  const IniJob& job = *port.pIniJob;
+  const DevData& model = *port.pDevData;
+  const wchar_t* pszPort = port.pszPortName;
 
   ResponseQuery query = {};
   query.bOneByteStatus = model.HasOneByteStatus();
   query.bWaitExecResp = bWaitExecResp != FALSE;
+  query.pszPortName = pszPort;
   query.byExecResponse = query.bOneByteStatus ? kShortExecResponse : static_cast<BYTE>(0x80 + (job.bySeqNo & 0x0F));
   query.ullStopMask = StopMask(model, bWaitExecResp);
 
@@ -108,10 +123,7 @@ DWORD WaitExecRespAndStatus(IniPort* pIniPort, BOOL bWaitExecResp) noexcept {
       std::uint64_t ullStatus = 0;
       switch (answers.Read(*job.pSdkMng, dwResult, ullStatus)) {
         case ScanResult::Nothing: break;
-        case ScanResult::Done:
-          bDone = true;
-          if (!bWaitExecResp) LogT(L"[Port:%s]Detected printable status", pszPort);
-          break;
+        case ScanResult::Done: bDone = true; break;
         case ScanResult::Stopped:
           LogW(L"[Port:%s]Wait exec resp stopped [status:0x%llx]", pszPort, ullStatus);
           dwResult = ERROR_NOT_FOUND;
@@ -131,7 +143,7 @@ DWORD WaitExecRespAndStatus(IniPort* pIniPort, BOOL bWaitExecResp) noexcept {
     } else if (dwResult != ERROR_SUCCESS) {
       LogD(L"Fail to get exec resp. [Err:%d][Port:%s]", dwResult, pszPort);
     }
-    if (bDone || IsCancelSet(job)) return dwResult;
+    if (bDone || MustStopWaiting(port)) return dwResult;
   }
 }
 
@@ -142,20 +154,24 @@ DWORD WriteReprintChkData(IniPort* pIniPort, const BYTE* pRequest, DWORD cbReque
     return ERROR_INVALID_PARAMETER;
   }
   DWORD dwResult = ERROR_INVALID_PARAMETER;
-  while (true) {
+  SendPause pause;
+  do {
     DWORD cbWritten = 0;
+    pause.Begin();
     const bool bSent = pIniJob->pSdkMng->Send(pRequest, cbRequest, &cbWritten, kRequestTimeoutMs) != FALSE;
-    if (!bSent) {
-      dwResult = GetLastError();
+    const DWORD dwError = GetLastError();
+    if (cbWritten >= cbRequest) return ERROR_SUCCESS;
+    pRequest += cbWritten;
+    cbRequest -= cbWritten;
+    if (cbWritten == 0 && !bSent) {
+      dwResult = dwError;
       if (dwResult == ERROR_DEVICE_NOT_CONNECTED) {
         LogE(L"Fail to get exec resp. [OFFLINE][Port:%s]", pIniPort->pszPortName);
         return dwResult;
       }
       LogD(L"Fail to send. [Err:%d][Port:%s]", dwResult, pIniPort->pszPortName);
     }
-    if (cbWritten >= cbRequest) return ERROR_SUCCESS;
-    pRequest += cbWritten;
-    cbRequest -= cbWritten;
-    if (IsCancelSet(*pIniJob)) return dwResult;
-  }
+    pause.End(!bSent, cbWritten, *pIniJob);
+  } while (!MustStopWaiting(*pIniPort));
+  return dwResult;
 }

@@ -4,7 +4,10 @@
 #include "common/job_archive.h"
 #include "monitor/entry.h"
 #include "monitor/exec_response.h"
+#include "monitor/impersonation.h"
+#include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
+#include "monitor/port_call.h"
 #include "monitor/reprint.h"
 #include "monitor/sdk.h"
 #include "monitor/stream_inspect.h"
@@ -17,42 +20,43 @@ constexpr DWORD kDrainBytes = 4096;
 // A printer that never stops talking is not drained for ever.
 constexpr DWORD kDrainLimit = 1024 * 1024;
 
-// Whether the job is known to be deleted. One whose event could not be made prints all the same, unconfirmed.
-bool IsDeleted(const IniJob& job) noexcept { return job.hEventCancel != nullptr && IsCancelSet(job); }
-
-// Reads what the printer has said so far and throws it away. Ends on a read without data or with an error, when the job
-// is cancelled, and after 1 MiB.
-void DrainResponses(const IniJob& job) noexcept {
+// Reads what the printer has said so far and throws it away. Ends on a read that brings nothing, when the job is cancelled,
+// and after 1 MiB. A failed read that left the count alone brought nothing.
+void DrainResponses(IniPort& port) noexcept {
   BYTE abyScratch[kDrainBytes];
-  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && !IsDeleted(job);) {
+  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && !IsJobCancelled(port);) {
     DWORD cbRead = kDrainBytes;
-    if (job.pSdkMng->Read(abyScratch, kDrainBytes, &cbRead, kReadClear) != ERROR_SUCCESS || cbRead == 0) return;
+    const DWORD dwError = port.pIniJob->pSdkMng->Read(abyScratch, kDrainBytes, &cbRead, kReadClear);
+    if (cbRead == 0 || (dwError != ERROR_SUCCESS && cbRead == kDrainBytes)) return;
     cbDrained += cbRead;
   }
 }
 
+// What became of a buffer on the device-access path.
+enum class Sending { Sent, Failed, NotReady, Cancelled };
+
 }  // namespace
 
-// Sends a buffer through the library, before a cached job's first byte only to a printer that is ready: TRUE with no
-// bytes written otherwise, and the spooler offers the same buffer again.
-static BOOL SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
+// Sends a buffer through the library, before a cached job's first byte only to a printer that is ready. Cancelled: the job
+// is deleted, and not a byte of the buffer went out.
+static Sending SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
   LOG_AS("MonWritePort");
   LogT(L"on SDK [pszPortName:%s, cbBuf:%d]", port.pszPortName, cbBuf);
-  const RevertedToSelf self;
   const IniJob* pIniJob = port.pIniJob;
   if (port.pSdkMng == nullptr || pIniJob == nullptr || pIniJob->pSdkMng == nullptr) {
     LogE(L"pSdkMng is NULL. [Port:%s]", port.pszPortName);
     AssertHere();
-    return FALSE;
+    return Sending::Failed;
   }
   const bool bFirstCached = port.reprintMng.pBuf == nullptr && (port.dwPortFlags & PORT_AUTO_REPRINT) != 0;
   if (bWatched && bFirstCached) {
-    DrainResponses(*pIniJob);
-    // A deleted job asks for nothing more; and a wait that its deletion ended may have succeeded so far, but not a byte of
-    // it goes out then either.
-    if (IsDeleted(*pIniJob) || WaitExecRespAndStatus(&port, FALSE) != ERROR_SUCCESS || IsDeleted(*pIniJob)) return TRUE;
+    DrainResponses(port);
+    const bool bReady = !IsJobCancelled(port) && WaitExecRespAndStatus(&port, FALSE) == ERROR_SUCCESS;
+    // A wait that the job's deletion ended may have succeeded so far.
+    if (IsJobCancelled(port)) return Sending::Cancelled;
+    if (!bReady) return Sending::NotReady;
   }
-  return pIniJob->pSdkMng->Send(pBuf, cbBuf, pcbWritten, kSendTimeoutMs);
+  return pIniJob->pSdkMng->Send(pBuf, cbBuf, pcbWritten, kSendTimeoutMs) ? Sending::Sent : Sending::Failed;
 }
 
 static BOOL WriteToPortMonitor(IniPort& port, BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
@@ -70,9 +74,18 @@ static BOOL WriteToPortMonitor(IniPort& port, BYTE* pBuf, DWORD cbBuf, DWORD* pc
   return bWritten;
 }
 
+// A deleted job's data is taken and dropped.
+static BOOL DropBuffer(const IniPort& port, const BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
+  LOG_AS("MonWritePort");
+  LogW(L"Cancel job [pszPortName:0x%s, pBuf:0x%08x, cbBuf:%d]", port.pszPortName, LogAddress(pBuf), cbBuf);
+  *pcbWritten = cbBuf;
+  return TRUE;
+}
+
 // The buffer goes on from the caller's memory; only what the printer took is copied to the archive and the cache.
 BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
-  IniPort* pIniPort = PortOf(hPort);
+  const PortCall call(hPort);
+  IniPort* pIniPort = call.Port();
   if (pIniPort == nullptr || pcbWritten == nullptr || pBuf == nullptr || cbBuf == 0) {
     SetLastError(ERROR_INVALID_PARAMETER);
     LogE(L"ERROR_INVALID_PARAMETER [pIniPort:0x%08x, signature:0x%08x, pcbWritten:0x%08x, pBuf:0x%08x, cbBuf:%d]",
@@ -82,23 +95,31 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
   *pcbWritten = 0;
   IniJob* pIniJob = pIniPort->pIniJob;
   const bool bRaw = IsRawJob(pIniJob);
-  const bool bShared = IsSharedPrinter(pIniJob);
+  const bool bShared = IsSharedPrinter(pIniJob, "MonWritePort");
   const bool bWatched = pIniJob != nullptr && (!bRaw || bShared);
   LogI(L"[pszPortName:%s, cbBuf:%d]", pIniPort->pszPortName, cbBuf);
-  if (IsCancelJob(pIniPort)) {
-    LogW(L"Cancel job [pszPortName:0x%s, pBuf:0x%08x, cbBuf:%d]", pIniPort->pszPortName, LogAddress(pBuf), cbBuf);
-    *pcbWritten = cbBuf;
-    // The watcher finds the same half a second later at most; the job's end need not ask the printer meanwhile.
-    if (pIniJob->hEventCancel != nullptr) SetEvent(pIniJob->hEventCancel);
-    return TRUE;
-  }
+  if (IsCancelJob(pIniPort)) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
+  // A job that was seen to be deleted stays deleted, whatever the spooler says of it now.
+  const bool bCancelled = pIniJob != nullptr && pIniJob->hEventCancel != nullptr &&
+                          WaitForSingleObject(pIniJob->hEventCancel, 0) == WAIT_OBJECT_0;
+  if (bCancelled) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
   if (!bRaw) CheckRealCmd(pIniPort, pBuf, cbBuf);
 
-  const BOOL bWritten = pIniPort->bUseSdkSrv ? SendToDevice(*pIniPort, bWatched, pBuf, cbBuf, pcbWritten)
-                                             : WriteToPortMonitor(*pIniPort, pBuf, cbBuf, pcbWritten);
+  BOOL bWritten = FALSE;
+  bool bAsClient = true;
+  if (pIniPort->bUseSdkSrv) {
+    RevertedToSelf self;
+    const Sending sending = SendToDevice(*pIniPort, bWatched, pBuf, cbBuf, pcbWritten);
+    bAsClient = self.Restore();
+    if (sending == Sending::Cancelled) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
+    if (sending == Sending::NotReady) *pcbWritten = 0;
+    bWritten = sending != Sending::Failed;
+  } else {
+    bWritten = WriteToPortMonitor(*pIniPort, pBuf, cbBuf, pcbWritten);
+  }
   if (!bWritten || *pcbWritten == 0 || pIniJob == nullptr) return bWritten;
   const DWORD cbTaken = std::min(*pcbWritten, cbBuf);  // whatever the other side claims
-  if (pIniJob->pszJobFilePath != nullptr) gJob.OutputJobFile(pIniJob->pszJobFilePath, pBuf, cbTaken);
+  if (pIniJob->pszJobFilePath != nullptr && bAsClient) gJob.OutputJobFile(pIniJob->pszJobFilePath, pBuf, cbTaken);
   if (bWatched && pIniPort->bUseSdkSrv && (pIniPort->dwPortFlags & PORT_AUTO_REPRINT) != 0 &&
       CashWriteData(pIniPort, pBuf, cbTaken) != ERROR_SUCCESS)
     return FALSE;
@@ -107,7 +128,8 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
 
 // Neither the device nor the underlying port monitor is read: always no data.
 BOOL WINAPI MonReadPort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbRead) noexcept {
-  const IniPort* pIniPort = PortOf(hPort);
+  const PortCall call(hPort);
+  const IniPort* pIniPort = call.Port();
   const wchar_t* pszPort = pIniPort != nullptr ? pIniPort->pszPortName : L"";
   if (pIniPort == nullptr || pcbRead == nullptr || pBuf == nullptr || cbBuf == 0) {
     SetLastError(ERROR_INVALID_PARAMETER);

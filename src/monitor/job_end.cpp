@@ -2,31 +2,38 @@
 #include "common/job_archive.h"
 #include "monitor/cancel_watcher.h"
 #include "monitor/entry.h"
+#include "monitor/impersonation.h"
+#include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
+#include "monitor/port_call.h"
 #include "monitor/port_registry.h"
 #include "monitor/reprint.h"
 #include "monitor/sdk.h"
 #include "monitor/sdk_select.h"
 #include "monitor/settings.h"
-#include "monitor/stream_inspect.h"
 #include "monitor/watched_job.h"
 
 // What the device-access path does for the job itself: confirm it, stop its watcher, clear the device of a cancelled one.
-static void EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
+// FALSE when the thread could not go back to the client.
+static bool EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
   LOG_AS("MonEndDocPort");
-  const bool bShared = IsSharedPrinter(&job);
-  const RevertedToSelf self;
+  const bool bShared = IsSharedPrinter(&job, "MonEndDocPort");
+  RevertedToSelf self;
   const bool bWatched = bShared || !IsRawJob(&job);
-  if (bWatched && (port.dwPortFlags & (PORT_VIRTUAL_COM | PORT_AUTO_REPRINT)) != 0) ConfirmJobEndAndReprint(&port);
+  if (bWatched && (port.dwPortFlags & (PORT_VIRTUAL_COM | PORT_AUTO_REPRINT)) != 0 && !IsCancelJob(&port))
+    ConfirmJobEndAndReprint(&port);
+  // What the watcher saw holds, also when the job has left the spooler since.
+  const bool bSeen = job.hEventCancel != nullptr && WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0;
   StopCancelWatcher(job);
-  if (!IsCancelJob(&port)) return;
+  if (!IsCancelJob(&port) && !bSeen) return self.Restore();
   if (port.pSdkMng == nullptr) {
     AssertHere();
     LogE(L"pSdkMng is NULL.[Port:%s]", port.pszPortName);
-    return;
+    return self.Restore();
   }
   job.pSdkMng->Cancel();
   job.pSdkMng->Reset();
+  return self.Restore();
 }
 
 // Closes an open session and drops the port's object: the next job start makes a new one. Without a session, nothing.
@@ -38,19 +45,18 @@ static void CloseAndFree(IniPort& port) noexcept {
 }
 
 // Unlocks the device of a port that stays open between jobs; closes it otherwise.
-static void ReleaseDevice(IniPort& port) noexcept {
+static bool ReleaseDevice(IniPort& port) noexcept {
   LOG_AS("MonEndDocPort");
-  const RevertedToSelf self;
+  RevertedToSelf self;
   if (port.pSdkMng == nullptr) {
     AssertHere();
     LogE(L"pSdkMng is NULL.[Port:%s]", port.pszPortName);
-    return;
-  }
-  if (!IsDisableOpenAlwaysByLM() && (port.dwPortFlags & PORT_OPEN_ALWAYS) != 0) {
+  } else if (!IsDisableOpenAlwaysByLM() && (port.dwPortFlags & PORT_OPEN_ALWAYS) != 0) {
     port.pSdkMng->UnlockJob(TRUE);
   } else {
     CloseAndFree(port);
   }
+  return self.Restore();
 }
 
 static void EndOnPortMonitor(IniPort& port, const IniJob* pIniJob) noexcept {
@@ -65,7 +71,8 @@ static void EndOnPortMonitor(IniPort& port, const IniJob* pIniJob) noexcept {
 }
 
 BOOL WINAPI MonEndDocPort(HANDLE hPort) noexcept {
-  IniPort* pIniPort = PortOf(hPort);
+  const PortCall call(hPort);
+  IniPort* pIniPort = call.Port();
   if (pIniPort == nullptr) {
     SetLastError(ERROR_INVALID_PARAMETER);
     LogE(L"ERROR_INVALID_PARAMETER [pIniPort:0x%08x, signature:0x%08x]", LogAddress(hPort), SignatureOf(hPort));
@@ -73,19 +80,20 @@ BOOL WINAPI MonEndDocPort(HANDLE hPort) noexcept {
   }
   IniPort& port = *pIniPort;
   IniJob* pIniJob = port.pIniJob;
+  bool bAsClient = true;
   if (pIniJob != nullptr) {
     if (!SetJobW(pIniJob->hPrinter, pIniJob->JobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER))
       LogE(L"SetJob [err:%d, hPrinter:0x%08x]", GetLastError(), LogAddress(pIniJob->hPrinter));
-    if (port.bUseSdkSrv) EndJobOnDevice(port, *pIniJob);
+    if (port.bUseSdkSrv) bAsClient = EndJobOnDevice(port, *pIniJob);
   }
   if (port.bUseSdkSrv) {
-    ReleaseDevice(port);
+    bAsClient = ReleaseDevice(port) && bAsClient;
   } else {
     EndOnPortMonitor(port, pIniJob);
   }
   if (pIniJob != nullptr) {
     ManageReprintMng(&port.reprintMng, port.reprintMng.cbData);
-    gJob.AgeAtJobEnd(pIniJob->hPrinter, pIniJob->pszJobDataPath);
+    if (bAsClient) gJob.AgeAtJobEnd(pIniJob->hPrinter, pIniJob->pszJobDataPath);
     SendJobLastPageEjected(&port, pIniJob->JobId);
   }
   port.status &= ~PORT_DOC_STARTED;

@@ -4,8 +4,10 @@
 #include "common/job_archive.h"
 #include "monitor/cancel_watcher.h"
 #include "monitor/entry.h"
+#include "monitor/impersonation.h"
 #include "monitor/log_module.h"
 #include "monitor/model.h"
+#include "monitor/port_call.h"
 #include "monitor/port_registry.h"
 #include "monitor/sdk.h"
 #include "monitor/sdk_select.h"
@@ -94,8 +96,8 @@ static bool ReadJobInfo(IniJob& job) noexcept {
   return true;
 }
 
-// Puts a started job at the head of the port's list and prepares its archive file.
-static void AdmitJob(IniPort& port, IniJob& job) noexcept {
+// Puts a started job at the head of the port's list and prepares its archive file, which is the client's affair.
+static void AdmitJob(IniPort& port, IniJob& job, bool bAsClient) noexcept {
   LOG_AS("MonStartDocPort");
   {
     const SectionLock lock(csMonitor);
@@ -108,6 +110,7 @@ static void AdmitJob(IniPort& port, IniJob& job) noexcept {
   const BOOL bLogSettingFlags = port.pDevData != nullptr && port.pDevData->KeepsLogSettingFlags();
   WaitForSingleObject(port.hEvent, INFINITE);
   GetLocalTime(&job.stStart);
+  if (!bAsClient) return;
   const SectionLock lock(gJob.csJob);
   gJob.MakeSettings(job.hPrinter, job.stStart, &job.pszJobDataPath, &job.pszJobFilePath, bLogSettingFlags);
 }
@@ -131,27 +134,30 @@ static bool StartJob(IniPort& port, LPWSTR pszPrinterName, DWORD dwJobId, DWORD 
     return false;
   }
   bool bStarted = false;
+  bool bAsClient = false;
   {
-    const RevertedToSelf self;
+    RevertedToSelf self;
     IniPort* pIniPort = &port;
     IsUseSdkSrv(&pIniPort);
     if (port.bUseSdkSrv) bStarted = StartOnDevice(port, *job, pszPrinterName);
+    bAsClient = self.Restore();
   }
-  if (!port.bUseSdkSrv) bStarted = StartOnPortMonitor(port, *job, pszPrinterName, dwLevel, pDocInfo);
+  if (!port.bUseSdkSrv && bAsClient) bStarted = StartOnPortMonitor(port, *job, pszPrinterName, dwLevel, pDocInfo);
   if (!bStarted || !ReadJobInfo(*job)) {
     const KeepLastError keep;
     StopCancelWatcher(*job);
     job.reset();
     return false;
   }
-  AdmitJob(port, *job.release());
+  AdmitJob(port, *job.release(), bAsClient);
   return true;
 }
 
 BOOL WINAPI MonStartDocPort(HANDLE hPort, LPWSTR pszPrinterName, DWORD dwJobId, DWORD dwLevel,
                             LPBYTE pDocInfo) noexcept {
   LogI(L"pszPrinterName:%s, JobId:%d", pszPrinterName, dwJobId);
-  IniPort* pIniPort = PortOf(hPort);
+  const PortCall call(hPort);
+  IniPort* pIniPort = call.Port();
   if (pIniPort == nullptr || dwLevel != 1 || pDocInfo == nullptr || pszPrinterName == nullptr || *pszPrinterName == 0) {
     SetLastError(ERROR_INVALID_PARAMETER);
     LogE(

@@ -4,8 +4,10 @@
 #include "common/tcp_port.h"
 #include "monitor/cancel_watcher.h"
 #include "monitor/entry.h"
+#include "monitor/impersonation.h"
 #include "monitor/log_module.h"
 #include "monitor/model.h"
+#include "monitor/port_call.h"
 #include "monitor/port_registry.h"
 #include "monitor/reprint.h"
 #include "monitor/sdk.h"
@@ -96,12 +98,16 @@ BOOL WINAPI MonOpenPortEx(HANDLE /*hMonitor*/, HANDLE hMonitorPort, LPWSTR pszPo
   ManageReprintMng(&pIniPort->reprintMng, 0);
 
   const SectionLock lock(csMonitor);
+  bool bAsClient = false;
   {
-    const RevertedToSelf self;
+    RevertedToSelf self;
     if (IsSdkSupportPort(pIniPort->pszPortName)) pIniPort->dwPortFlags |= DevicePortFlags(pIniPort->pszPortName);
     if ((pIniPort->dwPortFlags & PORT_OPEN_ALWAYS) != 0) OpenDeviceForPort(*pIniPort);
+    bAsClient = self.Restore();
   }
-  if (OpenUnderlyingPort(*pIniPort, hMonitorPort, pszPortName, pMonitor)) {
+  if (!bAsClient) SetLastError(ERROR_ACCESS_DENIED);
+  if (bAsClient && OpenUnderlyingPort(*pIniPort, hMonitorPort, pszPortName, pMonitor)) {
+    AddPortHandle(pIniPort);
     *phPort = pIniPort;
     return TRUE;
   }
@@ -112,7 +118,8 @@ BOOL WINAPI MonOpenPortEx(HANDLE /*hMonitor*/, HANDLE hMonitorPort, LPWSTR pszPo
 }
 
 BOOL WINAPI MonClosePort(HANDLE hPort) noexcept {
-  IniPort* pIniPort = PortOf(hPort);
+  // Calls that the spooler still has under way, a driver's request for instance, use the record: they end first.
+  IniPort* pIniPort = RemovePortHandle(hPort);
   if (pIniPort == nullptr) {
     SetLastError(ERROR_INVALID_PARAMETER);
     LogE(L"ERROR_INVALID_PARAMETER [pIniPort:0x%08x, signature:0x%08x]", LogAddress(hPort), SignatureOf(hPort));

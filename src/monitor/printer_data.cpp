@@ -5,7 +5,9 @@
 
 #include "base/owners.h"
 #include "monitor/entry.h"
+#include "monitor/impersonation.h"
 #include "monitor/log_module.h"
+#include "monitor/port_call.h"
 #include "monitor/records.h"
 #include "monitor/share_restore.h"
 
@@ -25,15 +27,17 @@ const wchar_t* ShareNameOf(const wchar_t* pszValueName) noexcept {
 
 }  // namespace
 
-// Restores the printer's share once in the port's life; a failed attempt may be repeated.
-static void RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOutBuffer, DWORD cbOutBuffer,
+// Restores the printer's share once in the port's life; a failed attempt may be repeated. FALSE when the thread could not go
+// back to the client.
+static bool RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOutBuffer, DWORD cbOutBuffer,
                          LPDWORD pcbReturned) noexcept {
   LOG_AS("MonGetPrinterDataFromPort");
   {
     const SectionLock lock(csMonitor);
-    if ((port.dwPortFlags.fetch_or(PORT_SHARE_SETTING) & PORT_SHARE_SETTING) != 0) return;
+    if ((port.dwPortFlags.fetch_or(PORT_SHARE_SETTING) & PORT_SHARE_SETTING) != 0) return true;
   }
   LogD(L"[srv:%s] MonGetPrinterDataFromPort [DO_SETTING_SHARE_PRN]", port.pszPortName);
+  bool bAsClient = true;
   DWORD dwResult = ERROR_INVALID_PRINTER_NAME;
   const wchar_t* pszShare = ShareNameOf(pszValueName);
   if (pszShare == nullptr) {
@@ -41,8 +45,9 @@ static void RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOut
     LogW(L"Invalid data. [pValue:%s]", pszValueName);
   } else {
     {
-      const RevertedToSelf self;
+      RevertedToSelf self;
       dwResult = RestoreSharePrinterFromLM(port.pPrinterName, pszShare);
+      bAsClient = self.Restore();
     }
     if (dwResult != ERROR_SUCCESS) {
       LogE(L"Fail to RestoreSharePrinterFromLM [share:%s][Err:%d]", pszShare, dwResult);
@@ -61,12 +66,14 @@ static void RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOut
     const SectionLock lock(csMonitor);
     port.dwPortFlags &= ~PORT_SHARE_SETTING;
   }
+  return bAsClient;
 }
 
 BOOL WINAPI MonGetPrinterDataFromPort(HANDLE hPort, DWORD dwControlId, LPWSTR pszValueName, LPWSTR pInBuffer,
                                       DWORD cbInBuffer, LPWSTR pOutBuffer, DWORD cbOutBuffer,
                                       LPDWORD pcbReturned) noexcept {
-  IniPort* pIniPort = PortOf(hPort);
+  const PortCall call(hPort);
+  IniPort* pIniPort = call.Port();
   if (pIniPort == nullptr) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
@@ -80,7 +87,10 @@ BOOL WINAPI MonGetPrinterDataFromPort(HANDLE hPort, DWORD dwControlId, LPWSTR ps
        pIniPort->pszPortName, dwControlId, pszValueName, cbInBuffer, cbOutBuffer);
   if (dwControlId == 0 && pszValueName != nullptr && *pszValueName != 0) {
     if (wcsncmp(pszValueName, kShareRequest, kShareRequestChars) == 0) {
-      RestoreShare(*pIniPort, pszValueName, pOutBuffer, cbOutBuffer, pcbReturned);
+      if (!RestoreShare(*pIniPort, pszValueName, pOutBuffer, cbOutBuffer, pcbReturned)) {
+        SetLastError(ERROR_ACCESS_DENIED);  // the request would be forwarded in the wrong name
+        return FALSE;
+      }
     } else if (wcscmp(pszValueName, L"AutoReprint") == 0) {
       LogD(L"[srv:%s] MonGetPrinterDataFromPort [AutoReprint]", pIniPort->pszPortName);
     }

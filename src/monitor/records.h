@@ -2,9 +2,10 @@
 //
 // Who may touch what: csMonitor guards the port list, every job list, pDevData and pSdkMng where a job start copies or
 // replaces them, and bySeqCounter. The spooler makes the calls of one port one after the other (its printer-data requests
-// may come beside them), so everything else of a record belongs to the thread of the current call. The cancel watcher
-// reads hPrinter, JobId, pSdkMng and hEventStop of its job, which stay unchanged while it runs, and sets hEventCancel; so
-// does a write that finds the job cancelled.
+// may come beside them), so everything else of a record belongs to the thread of the current call. Every call is counted in
+// the record while it lasts (PortCall), and a close frees the record when the others have ended. The cancel watcher reads
+// hPrinter, JobId, pSdkMng and hEventStop of its job, which stay unchanged while it runs, and sets hEventCancel; for a job
+// without a running watcher the job's own thread does (IsJobCancelled).
 #pragma once
 
 #include <windows.h>
@@ -14,8 +15,6 @@
 
 #include <atomic>
 #include <cstddef>
-
-#include "base/owners.h"
 
 class CSdk;
 struct DevData;
@@ -62,7 +61,9 @@ struct IniPort {
   std::atomic<DWORD> dwPortFlags;
   const DevData* pDevData;  // the model's record, constant data
   ReprintMng reprintMng;
-  MONITOR2 fn;  // the underlying port monitor's table
+  MONITOR2 fn;             // the underlying port monitor's table
+  DWORD dwCallsInFlight;   // guarded by the handle table's lock
+  IniPort* pNextInBucket;  // likewise: chain of the handle table
 };
 static_assert(offsetof(IniPort, signature) == 0);
 static_assert(sizeof(MONITOR2) == 176);
@@ -86,34 +87,3 @@ struct IniJob {
 extern CRITICAL_SECTION csMonitor;
 extern IniPort* pIniFirstPort;
 extern BYTE bySeqCounter;
-
-// The port that a handle of the spooler stands for, or null for a handle that is none of ours.
-inline IniPort* PortOf(HANDLE hPort) noexcept {
-  auto* pIniPort = static_cast<IniPort*>(hPort);
-  return pIniPort != nullptr && pIniPort->signature == kPortSignature ? pIniPort : nullptr;
-}
-
-// The signature found behind a handle, 0 for a null one; for log lines.
-inline DWORD SignatureOf(HANDLE hPort) noexcept {
-  return hPort != nullptr ? static_cast<IniPort*>(hPort)->signature : 0;
-}
-
-// Whether the waits of the job must end: it was cancelled in the spooler, as far as anybody has seen, or it has no event
-// by which it could ever be told.
-inline bool IsCancelSet(const IniJob& job) noexcept { return WaitForSingleObject(job.hEventCancel, 0) != WAIT_TIMEOUT; }
-
-// Runs a scope in the spooler's own security context; the destructor impersonates the client again and keeps the thread's
-// last-error code.
-class RevertedToSelf {
- public:
-  RevertedToSelf() noexcept : m_hToken(RevertToPrinterSelf()) {}
-  ~RevertedToSelf() {
-    const KeepLastError keep;
-    ImpersonatePrinterClient(m_hToken);
-  }
-  RevertedToSelf(const RevertedToSelf&) = delete;
-  RevertedToSelf& operator=(const RevertedToSelf&) = delete;
-
- private:
-  const HANDLE m_hToken;
-};

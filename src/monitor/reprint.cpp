@@ -6,8 +6,10 @@
 #include "base/memory.h"
 #include "base/owners.h"
 #include "monitor/exec_response.h"
+#include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
 #include "monitor/sdk.h"
+#include "monitor/send_pause.h"
 
 namespace {
 
@@ -81,11 +83,13 @@ DWORD ReprintDumpData(IniPort* pIniPort) noexcept {
   }
   const IniJob& job = *pIniPort->pIniJob;
   const wchar_t* pszPort = pIniPort->pszPortName;
+  SendPause pause;
   const BYTE* pNext = pIniPort->reprintMng.pBuf;
   DWORD cbRest = pIniPort->reprintMng.cbData;
   DWORD dwResult = ERROR_INVALID_PARAMETER;
-  while (!IsCancelSet(job)) {
+  while (!MustStopWaiting(*pIniPort)) {
     DWORD cbWritten = 0;
+    pause.Begin();
     // A send that timed out counts as sent and leaves the last error alone; one of an earlier call must not end the loop.
     SetLastError(ERROR_TIMEOUT);
     const bool bSent = job.pSdkMng->Send(pNext, cbRest, &cbWritten, kReprintTimeoutMs) != FALSE;
@@ -109,6 +113,7 @@ DWORD ReprintDumpData(IniPort* pIniPort) noexcept {
       default:
         LogE(L"[srv:%s] MonWritePort pmWrite() [DATALEN: %d/%d]", pszPort, cbWritten, pIniPort->reprintMng.cbData);
     }
+    pause.End(!bSent, cbWritten, job);
   }
   return dwResult;
 }
@@ -122,17 +127,17 @@ static void DrawSequenceNumber(IniJob& job) noexcept {
 void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
   IniJob& job = *pIniPort->pIniJob;
   bool bSkipConfirmation = false;
-  while (!IsCancelSet(job)) {  // a deleted job is not even asked for
+  while (!MustStopWaiting(*pIniPort)) {  // a deleted job is not even asked for
     DrawSequenceNumber(job);
     if (!bSkipConfirmation && WaitExecRespAndStatus(pIniPort, TRUE) == ERROR_SUCCESS) return;
     if ((pIniPort->dwPortFlags & PORT_RESPONSE_MASK) == PORT_VIRTUAL_COM) {
       LogD(L"Finish [WAIT_EXEC_AT_PRINT]");
       return;
     }
-    if (IsCancelSet(job)) return;
+    if (MustStopWaiting(*pIniPort)) return;
     WaitExecRespAndStatus(pIniPort, FALSE);
 
-    bSkipConfirmation = IsCancelSet(job) || !job.pSdkMng->Cancel() || !job.pSdkMng->Reset();
+    bSkipConfirmation = MustStopWaiting(*pIniPort) || !job.pSdkMng->Cancel() || !job.pSdkMng->Reset();
     if (!bSkipConfirmation) {
       WaitExecRespAndStatus(pIniPort, FALSE);
       const DWORD dwResult = ReprintDumpData(pIniPort);

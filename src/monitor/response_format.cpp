@@ -95,6 +95,7 @@ ScanResult ScanResponses(std::span<const BYTE> kept, const ResponseQuery& query,
       if (bStop) return ScanResult::Stopped;
     } else {
       result = bStop ? ScanResult::NotPrintable : ScanResult::Done;
+      if (!bStop) LogT(L"[Port:%s]Detected printable status", query.pszPortName);
     }
   }
   return result;
@@ -104,6 +105,14 @@ DWORD IncompleteTail(std::span<const BYTE> kept) noexcept {
   DWORD cb = 0;
   while (cb < kept.size() && IsData(kept[kept.size() - 1 - cb])) ++cb;
   return cb < kept.size() && IsHeader(kept[kept.size() - 1 - cb], false) ? cb + 1 : 0;
+}
+
+bool BeginsNewStatus(std::span<const BYTE> received) noexcept {
+  for (const BYTE by : received) {
+    if (IsHeader(by, false)) return true;
+    if (IsData(by)) return false;
+  }
+  return false;
 }
 
 DWORD BlankStatusTail(std::span<const BYTE> received) noexcept {

@@ -30,20 +30,25 @@ BOOL LmAnalyzeRespData(BYTE* pBuf, DWORD cbReceived, DWORD* pdwKept, DWORD* pdwP
 // What a wait looks for in kept bytes.
 struct ResponseQuery {
   bool bOneByteStatus;
-  bool bWaitExecResp;         // for the execution response, else for a printable status
-  BYTE byExecResponse;        // the response that ends the wait
-  std::uint64_t ullStopMask;  // bits of the 64-bit status value that stop it
+  bool bWaitExecResp;                // for the execution response, else for a printable status
+  BYTE byExecResponse;               // the response that ends the wait
+  std::uint64_t ullStopMask;         // bits of the 64-bit status value that stop it
+  const wchar_t* pszPortName = L"";  // for log lines
 };
 
 enum class ScanResult { Nothing, Done, Stopped, NotPrintable };
 
 // Scans kept bytes from the first to the last. Done: the execution response was found, or the last status is printable.
 // Stopped: a status with a stop bit (or the blank one) came before the execution response; ullStatus receives it.
-// NotPrintable: the last status is not printable. Nothing: no status and no awaited response.
+// NotPrintable: the last status is not printable. Nothing: no status and no awaited response. Logs each printable status of
+// the wait for one.
 ScanResult ScanResponses(std::span<const BYTE> kept, const ResponseQuery& query, std::uint64_t& ullStatus) noexcept;
 
 // Bytes at the end of kept bytes that belong to a status whose rest has not been received; 0 when there is none.
 DWORD IncompleteTail(std::span<const BYTE> kept) noexcept;
+
+// Whether the first byte of a status in newly received bytes is a header (eight-byte protocol).
+bool BeginsNewStatus(std::span<const BYTE> received) noexcept;
 
 // In the one-byte protocol, bytes at the end of received data that may be the beginning of a blank status.
 DWORD BlankStatusTail(std::span<const BYTE> received) noexcept;

@@ -4,6 +4,7 @@
 
 #include "common/service_state.h"
 #include "common/tcp_port.h"
+#include "monitor/impersonation.h"
 #include "monitor/log_module.h"
 #include "monitor/sdk.h"
 

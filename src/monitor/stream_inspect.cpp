@@ -1,6 +1,9 @@
 #include "monitor/stream_inspect.h"
 
-#include "base/memory.h"
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
 #include "monitor/log_module.h"
 
 namespace {
@@ -63,22 +66,45 @@ BYTE Step(BYTE byState, BYTE& by) noexcept {
   }
 }
 
-}  // namespace
+// ---- the search for the next byte that can begin a sequence -------------------------------------------------------------
 
-BOOL IsCancelJob(IniPort* pIniPort) noexcept {
-  LogT(L"pIniPort:0x%08x", LogAddress(pIniPort));
-  const IniJob* pIniJob = pIniPort->pIniJob;
-  if (pIniJob == nullptr || !pIniPort->bUseSdkSrv || pIniJob->hPrinter == nullptr) return FALSE;
-  DWORD cb = 0;
-  GetJobW(pIniJob->hPrinter, pIniJob->JobId, 1, nullptr, 0, &cb);
-  const auto info = AllocBlock<JOB_INFO_1W>(cb);
-  if (!info) return FALSE;
-  DWORD cbNeeded = 0;
-  if (!GetJobW(pIniJob->hPrinter, pIniJob->JobId, 1, reinterpret_cast<BYTE*>(info.get()), cb, &cbNeeded)) return FALSE;
-  if ((info->Status & kCancelledStates) == 0) return FALSE;
-  LogI(L"CANCEL,Status:0x%08x", info->Status);
-  return TRUE;
+constexpr unsigned kRowBytes = 128;
+
+using Bytes16 = BYTE __attribute__((vector_size(16)));
+using Halves = std::uint64_t __attribute__((vector_size(16)));
+
+constexpr Bytes16 kAllDle = {DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE, DLE};
+
+bool IsCommandByte(BYTE by) noexcept { return by == DLE || by == DC3; }
+
+Bytes16 Load(const BYTE* p) noexcept {
+  Bytes16 bytes;
+  std::memcpy(&bytes, p, sizeof bytes);
+  return bytes;
 }
+
+Bytes16 Least(Bytes16 a, Bytes16 b) noexcept { return a < b ? a : b; }
+
+bool HasByteBelow4(Bytes16 bytes) noexcept {
+  const auto below = reinterpret_cast<Halves>(bytes < 4);
+  return (below[0] | below[1]) != 0;
+}
+
+// The lowest byte of a word that is zero, as its top bit; bits above it mean nothing.
+std::uint64_t LowestZero(std::uint64_t ull) noexcept {
+  return (ull - 0x0101010101010101u) & ~ull & 0x8080808080808080u;
+}
+
+// The index of the first DLE or DC3 among eight bytes; 8 when there is none.
+unsigned CommandByteIn(const BYTE* p) noexcept {
+  std::uint64_t ull = 0;
+  std::memcpy(&ull, p, sizeof ull);  // little-endian, as all machines of the monitor
+  const std::uint64_t ullFound =
+      LowestZero(ull ^ (DLE * 0x0101010101010101u)) | LowestZero(ull ^ (DC3 * 0x0101010101010101u));
+  return ullFound != 0 ? static_cast<unsigned>(std::countr_zero(ullFound)) / 8 : 8;
+}
+
+}  // namespace
 
 BYTE MatchRealCmd(BYTE byState, BYTE* pBuf, DWORD cbBuf, DWORD& dwPosition) noexcept {
   BYTE& by = pBuf[dwPosition++];
@@ -92,11 +118,39 @@ BYTE MatchRealCmd(BYTE byState, BYTE* pBuf, DWORD cbBuf, DWORD& dwPosition) noex
   return kAgain1;
 }
 
+DWORD FindRealCmd(const BYTE* pBuf, DWORD cbBuf, DWORD dwPosition) noexcept {
+  // Rows of vectors are looked at together: the smallest byte after DLE was taken out bit by bit is below 4 exactly where
+  // one of the four values 10h to 13h stands. A row that has one is looked through word by word.
+  for (; cbBuf - dwPosition >= kRowBytes; dwPosition += kRowBytes) {
+    const BYTE* pRow = pBuf + dwPosition;
+    Bytes16 least = Load(pRow) ^ kAllDle;
+    for (unsigned n = 1; n < kRowBytes / sizeof(Bytes16); ++n)
+      least = Least(least, Load(pRow + n * sizeof(Bytes16)) ^ kAllDle);
+    if (!HasByteBelow4(least)) continue;
+    for (unsigned n = 0; n < kRowBytes; n += sizeof(std::uint64_t)) {
+      const unsigned nAt = CommandByteIn(pRow + n);
+      if (nAt < sizeof(std::uint64_t)) return dwPosition + n + nAt;
+    }
+  }
+  for (; cbBuf - dwPosition >= sizeof(std::uint64_t); dwPosition += sizeof(std::uint64_t)) {
+    const unsigned nAt = CommandByteIn(pBuf + dwPosition);
+    if (nAt < sizeof(std::uint64_t)) return dwPosition + nAt;
+  }
+  while (dwPosition < cbBuf && !IsCommandByte(pBuf[dwPosition])) ++dwPosition;
+  return dwPosition;
+}
+
 void CheckRealCmd(IniPort* pIniPort, BYTE* pBuf, DWORD cbBuf) noexcept {
   LogT(L"pIniPort:0x%08x, cbBuf:%d", LogAddress(pIniPort), cbBuf);
   IniJob* pIniJob = pIniPort->pIniJob;
   if (cbBuf == 0 || pIniJob == nullptr) return;
   BYTE byState = pIniJob->realCmdState;
-  for (DWORD dwPosition = 0; dwPosition < cbBuf;) byState = MatchRealCmd(byState, pBuf, cbBuf, dwPosition);
+  for (DWORD dwPosition = 0; dwPosition < cbBuf;) {
+    if (byState == kIdle && !IsCommandByte(pBuf[dwPosition])) {
+      dwPosition = FindRealCmd(pBuf, cbBuf, dwPosition + 1);
+      if (dwPosition == cbBuf) break;
+    }
+    byState = MatchRealCmd(byState, pBuf, cbBuf, dwPosition);
+  }
   pIniJob->realCmdState = byState;
 }

@@ -10,10 +10,10 @@ bool IsRawJob(const IniJob* pIniJob) noexcept {
          _wcsicmp(pIniJob->pJob->pDatatype, L"RAW") == 0;
 }
 
-bool IsSharedPrinter(const IniJob* pIniJob) noexcept {
+bool IsSharedPrinter(const IniJob* pIniJob, const char* pszRoutine) noexcept {
   wchar_t wszShare[kShareNameChars] = {};
   if (pIniJob == nullptr || !Get_Share_Name(pIniJob->hPrinter, wszShare)) {
-    AssertHere();
+    Assert(__FILE__, pszRoutine, __LINE__, GetLastError());
     return false;
   }
   return *wszShare != 0;

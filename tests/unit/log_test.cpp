@@ -51,7 +51,9 @@ TEST_F(Log, NewFileBeginsWithHeaderSystemInformationAndTitles) {
 
 TEST_F(Log, ErrorLineIsPrecededByTheLast32TraceRecords) {
   Mask(LOG_LEVEL_E);
-  for (int n = 0; n < 40; ++n) Say(LOG_LEVEL_T, L"unseen", sim::Format("Trace%02d", n).c_str());
+  std::vector<std::string> routines;  // names stay as long as their records
+  for (int n = 0; n < 40; ++n) routines.push_back(sim::Format("Trace%02d", n));
+  for (const std::string& strRoutine : routines) Say(LOG_LEVEL_T, L"unseen", strRoutine.c_str());
   Say(LOG_LEVEL_V, L"never traced", "Verbose");
   Say(LOG_LEVEL_E, L"the error");
   Say(LOG_LEVEL_E, L"another");
@@ -144,12 +146,13 @@ TEST_F(Log, TagsAndTheShortForm) {
 
 TEST_F(Log, LongTraceRecordIsCutAndStillEndsItsLine) {
   CTraceRing ring;
-  LogThreadBuffers buffers;
-  ring.Push(1, 2, std::string(100, 'r').c_str(), 3);
-  const std::string strText = ring.Collect(buffers);
+  char szText[kTraceTextBytes];
+  const std::string strRoutine(100, 'r');
+  ring.Push(1, 2, strRoutine.c_str(), 3);
+  const std::string strText = ring.Collect(szText);
   EXPECT_EQ(strText.size(), 127u);
   EXPECT_TRUE(strText.ends_with("r\r\n"));
-  EXPECT_STREQ(ring.Collect(buffers), "");
+  EXPECT_STREQ(ring.Collect(szText), "");
 }
 
 TEST_F(Log, TextsAreHeldWhileAnotherProgramHasTheFile) {
@@ -228,10 +231,13 @@ TEST_F(Log, RoutineNamesComeOutOfTheCompilersText) {
 TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
   CLogfile logfile;
   const auto folderFor = [&](const char* pszModule) {
-    LogPath folder = {};
-    EXPECT_TRUE(logfile.CreateLogFolder(pszModule, folder));
-    const std::string strFolder = sim::Narrow(folder.wsz);
-    RemoveDirectoryW(folder.wsz);
+    std::string strFolder;
+    {
+      LogFolder folder;
+      EXPECT_TRUE(logfile.CreateLogFolder(pszModule, folder));
+      strFolder = sim::Narrow(folder.module.Path());
+    }
+    RemoveDirectoryW(sim::Wide(strFolder).c_str());
     return strFolder.substr(strFolder.rfind('\\') + 1);
   };
   EXPECT_EQ(folderFor("TAG    \0seventeen_letters"), "Undefined");
@@ -371,7 +377,7 @@ TEST_F(LogClock, SlowFileIsNotedBeforeTheLine) {
   Say(LOG_LEVEL_E, L"first");
   const w32::FaultsOn faults;
   for (const DWORD dwMilliseconds : {10'000u, 10'001u}) {
-    w32::SlowCall("CreateFileW", dwMilliseconds);
+    w32::SlowCall("CreateFileW", dwMilliseconds, 3);  // behind the three folders
     Say(LOG_LEVEL_E, L"slow");
     EXPECT_EQ(World::LogCount("File access time is abnormal\r\n["), dwMilliseconds > 10'000 ? 1u : 0u);
   }

@@ -50,9 +50,12 @@ TEST_P(Retention, ArchiveFoldersStayAsLongAsTheTableSays) {
 TEST_P(Retention, LogFilesStayAsLongAsTheTableSays) {
   CLogfile logfile;
   logfile.SetModuleFolder("RETAIN \0Retention");
-  LogPath folder;
-  ASSERT_TRUE(logfile.CreateLogFolder("RETAIN \0Retention", folder));
-  const std::string strFolder = sim::Narrow(folder.wsz);
+  std::string strFolder;
+  {
+    LogFolder folder;
+    ASSERT_TRUE(logfile.CreateLogFolder("RETAIN \0Retention", folder));
+    strFolder = sim::Narrow(folder.module.Path());
+  }
   for (const LONG nAge : {GetParam().nUnits, GetParam().nUnits + 1}) {
     GoToAge(nAge);
     World::WriteWholeFile(strFolder + (nAge == GetParam().nUnits ? "\\20stays.log" : "\\20goes.log"),

@@ -1,0 +1,147 @@
+// What a handle tells of its file or folder, and what can be done to it by handle; links.
+#include "files.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+using namespace w32;
+
+namespace {
+
+// Where an open file lies now; the names of the sandbox's drives begin behind its root.
+std::string HostPathOf(const File& file) {
+  char szPath[PATH_MAX];
+  const ssize_t n = readlink(("/proc/self/fd/" + std::to_string(file.nFile)).c_str(), szPath, sizeof szPath);
+  return n > 0 ? std::string(szPath, static_cast<std::size_t>(n)) : std::string();
+}
+
+const std::string& RealRoot() {
+  static const std::string* pRoot = [] {
+    char szPath[PATH_MAX];
+    return new std::string(realpath(SandboxRoot().c_str(), szPath) != nullptr ? szPath : SandboxRoot().c_str());
+  }();
+  return *pRoot;
+}
+
+BOOL Fails(DWORD dwError) {
+  SetLastError(dwError);
+  return FALSE;
+}
+
+FILETIME TimeOf(const timespec& time) {
+  const std::uint64_t ullTicks = static_cast<std::uint64_t>(time.tv_sec) * 10'000'000 +
+                                 static_cast<std::uint64_t>(time.tv_nsec) / 100 + 116'444'736'000'000'000ULL;
+  return {static_cast<DWORD>(ullTicks), static_cast<DWORD>(ullTicks >> 32)};
+}
+
+DWORD AttributesOf(const File& file, const struct stat& status) {
+  struct stat target {};
+  if (S_ISLNK(status.st_mode)) {
+    const bool bToFolder = stat(HostPathOf(file).c_str(), &target) == 0 && S_ISDIR(target.st_mode);
+    return FILE_ATTRIBUTE_REPARSE_POINT | (bToFolder ? FILE_ATTRIBUTE_DIRECTORY : 0u);
+  }
+  if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
+  return (status.st_mode & S_IWUSR) == 0 ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+}
+
+BOOL Rename(const File& file, const FILE_RENAME_INFO& info) {
+  if (info.ReplaceIfExists || info.RootDirectory != nullptr) Unsupported("this kind of rename by handle");
+  std::u16string strName(info.FileNameLength / sizeof(wchar_t), u'\0');
+  std::memcpy(strName.data(), info.FileName, info.FileNameLength);
+  const MappedPath to = MapPath(reinterpret_cast<const wchar_t*>(strName.c_str()));
+  if (to.dwError != ERROR_SUCCESS) return Fails(to.dwError);
+  if (access(to.strHost.c_str(), F_OK) == 0) return Fails(ERROR_ALREADY_EXISTS);
+  if (rename(HostPathOf(file).c_str(), to.strHost.c_str()) != 0) return Fails(ERROR_ACCESS_DENIED);
+  return TRUE;
+}
+
+// The entry goes when the handle is closed.
+BOOL MarkForDeletion(File& file) {
+  struct stat status {};
+  if (fstat(file.nFile, &status) != 0) return Fails(ERROR_INVALID_HANDLE);
+  if (S_ISREG(status.st_mode) && (status.st_mode & S_IWUSR) == 0) return Fails(ERROR_ACCESS_DENIED);
+  const std::string strPath = HostPathOf(file);
+  if (S_ISDIR(status.st_mode) && !IsEmptyFolder(strPath)) return Fails(ERROR_DIR_NOT_EMPTY);
+  file.strDeleteAtClose = strPath;
+  return TRUE;
+}
+
+}  // namespace
+
+extern "C" {
+
+BOOL WINAPI GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION lpFileInformation) {
+  PlatformCall();
+  if (FaultHere("GetFileInformationByHandle", ERROR_GEN_FAILURE)) return FALSE;
+  const auto pFile = FindObject<File>(hFile);
+  struct stat status {};
+  if (!pFile || fstat(pFile->nFile, &status) != 0) return Fails(ERROR_INVALID_HANDLE);
+  *lpFileInformation = {};
+  lpFileInformation->dwFileAttributes = AttributesOf(*pFile, status);
+  lpFileInformation->ftLastWriteTime = TimeOf(status.st_mtim);
+  lpFileInformation->dwVolumeSerialNumber = 0x1234;
+  lpFileInformation->nFileSizeHigh = static_cast<DWORD>(static_cast<std::uint64_t>(status.st_size) >> 32);
+  lpFileInformation->nFileSizeLow = static_cast<DWORD>(status.st_size);
+  lpFileInformation->nNumberOfLinks = S_ISDIR(status.st_mode) ? 1 : static_cast<DWORD>(status.st_nlink);
+  lpFileInformation->nFileIndexHigh = static_cast<DWORD>(static_cast<std::uint64_t>(status.st_ino) >> 32);
+  lpFileInformation->nFileIndexLow = static_cast<DWORD>(status.st_ino);
+  return TRUE;
+}
+
+DWORD WINAPI GetFinalPathNameByHandleW(HANDLE hFile, LPWSTR lpszFilePath, DWORD cchFilePath, DWORD dwFlags) {
+  if (dwFlags != VOLUME_NAME_NONE) Unsupported("a final path with its volume");
+  PlatformCall();
+  if (FaultHere("GetFinalPathNameByHandleW", ERROR_ACCESS_DENIED)) return 0;
+  const auto pFile = FindObject<File>(hFile);
+  if (!pFile) return static_cast<DWORD>(Fails(ERROR_INVALID_HANDLE));
+  const std::string strHost = HostPathOf(*pFile);
+  std::string strPath = strHost;
+  // The sandbox's drives are "volumes"; what a link led out of it keeps its host path, which is none of them.
+  if (strHost.starts_with(RealRoot() + "/")) strPath = strHost.substr(std::min(RealRoot().size() + 2, strHost.size()));
+  if (strPath.empty()) strPath = "/";
+  for (char& c : strPath)
+    if (c == '/') c = '\\';
+  const std::u16string strWide = FromUtf8(strPath);
+  if (strWide.size() >= cchFilePath) return static_cast<DWORD>(strWide.size() + 1);
+  std::memcpy(lpszFilePath, strWide.c_str(), (strWide.size() + 1) * sizeof(wchar_t));
+  return static_cast<DWORD>(strWide.size());
+}
+
+BOOL WINAPI SetFileInformationByHandle(HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS FileInformationClass,
+                                       LPVOID lpFileInformation, DWORD) {
+  PlatformCall();
+  if (FaultHere("SetFileInformationByHandle", ERROR_ACCESS_DENIED)) return FALSE;
+  const auto pFile = FindObject<File>(hFile);
+  if (!pFile) return Fails(ERROR_INVALID_HANDLE);
+  if ((pFile->dwAccess & DELETE) == 0) return Fails(ERROR_ACCESS_DENIED);
+  switch (FileInformationClass) {
+    case FileRenameInfo: return Rename(*pFile, *static_cast<FILE_RENAME_INFO*>(lpFileInformation));
+    case FileDispositionInfo:
+      if (!static_cast<FILE_DISPOSITION_INFO*>(lpFileInformation)->DeleteFile) Unsupported("taking a deletion back");
+      return MarkForDeletion(*pFile);
+  }
+  Unsupported("this information by handle");
+}
+
+BOOLEAN WINAPI CreateSymbolicLinkW(LPCWSTR lpSymlinkFileName, LPCWSTR lpTargetFileName, DWORD) {
+  PlatformCall();
+  const MappedPath link = MapPath(lpSymlinkFileName);
+  const MappedPath target = MapPath(lpTargetFileName);
+  if (link.dwError != ERROR_SUCCESS || target.dwError != ERROR_SUCCESS)
+    return static_cast<BOOLEAN>(Fails(ERROR_INVALID_NAME));
+  if (symlink(target.strHost.c_str(), link.strHost.c_str()) == 0) return TRUE;
+  return static_cast<BOOLEAN>(Fails(errno == EEXIST ? ERROR_ALREADY_EXISTS : ERROR_PATH_NOT_FOUND));
+}
+
+BOOL WINAPI CreateHardLinkW(LPCWSTR lpFileName, LPCWSTR lpExistingFileName, LPSECURITY_ATTRIBUTES) {
+  PlatformCall();
+  if (link(HostPath(lpExistingFileName).c_str(), HostPath(lpFileName).c_str()) == 0) return TRUE;
+  return Fails(errno == EEXIST ? ERROR_ALREADY_EXISTS : ERROR_FILE_NOT_FOUND);
+}
+
+}  // extern "C"

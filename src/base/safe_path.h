@@ -1,0 +1,106 @@
+// Files and folders below a root that others may write to, reached without ever following a link.
+//
+// The root is the administrator's and may lie behind links. Below it every folder on the way is opened by itself and not
+// through a link, checked by its handle, and stays open without the right for others to move or delete it; what is opened,
+// made, renamed or deleted in it is therefore in that very folder. Names below the root are single names, never paths.
+// Nothing here logs or reports: the log itself lives on this.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+
+#include "base/memory.h"
+#include "base/owners.h"
+
+// A path with room of its own; one that is longer than most goes to heap memory.
+class PathText {
+ public:
+  PathText() noexcept { m_wszShort[0] = 0; }
+  PathText(const PathText&) = delete;
+  PathText& operator=(const PathText&) = delete;
+
+  // Takes the first cch characters of a text. FALSE (and empty) when memory is short.
+  bool Assign(const wchar_t* psz, std::size_t cch) noexcept;
+  // Appends a backslash, unless the text ends in one, and a name.
+  bool Append(const wchar_t* pszName) noexcept;
+  // Takes the final path of an open file or folder, without its volume.
+  bool AssignFinalPathOf(HANDLE hFile) noexcept;
+
+  const wchar_t* Text() const noexcept { return m_pLong ? m_pLong.get() : m_wszShort; }
+  std::size_t Length() const noexcept { return m_cch; }
+
+ private:
+  wchar_t* Reserve(std::size_t cch) noexcept;  // room for cch characters and a terminator; the content is gone
+
+  static constexpr std::size_t kShortChars = 280;
+  wchar_t m_wszShort[kShortChars];
+  HeapPtr<wchar_t> m_pLong;
+  std::size_t m_cch = 0;
+};
+
+// A folder by its names: how the calls reach it and what a handle to it must tell.
+class SafePlace {
+ public:
+  SafePlace(const SafePlace&) = delete;
+  SafePlace& operator=(const SafePlace&) = delete;
+  const wchar_t* Path() const noexcept { return m_path.Text(); }
+
+ protected:
+  SafePlace() noexcept = default;
+  ~SafePlace() = default;
+  // Becomes the place of another one, or of what has a name in it.
+  bool Take(const SafePlace& other, const wchar_t* pszName = nullptr) noexcept;
+
+  PathText m_path;
+  PathText m_final;
+  DWORD m_dwVolume = 0;
+};
+
+// Where the safe part begins.
+class SafeRoot : public SafePlace {
+ public:
+  // Finds out where a folder really lies; its path is the first cch characters of a text. FALSE when it cannot be opened,
+  // with the last-error code of the step that failed.
+  bool Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept;
+};
+
+enum class SafeOpen {
+  Opened,
+  Missing,  // there is no such folder: nothing has this name, or a file has it
+  Refused,  // it could not be opened, or what was opened is a link or lies elsewhere
+};
+
+// A folder below a root (or the root itself), held open.
+class SafeFolder : public SafePlace {
+ public:
+  // Opens the root itself.
+  bool OpenRoot(const SafeRoot& root) noexcept;
+  // Opens a folder in the root, or in a folder that stays open meanwhile. dwMoreAccess: rights beside those that every use
+  // needs.
+  SafeOpen Open(const SafePlace& parent, const wchar_t* pszName, DWORD dwMoreAccess = 0) noexcept;
+  // The same, and makes the folder when it is missing.
+  SafeOpen OpenOrMake(const SafePlace& parent, const wchar_t* pszName) noexcept;
+  // The same, and gives a folder that was made the access rule of those that every user's programs write to.
+  SafeOpen OpenOrMakeForUsers(const SafePlace& parent, const wchar_t* pszName) noexcept;
+
+  // Opens or makes a file in the folder: a plain file with one name, not shared with anybody. Null when that fails.
+  // pInformation receives what the handle tells, the size among it.
+  UniqueHandle OpenFile(const wchar_t* pszName, DWORD dwAccess, DWORD dwDisposition,
+                        BY_HANDLE_FILE_INFORMATION* pInformation = nullptr) const noexcept;
+  // Renames a file that was opened here with the right DELETE; an existing file is not replaced.
+  bool RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexcept;
+  // Deletes a file that was opened here with the right DELETE; it is gone when its handle is closed.
+  static bool DeleteOpenFile(HANDLE hFile) noexcept;
+  // Deletes an entry of the folder: a file, an empty folder, or a link, never what a link leads to.
+  bool DeleteEntry(const wchar_t* pszName) const noexcept;
+  // Starts a listing; INVALID_HANDLE_VALUE when nothing matches. The folder stays open while the listing is used.
+  UniqueFind List(const wchar_t* pszPattern, WIN32_FIND_DATAW& entry) const noexcept;
+
+  explicit operator bool() const noexcept { return m_hFolder != nullptr; }
+
+ private:
+  bool IsInPlace(HANDLE hFile, const wchar_t* pszName, const BY_HANDLE_FILE_INFORMATION& information) const noexcept;
+
+  UniqueHandle m_hFolder;
+};

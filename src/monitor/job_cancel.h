@@ -1,0 +1,23 @@
+// Whether a job was deleted or restarted in the spooler.
+#pragma once
+
+#include <windows.h>
+
+#include "base/memory.h"
+#include "monitor/records.h"
+
+// Reads the job's level-1 information from the spooler; a size that has grown is followed once.
+//   ppInfo  in/out: the information, null before the first call; *pcbInfo its room in bytes
+// FALSE, with the spooler's last-error code, when it cannot be read; *ppInfo keeps what it held. Any thread.
+bool ReadJobStatus(const IniJob& job, HeapPtr<JOB_INFO_1W>* ppInfo, DWORD* pcbInfo) noexcept;
+
+// TRUE when the current job is being deleted or restarted in the spooler. Asks the spooler, and answers only for ports on
+// the device-access path; a failed query counts as not cancelled. On the thread of the job's calls.
+BOOL IsCancelJob(IniPort* pIniPort) noexcept;
+
+// The one cancel test of every wait, resend and confirmation: the current job's cancel event is set, or the job has no
+// running watcher and the spooler says so now, which then sets the event. On the thread of the job's calls.
+bool IsJobCancelled(IniPort& port) noexcept;
+
+// Whether the waits of the current job must end: it is cancelled, or it has no event by which it could ever be told.
+bool MustStopWaiting(IniPort& port) noexcept;
