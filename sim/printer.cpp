@@ -22,7 +22,8 @@ constexpr KindName kKindNames[] = {{"paper-end", FaultKind::PaperEnd},
                                    {"silence", FaultKind::Silence},
                                    {"wrong-number", FaultKind::WrongNumber},
                                    {"late-answer", FaultKind::LateAnswer},
-                                   {"chatter", FaultKind::Chatter}};
+                                   {"chatter", FaultKind::Chatter},
+                                   {"lost-bytes", FaultKind::LostBytes}};
 
 }  // namespace
 
@@ -72,6 +73,7 @@ void Printer::SayStatus() {
     Say({static_cast<BYTE>(0x40 | byErrors)});
   } else {
     Say({static_cast<BYTE>(0xC0 | byErrors), 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0});
+    if (Is(FaultKind::LostBytes)) m_answers.resize(m_answers.size() - 3);
   }
 }
 
@@ -113,8 +115,8 @@ void Printer::EndFault(FaultKind kind) {
     m_bAutomaticStatus = true;
     SayStatus();
   }
-  const bool bStatusChanged =
-      kind == FaultKind::PaperEnd || kind == FaultKind::CoverOpen || kind == FaultKind::PowerCycle;
+  const bool bStatusChanged = kind == FaultKind::PaperEnd || kind == FaultKind::CoverOpen ||
+                              kind == FaultKind::PowerCycle || kind == FaultKind::LostBytes;
   if (bStatusChanged && m_bAutomaticStatus) SayStatus();
 }
 

@@ -29,6 +29,7 @@ enum class FaultKind {
   WrongNumber,   // an execution response with another number comes before the next right one
   LateAnswer,    // the execution response of an earlier job comes again
   Chatter,       // bytes that mean nothing behind every answer, without end
+  LostBytes,     // the last bytes of each status get lost; then it is said again
 };
 
 // Names as tools take them: "paper-end", "cover-open", … Returns false for an unknown name.

@@ -65,15 +65,22 @@ void Spooler::SetStatus(DWORD dwId, DWORD dwAdd) {
       it->second->strQueue);
 }
 
+void Spooler::ClearStatus(DWORD dwId, DWORD dwRemove) {
+  const Guard guard(lock);
+  const auto it = m_jobs.find(dwId);
+  if (it != m_jobs.end()) it->second->dwStatus &= ~dwRemove;
+}
+
 DWORD Spooler::StatusOf(DWORD dwId) {
   const Guard guard(lock);
   const auto it = m_jobs.find(dwId);
-  return it != m_jobs.end() ? it->second->dwStatus : JOB_STATUS_DELETED;
+  return it != m_jobs.end() && !it->second->bGone ? it->second->dwStatus : JOB_STATUS_DELETED;
 }
 
 void Spooler::RemoveJob(DWORD dwId) {
   const Guard guard(lock);
-  m_jobs.erase(dwId);
+  const auto it = m_jobs.find(dwId);
+  if (it != m_jobs.end()) it->second->bGone = true;
 }
 
 HANDLE Spooler::OpenPort(const std::string& strPort, const std::string& strPrinter) {
@@ -113,8 +120,12 @@ bool Spooler::EndDoc(HANDLE hPort) {
   return pMonitor->pfnEndDocPort(hPort) != FALSE;
 }
 
-PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options) {
+bool Spooler::Write(HANDLE hPort, std::vector<BYTE>& chunk, DWORD& cbWritten) {
   const ActAsClient client;
+  return pMonitor->pfnWritePort(hPort, chunk.data(), static_cast<DWORD>(chunk.size()), &cbWritten) != FALSE;
+}
+
+PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options) {
   PrintResult result;
   result.bStarted = StartDoc(hPort, dwJobId);
   if (!result.bStarted) {
@@ -123,6 +134,7 @@ PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strDa
     return result;
   }
   std::vector<BYTE> chunk;
+  unsigned nOffers = 0;
   while (result.ullDelivered < strData.size()) {
     if (options.onProgress) options.onProgress(result.ullDelivered);
     if (options.bStopWhenDeleted && (StatusOf(dwJobId) & JOB_STATUS_DELETING) != 0) break;
@@ -132,22 +144,24 @@ PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strDa
       chunk.assign(strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered),
                    strData.begin() + static_cast<std::ptrdiff_t>(result.ullDelivered + cb));
     DWORD cbWritten = 0xDDDDDDDD;  // what a caller happens to have there
-    if (!pMonitor->pfnWritePort(hPort, chunk.data(), static_cast<DWORD>(chunk.size()), &cbWritten)) {
+    if (!Write(hPort, chunk, cbWritten)) {
       result.dwError = GetLastError();
       ++result.nRefused;
       break;
     }
     if (cbWritten == 0) {
       ++result.nRefused;
+      result.nMostOffers = std::max(result.nMostOffers, ++nOffers);
       Sleep(options.dwRetryMs);
       continue;
     }
+    nOffers = 0;
     cbWritten = std::min(cbWritten, static_cast<DWORD>(chunk.size()));
     chunk.erase(chunk.begin(), chunk.begin() + cbWritten);
     result.ullDelivered += cbWritten;
   }
   if (options.onProgress) options.onProgress(result.ullDelivered);
-  pMonitor->pfnEndDocPort(hPort);
+  EndDoc(hPort);
   result.bDelivered = result.ullDelivered == strData.size();
   return result;
 }
@@ -198,6 +212,7 @@ HANDLE WINAPI RevertToPrinterSelf() {
 }
 
 BOOL WINAPI ImpersonatePrinterClient(HANDLE hToken) {
+  if (sim::FaultHere("ImpersonatePrinterClient", ERROR_ACCESS_DENIED)) return FALSE;
   if (hToken == nullptr) {
     SetLastError(ERROR_NO_TOKEN);
     return FALSE;

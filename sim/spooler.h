@@ -38,6 +38,7 @@ struct Job {
   std::string strDocument;
   std::string strDatatype;
   DWORD dwStatus = JOB_STATUS_PRINTING;
+  bool bGone = false;  // has left the spooler: queries fail, the world remembers
   unsigned nSentToPrinter = 0;
   unsigned nLastPageEjected = 0;
 };
@@ -55,7 +56,8 @@ struct PrintResult {
   bool bDelivered = false;  // every byte was taken
   DWORD dwError = 0;        // last error of the call that failed
   std::uint64_t ullDelivered = 0;
-  unsigned nRefused = 0;  // calls that failed or took nothing
+  unsigned nRefused = 0;     // calls that failed or took nothing
+  unsigned nMostOffers = 0;  // offers in a row of one buffer that took nothing
 };
 
 class Spooler {
@@ -68,7 +70,8 @@ class Spooler {
 
   DWORD NewJob(const std::string& strQueue, const std::string& strDatatype, const std::string& strDocument = "receipt");
   Job* FindJob(DWORD dwId);
-  void SetStatus(DWORD dwId, DWORD dwAdd);  // adds status bits: deleting, restarting, pausing
+  void SetStatus(DWORD dwId, DWORD dwAdd);       // adds status bits: deleting, restarting, pausing
+  void ClearStatus(DWORD dwId, DWORD dwRemove);  // takes bits back
   DWORD StatusOf(DWORD dwId);
   // The job leaves the spooler: later queries fail.
   void RemoveJob(DWORD dwId);
@@ -90,6 +93,7 @@ class Spooler {
     bool Wait(DWORD dwMilliseconds) {
       return m_hThread == nullptr || WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0;
     }
+    bool Started() const { return m_hThread != nullptr; }
     PrintResult result;
 
    private:
@@ -107,6 +111,8 @@ class Spooler {
 
   Lock lock;  // guards queues and jobs
  private:
+  bool Write(HANDLE hPort, std::vector<BYTE>& chunk, DWORD& cbWritten);
+
   std::map<std::string, std::unique_ptr<Queue>> m_queues;
   std::map<DWORD, std::unique_ptr<Job>> m_jobs;
   DWORD m_dwNextJob = 1;

@@ -110,8 +110,8 @@ BOOL WINAPI GetJobW(HANDLE hPrinter, DWORD dwJobId, DWORD dwLevel, LPBYTE pBuf, 
   Job job;
   {
     const Job* pJob = spooler.FindJob(dwJobId);
-    if (pJob == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     const Guard guard(spooler.lock);
+    if (pJob == nullptr || pJob->bGone) return Fail(ERROR_INVALID_PARAMETER);
     job = *pJob;
   }
   const auto fill = [&](auto& record) {
@@ -136,8 +136,8 @@ BOOL WINAPI SetJobW(HANDLE hPrinter, DWORD dwJobId, DWORD, LPBYTE, DWORD dwComma
   if (HandleOf(hPrinter) == nullptr) return FALSE;
   World& world = World::Get();
   Job* pJob = world.spooler.FindJob(dwJobId);
-  if (pJob == nullptr) return Fail(ERROR_INVALID_PARAMETER);
   const Guard guard(world.spooler.lock);
+  if (pJob == nullptr || pJob->bGone) return Fail(ERROR_INVALID_PARAMETER);
   if (dwCommand == JOB_CONTROL_SENT_TO_PRINTER) {
     ++pJob->nSentToPrinter;
     if (pJob->nLastPageEjected != 0) world.journal.Add("violation: sent-to-printer after last-page-ejected");

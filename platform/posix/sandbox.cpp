@@ -58,8 +58,9 @@ std::string Resolve(const std::string& strFolder, const std::string& strName) {
 
 // Most paths name something that is there, in the very case: one look tells. Appends the path to the drive's host folder then.
 bool IsThereAsWritten(const std::string& strPath, std::string& strDrive, struct stat& status) {
-  if (strPath.find("\\.") != std::string::npos || strPath.find(".\\") != std::string::npos ||
-      strPath.find(" \\") != std::string::npos || strPath.back() == '.' || strPath.back() == ' ')
+  if (strPath.find("\\\\") != std::string::npos || strPath.find("\\.") != std::string::npos ||
+      strPath.find(".\\") != std::string::npos || strPath.find(" \\") != std::string::npos || strPath.back() == '.' ||
+      strPath.back() == ' ')
     return false;
   std::string strHost = strDrive + strPath.substr(std::min<std::size_t>(2, strPath.size()));
   for (char& c : strHost)

@@ -3,6 +3,7 @@
 #include <unistd.h>
 #endif
 
+#include "base/memory.h"
 #include "common/job_archive.h"
 #include "common/job_folders.h"
 #include "tests/support/world_test.h"
@@ -315,6 +316,41 @@ TEST_F(Ageing, QueueWithoutAGuidRemembersTheRunInMemory) {
   ASSERT_TRUE(PrintOn(m_hPort, "does not").bDelivered);
   EXPECT_TRUE(Exists("old"));
   EXPECT_EQ(World::LogCount("GetPrinterData [dwReturned:0]"), 3u);  // two starts, one run
+}
+
+// A queue without a usable GUID neither uses a word that others store nor takes one back that their job ends advance.
+TEST_F(Ageing, QueueWhoseGuidCannotBeReadWholeHasNone) {
+  m_pQueue->data["UtilityGUID"] = Spooler::Text(std::string(64, 'g'));  // 130 bytes with its terminator
+  ASSERT_TRUE(PrintOn(m_hPort, "x").bDelivered);
+  EXPECT_EQ(World::LogCount("GetPrinterData [dwReturned:0]"), 2u);
+  m_pQueue->data["UtilityGUID"] = Spooler::Text(std::string(63, 'g'));
+  ASSERT_TRUE(PrintOn(m_hPort, "x").bDelivered);
+  EXPECT_EQ(World::LogCount("GetPrinterData [dwReturned:0]"), 2u);
+
+  m_pQueue->data.erase("UtilityGUID");
+  gJob.dwChkJobFileTime = 1;
+  for (std::uint64_t ullSeed = 1; ullSeed <= 60; ++ullSeed) {
+    w32::SetSeed(ullSeed);
+    gJob.dwChkJobFileTime = 1;
+    const HANDLE hThread = CreateThread(
+        nullptr, 0,
+        [](LPVOID) -> DWORD {
+          gJob.dwChkJobFileTime = 2;  // another queue's job end
+          return 0;
+        },
+        nullptr, 0, nullptr);
+    HANDLE hPrinter = nullptr;
+    ASSERT_TRUE(OpenPrinterW(sim::Wide("Till").data(), &hPrinter, nullptr));
+    wchar_t* pszRoot = nullptr;
+    wchar_t* pszFile = nullptr;
+    gJob.MakeSettings(hPrinter, {2026, 11, 0, 18, 9, 0, 0, 0}, &pszRoot, &pszFile, FALSE);
+    WaitForSingleObject(hThread, INFINITE);
+    CloseHandle(hThread);
+    ClosePrinter(hPrinter);
+    ReleaseMemory(pszRoot);
+    ReleaseMemory(pszFile);
+    ASSERT_EQ(gJob.dwChkJobFileTime, 2u) << "seed " << ullSeed;
+  }
 }
 
 TEST_F(Ageing, QueueThatNeverRanDoesNotGoByAnotherQueuesRun) {

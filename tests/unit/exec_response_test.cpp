@@ -114,6 +114,111 @@ TEST_F(Waits, AreStoppedByTheKindsOfStatusThatAreTheirs) {
   }
 }
 
+// The reads of a printable wait and how many of them it takes; C2 is paper end, C0 D2 … a ready printer.
+TEST_F(Waits, PrintableVerdictWaitsForTheStatusThatIsStillOnItsWay) {
+  const Bytes ready = {0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0};
+  const auto with = [](Bytes bytes, std::initializer_list<BYTE> more) {
+    bytes.insert(bytes.end(), more);
+    return bytes;
+  };
+  AskedPort asked(DevModelTable()[0].pDevData);
+  // The second status turns out to be paper end: a third one decides.
+  g_pieces = {with(ready, {0xC2, 0xD2, 0xD0}), {0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, ready, ready};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, FALSE), 0u);
+  EXPECT_EQ(g_pieces.size(), 1u);
+  // Its rest never comes: what is whole decides when a read brings nothing.
+  g_pieces = {with(ready, {0xC2, 0xD2, 0xD0}), {}, ready};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, FALSE), 0u);
+  EXPECT_EQ(g_pieces.size(), 1u);
+  // In the one-byte protocol the blank status is the one that comes in pieces.
+  asked.port.pDevData = DevModelTable()[11].pDevData;
+  g_pieces = {{0x40, 0xC0, 0xD0, 0xD0}, {0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, {0x40}, {0x40}};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, FALSE), 0u);
+  EXPECT_EQ(g_pieces.size(), 1u);
+}
+
+TEST_F(Waits, HeldBeginningIsDroppedWhenTheNextStatusBegins) {
+  AskedPort asked(DevModelTable()[3].pDevData);  // a model that stops at a bit of the sixth byte
+  g_pieces = {{0xC0, 0xD2, 0xD0, 0xD0, 0xD0}, {0x21, 0xC8, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, {0x85}};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), 0u);
+}
+
+TEST_F(Waits, EachPrintableStatusOfAnAnswerHasItsLine) {
+  AskedPort asked(DevModelTable()[0].pDevData);
+  const Bytes ready = {0xC0, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0};
+  Bytes first = ready;
+  first.insert(first.end(), {0xC2, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0});
+  Bytes second = first;
+  second.insert(second.end(), ready.begin(), ready.end());
+  g_pieces = {first, second};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, FALSE), 0u);
+  EXPECT_EQ(sim::World::LogCount("[Port:USB001]Detected printable status"), 3u);
+}
+
+// Failing reads with counts, in the drain before a job's first byte: those that set one go on.
+int g_nDrainReads = 0;
+DWORD WINAPI FailingReads(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* pdwWritten, void*, DWORD,
+                          DWORD* pdwValue, DWORD) {
+  if (pszRequest == nullptr) {
+    *pdwWritten = cbIn;
+    return ERROR_SUCCESS;
+  }
+  if (sim::Narrow(pszRequest) != "GET_RAW_DATA_CLR") return ERROR_GEN_FAILURE;
+  if (++g_nDrainReads < 3) *pdwValue = 10;  // the third leaves it alone
+  return ERROR_GEN_FAILURE;
+}
+
+TEST_F(Waits, DrainGoesOnWhileFailingReadsBringSomething) {
+  sim::Queue& queue = world().AddPrinter("Till", "USB001", kModel);
+  queue.data["AutoReprint"] = sim::Spooler::Dword(1);
+  const HANDLE hPort = Open("USB001");
+  const DWORD dwJob = world().spooler.NewJob("Till", "TEXT");
+  ASSERT_TRUE(world().spooler.StartDoc(hPort, dwJob));
+  CSdk& sdk = *static_cast<IniPort*>(hPort)->pSdkMng;
+  const auto pfnReal = sdk.pDevIoCtrl;
+  sdk.pDevIoCtrl = FailingReads;
+  g_nDrainReads = 0;
+  const HANDLE hThread = CreateThread(
+      nullptr, 0,
+      [](LPVOID p) -> DWORD {
+        Sleep(2000);
+        sim::World::Get().spooler.SetStatus(*static_cast<DWORD*>(p), JOB_STATUS_DELETING);
+        return 0;
+      },
+      const_cast<DWORD*>(&dwJob), 0, nullptr);
+  BYTE abyData[4] = {};
+  DWORD cbWritten = 0;
+  EXPECT_TRUE(world().spooler.pMonitor->pfnWritePort(hPort, abyData, 4, &cbWritten));
+  EXPECT_EQ(cbWritten, 4u);  // the wait that followed ended with the job's deletion
+  EXPECT_EQ(g_nDrainReads, 3);
+  WaitForSingleObject(hThread, INFINITE);
+  CloseHandle(hThread);
+  sdk.pDevIoCtrl = pfnReal;
+  world().spooler.EndDoc(hPort);
+  world().spooler.ClosePort(hPort);
+}
+
+// Answers of direct output, one a call: bytes written and code.
+std::deque<std::pair<DWORD, DWORD>> g_sends;
+DWORD WINAPI PlannedSends(DWORD, LPCWSTR, const void*, DWORD, DWORD* pdwWritten, void*, DWORD, DWORD*, DWORD) {
+  const auto [cbWritten, dwCode] = g_sends.front();
+  g_sends.pop_front();
+  *pdwWritten = cbWritten;
+  return dwCode;
+}
+
+TEST_F(Waits, WhatWasWrittenCountsBeforeTheErrorDoes) {
+  AskedPort asked(nullptr);
+  asked.sdk.pDevIoCtrl = PlannedSends;
+  const Bytes request = {0x1D, 0x61, 0xFF, 0x12, 0x71, 0x85};
+  g_sends = {{6, ERROR_DEVICE_NOT_CONNECTED}};
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 0u);
+  g_sends = {{4, ERROR_DEVICE_NOT_CONNECTED}, {0, ERROR_TIMEOUT}, {0, ERROR_GEN_FAILURE}, {2, 0}};
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 0u);
+  g_sends = {{4, 0}, {0, ERROR_DEVICE_NOT_CONNECTED}};
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 1167u);
+}
+
 struct SplitCase {
   const wchar_t* pszModel;
   Bytes answer;

@@ -1,10 +1,11 @@
 // Many seeds of random jobs, printer faults, cancels, service stops, refused calls and changed settings on several ports at
-// once, some with platform calls that fail at random; and what must hold after each. A failing seed prints how to replay it.
-#include <sys/wait.h>
-#include <unistd.h>
+// once, some with platform calls that fail at random; and what must hold after each.
+#include "tests/simulation/random_jobs.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <map>
 #include <random>
 
 #include "tests/support/world_test.h"
@@ -22,11 +23,26 @@ constexpr DWORD kNoticedMs = 600;
 // No job takes longer than its faults and its data need, by far.
 constexpr DWORD kLongestRunMs = 3'600'000;
 
+// A deleted job is over within a second, and what the call takes that it is in: a transfer that nobody can cancel, a log
+// that somebody holds.
+constexpr DWORD kEndsMs = 1500;
+constexpr DWORD kLockMs = 3000;  // that the device's lock is waited for
+constexpr DWORD kLongestTransferMs = 90'000;
+constexpr DWORD kLongestLogWaitMs = 62'000;
+
+// Offers of one buffer that take nothing; a printer that is not ready makes the write wait instead.
+constexpr unsigned kMostOffers = 40;
+
+enum class Afterwards { Stays, TakenBack, Leaves };
+
 struct RandomJob {
   DWORD dwId = 0;
   std::string strData;
   DWORD dwUserChange = 0;  // what the user does to it: status bits
   DWORD dwChangeAfter = 0;
+  Afterwards afterwards = Afterwards::Stays;  // what becomes of the bits
+  DWORD dwAfterwards = 0;
+  DWORD dwEnded = 0;
   sim::PrintResult result;
 
   bool IsCancelled() const { return (dwUserChange & kCancelled) != 0; }
@@ -41,11 +57,6 @@ struct PortPlan {
   std::vector<RandomJob> jobs;
 };
 
-std::uint64_t FromEnvironment(const char* pszName, std::uint64_t ullDefault) {
-  const char* psz = std::getenv(pszName);
-  return psz != nullptr ? std::strtoull(psz, nullptr, 10) : ullDefault;
-}
-
 std::size_t CountIn(const std::string& strText, const std::string& strPart) {
   std::size_t n = 0;
   for (std::size_t nAt = strText.find(strPart); nAt != std::string::npos; nAt = strText.find(strPart, nAt + 1)) ++n;
@@ -54,7 +65,13 @@ std::size_t CountIn(const std::string& strText, const std::string& strPart) {
 
 class Simulation {
  public:
-  explicit Simulation(std::uint64_t ullSeed) : m_random(ullSeed), m_ullSeed(ullSeed), m_bHostile(Chance(8)) {
+  explicit Simulation(std::uint64_t ullSeed)
+      : m_random(ullSeed),
+        m_ullSeed(ullSeed),
+        m_bHostile(Chance(8)),
+        m_bLostWatchers(!m_bHostile && Chance(4)),
+        m_bLogHeld(Chance(10)),
+        m_bLinks(Chance(6)) {
     w32::SetSeed(ullSeed);
     world.Attach();
     world.SetLogLevel(Chance(4) ? 0x596 : 0x002);
@@ -66,10 +83,17 @@ class Simulation {
     if (Chance(3)) world.library.SetPartialSends(200 + Pick(900));
     if (Chance(3)) {  // calls that the library refuses, whichever port they meet
       constexpr const char* kRequests[] = {"send", "SDK_SET_LOCK", "GET_RAW_DATA_RESP", "GET_RAW_DATA_CLR"};
-      world.library.Answer(kRequests[Pick(4)], Chance(2) ? ERROR_GEN_FAILURE : ERROR_TIMEOUT, 1 + Pick(3));
+      world.library.Answer(kRequests[Pick(4)], Chance(2) ? ERROR_GEN_FAILURE : ERROR_TIMEOUT,
+                           Chance(4) ? 20 + Pick(60) : 1 + Pick(3));
     }
     w32::ResetFaults();
     if (m_bHostile) w32::FailRandomly(1 + Pick(4));
+    if (m_bLostWatchers) {  // watchers that cannot start, or that end early
+      w32::FailCalls("CreateThread", 1 + Pick(2), Pick(6));
+      if (Chance(2)) w32::FailCalls("GetJobW", 1 + Pick(2), 3 + Pick(40));
+    }
+    const HANDLE hLogHolder = m_bLogHeld ? HoldLogMutex(Pick(100'000)) : nullptr;
+    const HANDLE hLinkMaker = m_bLinks ? MakeLinks() : nullptr;
     struct Start {
       Simulation* pSimulation;
       PortPlan* pPort;
@@ -103,10 +127,20 @@ class Simulation {
       CloseHandle(hThread);
     }
     w32::ResetFaults();
+    m_bStopLinks = true;
+    for (const HANDLE hThread : {hLogHolder, hLinkMaker}) {
+      if (hThread == nullptr) continue;
+      WaitForSingleObject(hThread, INFINITE);
+      CloseHandle(hThread);
+    }
     Sleep(60'000);  // the paper comes out
     for (PortPlan& port : m_ports)
       if (!m_bHostile) Check(port);
-    for (PortPlan& port : m_ports) world.spooler.ClosePort(port.hPort);
+    for (PortPlan& port : m_ports) CloseBesideRequests(port);
+    if (m_bLinks) {
+      EXPECT_EQ(sim::World::ArchivedFiles("C:\\Outside"), m_outside);
+      sim::World::DeleteTree("C:\\Outside");
+    }
     if (!m_bHostile) {
       EXPECT_EQ(world.library.HeldLocks(), 0u);
       EXPECT_EQ(world.library.OpenSessions(), 0u);
@@ -157,13 +191,17 @@ class Simulation {
                                       JOB_STATUS_PAUSED};
         job.dwUserChange = kChanges[Pick(4)];
         job.dwChangeAfter = Pick(Chance(2) ? 1000 : 9000);
+        if (Chance(4)) {
+          job.afterwards = Chance(2) ? Afterwards::TakenBack : Afterwards::Leaves;
+          job.dwAfterwards = Pick(1500);
+        }
       }
       if (Chance(2)) {
         constexpr FaultKind kKinds[] = {FaultKind::PaperEnd,     FaultKind::CoverOpen,   FaultKind::OffLine,
                                         FaultKind::PowerCycle,   FaultKind::BlankStatus, FaultKind::Garbage,
                                         FaultKind::SplitAnswers, FaultKind::Silence,     FaultKind::WrongNumber,
-                                        FaultKind::LateAnswer,   FaultKind::Chatter};
-        FaultKind kind = kKinds[Pick(11)];
+                                        FaultKind::LateAnswer,   FaultKind::Chatter,     FaultKind::LostBytes};
+        FaultKind kind = kKinds[Pick(12)];
         // Execution responses of one byte carry no number: an early one cannot be told from the right one.
         if (kind == FaultKind::LateAnswer && bPrinterOneByte) kind = FaultKind::Garbage;
         world.PrinterOf(port.strPort)
@@ -183,18 +221,99 @@ class Simulation {
       options.cbChunk = 1000 + static_cast<DWORD>(nPort) * 700;
       std::unique_ptr<sim::Spooler::Running> pRunning;
       {
-        const w32::FaultsOn faults(m_bHostile);  // for the job's thread and its watcher
-        pRunning = world.spooler.PrintAsync(port.hPort, job.dwId, job.strData, options);
+        const w32::FaultsOn faults(m_bHostile || m_bLostWatchers);  // for the job's thread and its watcher
+        do {
+          pRunning = world.spooler.PrintAsync(port.hPort, job.dwId, job.strData, options);
+        } while (!m_bHostile && !pRunning->Started());
       }
-      if (job.dwUserChange != 0 && !pRunning->Wait(job.dwChangeAfter))
+      if (job.dwUserChange != 0 && !pRunning->Wait(job.dwChangeAfter)) {
         world.spooler.SetStatus(job.dwId, job.dwUserChange);
+        if (job.afterwards != Afterwards::Stays && !pRunning->Wait(job.dwAfterwards)) {
+          if (job.afterwards == Afterwards::TakenBack) {
+            world.spooler.ClearStatus(job.dwId, job.dwUserChange);
+          } else {
+            world.spooler.RemoveJob(job.dwId);
+          }
+        }
+      }
       job.result = pRunning->Join();
+      job.dwEnded = GetTickCount();
+      world.journal.Add(sim::Format("over: job %u", static_cast<unsigned>(job.dwId)), port.strQueue);
       if (port.bSettingGoesAway && job.result.bStarted) {  // the port keeps what its first job found
         sim::Queue* pQueue = world.spooler.FindQueue(port.strQueue);
         const sim::Guard guard(world.spooler.lock);
         pQueue->data["AutoReprint"] = sim::Spooler::Dword(0);
       }
     }
+  }
+
+  // Another process that has the log's mutex and does not give it back for a while.
+  static HANDLE HoldLogMutex(DWORD dwMilliseconds) {
+    static DWORD s_dwMilliseconds;
+    s_dwMilliseconds = dwMilliseconds;
+    return CreateThread(
+        nullptr, 0,
+        [](LPVOID) -> DWORD {
+          const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
+          if (WaitForSingleObject(hMutex, INFINITE) == WAIT_OBJECT_0) {
+            Sleep(s_dwMilliseconds);
+            ReleaseMutex(hMutex);
+          }
+          CloseHandle(hMutex);
+          return 0;
+        },
+        nullptr, 0, nullptr);
+  }
+
+  // A user who puts links to a folder outside in the place of log and archive folders, for a while each.
+  HANDLE MakeLinks() {
+    CreateDirectoryW(L"C:\\Outside", nullptr);
+    CreateDirectoryW(L"C:\\Outside\\PrinterDriver", nullptr);
+    sim::World::WriteWholeFile("C:\\Outside\\PrinterDriver\\20261118.log", "somebody's");
+    m_outside = sim::World::ArchivedFiles("C:\\Outside");
+    for (const PortPlan& port : m_ports)
+      if (!port.strRoot.empty()) m_places.push_back(port.strRoot + "\\20261118");
+    for (unsigned n = 0; n < 12; ++n)
+      m_linkPlan.push_back({m_places[Pick(static_cast<unsigned>(m_places.size()))], Pick(700)});
+    return CreateThread(
+        nullptr, 0,
+        [](LPVOID p) -> DWORD {
+          auto& simulation = *static_cast<Simulation*>(p);
+          for (const auto& [strPlace, dwWait] : simulation.m_linkPlan) {
+            if (simulation.m_bStopLinks) break;
+            Sleep(dwWait);
+            const sim::WideString place = sim::Wide(strPlace);
+            const sim::WideString aside = sim::Wide(strPlace + ".aside");
+            MoveFileW(place.c_str(), aside.c_str());
+            if (!CreateSymbolicLinkW(place.c_str(), L"C:\\Outside\\PrinterDriver", SYMBOLIC_LINK_FLAG_DIRECTORY))
+              continue;
+            Sleep(dwWait);
+            RemoveDirectoryW(place.c_str());
+            MoveFileW(aside.c_str(), place.c_str());
+          }
+          return 0;
+        },
+        this, 0, nullptr);
+  }
+
+  // The driver asks while the spooler closes the port.
+  void CloseBesideRequests(PortPlan& port) {
+    const HANDLE hThread = CreateThread(
+        nullptr, 0,
+        [](LPVOID p) -> DWORD {
+          const sim::ActAsClient client;
+          sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
+          DWORD cb = 0;
+          for (int n = 0; n < 3; ++n)
+            sim::World::Get().spooler.pMonitor->pfnGetPrinterDataFromPort(p, 0, request.data(), nullptr, 0, nullptr, 0,
+                                                                          &cb);
+          return 0;
+        },
+        port.hPort, 0, nullptr);
+    Sleep(static_cast<DWORD>(m_ullSeed % 3) * 300);
+    world.spooler.ClosePort(port.hPort);
+    WaitForSingleObject(hThread, INFINITE);
+    CloseHandle(hThread);
   }
 
   bool Happened(const std::string& strText) {
@@ -209,14 +328,17 @@ class Simulation {
     std::pair<std::size_t, std::size_t> before;  // strip and position of the job before
     for (const RandomJob& job : port.jobs) {
       const sim::Job& spooled = *world.spooler.FindJob(job.dwId);
-      EXPECT_EQ(spooled.nSentToPrinter, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
-      EXPECT_EQ(spooled.nLastPageEjected, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
+      if (!spooled.bGone) {
+        EXPECT_EQ(spooled.nSentToPrinter, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
+        EXPECT_EQ(spooled.nLastPageEjected, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
+      }
+      EXPECT_LE(job.result.nMostOffers, kMostOffers) << "job " << job.dwId;
       EXPECT_TRUE(job.result.bStarted || job.result.dwError != 0) << "job " << job.dwId;
       const bool bOnPortMonitor =
           Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), static_cast<unsigned>(job.dwId)));
       if (job.IsCancelled() && job.result.bStarted && !bOnPortMonitor) CheckCancelled(port, job);
       if (job.IsCancelled() || !job.result.bDelivered) continue;
-      if (!strArchive.empty()) {
+      if (!strArchive.empty() && !m_bLinks) {
         EXPECT_EQ(CountIn(strArchive, job.strData), 1u) << "job " << job.dwId << " in the archive";
       }
       if (spooled.strDatatype == "RAW" || bOnPortMonitor) continue;  // nobody asks the printer to confirm these
@@ -235,11 +357,16 @@ class Simulation {
   // From the moment on when a deletion was noticed nothing is sent, and the device is cleared behind the job.
   void CheckCancelled(const PortPlan& port, const RandomJob& job) {
     const auto id = static_cast<unsigned>(job.dwId);
-    const std::string strEnd = sim::Format("SetJob %u last-page-ejected", id);
+    const std::string strEnd = sim::Format("over: job %u", id);
     const std::string strSent = sim::Format("SetJob %u sent-to-printer", id);
     const std::string strChange = sim::Format("user changes job %u:", id);
+    // What was there for less than a poll may have been seen by nobody.
+    const bool bSeen = job.afterwards == Afterwards::Stays ||
+                       (job.dwAfterwards > kNoticedMs && !m_bLostWatchers && !m_bLogHeld);
+    if (!bSeen) return;
     DWORD dwLocked = 0;
     DWORD dwNoticed = 0;
+    DWORD dwChanged = 0;
     bool bEnding = false;
     bool bMustClear = false;
     std::string strLast;  // of the requests that clear the device
@@ -249,8 +376,9 @@ class Simulation {
       if (event.strText == strSent) bEnding = true;
       if (event.strText.starts_with("sdk SDK_SET_LOCK")) dwLocked = event.dwTime;
       if (event.strText.starts_with(strChange)) {
+        dwChanged = event.dwTime;
         dwNoticed = event.dwTime + kNoticedMs;
-        bMustClear = !bEnding;
+        bMustClear = !bEnding && !m_bLostWatchers;  // a query that fails tells nothing
       }
       if (event.strText.starts_with("sdk SDK_CANCEL_IO_EX") || event.strText.starts_with("sdk SDK_SET_RESET")) {
         strBeforeLast = strLast;
@@ -259,6 +387,10 @@ class Simulation {
       if (dwNoticed != 0 && event.strText.starts_with("transfer begins")) {
         EXPECT_LE(event.dwTime, std::max(dwNoticed, dwLocked + kNoticedMs)) << "deleted job " << job.dwId;
       }
+    }
+    if (dwChanged != 0) {
+      const DWORD dwCall = (m_bLostWatchers ? kLongestTransferMs : 0) + (m_bLogHeld ? kLongestLogWaitMs : 0);
+      EXPECT_LE(job.dwEnded, std::max(dwChanged, dwLocked + kLockMs) + kEndsMs + dwCall) << "deleted job " << job.dwId;
     }
     if (!bMustClear) return;
     EXPECT_EQ(strBeforeLast, "sdk SDK_CANCEL_IO_EX timeout=0") << "deleted job " << job.dwId;
@@ -271,8 +403,7 @@ class Simulation {
     for (PortPlan& port : m_ports)
       std::printf("%s: %s\n", port.strPort.c_str(), world.PrinterOf(port.strPort).State().c_str());
     if (std::getenv("LM_SHOW") != nullptr) std::printf("%s\n", sim::World::LogText().c_str());
-    std::printf("a job never ends; replay: ./run simulate --seeds 1 --first %llu\n",
-                static_cast<unsigned long long>(m_ullSeed));
+    std::printf("a job never ends\n");
     std::fflush(stdout);
     std::abort();
   }
@@ -280,9 +411,18 @@ class Simulation {
   std::mt19937_64 m_random;
   const std::uint64_t m_ullSeed;
   const bool m_bHostile;  // platform calls fail at random: nothing may crash, hang or leak, and no more is asked for
+  const bool m_bLostWatchers;
+  const bool m_bLogHeld;
+  const bool m_bLinks;
   std::vector<PortPlan> m_ports;
   std::string m_strFirstModel;
+  std::vector<std::string> m_places = {sim::World::LogFolder(), "C:\\ProgramData\\Kelvane\\Logs"};
+  std::vector<std::pair<std::string, DWORD>> m_linkPlan;
+  std::map<std::string, std::string> m_outside;
+  std::atomic<bool> m_bStopLinks{false};
 };
+
+}  // namespace
 
 void RunSeed(std::uint64_t ullSeed) {
   CleanMachine();
@@ -297,69 +437,3 @@ void RunSeed(std::uint64_t ullSeed) {
   }
   EXPECT_EQ(Leaks(before), "");
 }
-
-// Runs a seed in a process of its own, so that it begins like every other and a crash names its seed.
-bool SeedPasses(std::uint64_t ullSeed) {
-  std::fflush(stdout);
-  const pid_t nChild = fork();
-  if (nChild == 0) {
-    RunSeed(ullSeed);
-    std::fflush(stdout);
-    _exit(::testing::Test::HasFailure() ? 1 : 0);
-  }
-  int nStatus = -1;
-  return nChild > 0 && waitpid(nChild, &nStatus, 0) == nChild && nStatus == 0;
-}
-
-// Four shares of the seeds, so that the test runner can use every core.
-class Seeds : public ::testing::TestWithParam<int> {};
-
-TEST_P(Seeds, RandomJobs) {
-  w32::SandboxRoot();  // the children share it
-  constexpr std::uint64_t kShares = 4;
-  const std::uint64_t ullFirst = FromEnvironment("LM_FIRST_SEED", 1);
-  const std::uint64_t ullEnd = ullFirst + FromEnvironment("LM_SEEDS", 2000);
-  for (std::uint64_t ullSeed = ullFirst + static_cast<std::uint64_t>(GetParam()); ullSeed < ullEnd;
-       ullSeed += kShares) {
-    ASSERT_TRUE(SeedPasses(ullSeed)) << "replay: ./run simulate --seeds 1 --first " << ullSeed;
-  }
-}
-INSTANTIATE_TEST_SUITE_P(Simulation, Seeds, ::testing::Range(0, 4));
-
-// The scheduler's seed alone: the same four jobs, in a thousand orders of events, always end the same way.
-TEST(Simulation, FourPortsPrintAtOnceUnderManySeeds) {
-  for (std::uint64_t ullSeed = 1; ullSeed <= 1000; ++ullSeed) {
-    CleanMachine();
-    w32::SetSeed(ullSeed);
-    const w32::Balance before = w32::CurrentBalance();
-    {
-      sim::World world;
-      world.Attach();
-      world.services.dwState = SERVICE_STOPPED;
-      std::vector<HANDLE> ports;
-      std::vector<std::unique_ptr<sim::Spooler::Running>> jobs;
-      for (int n = 0; n < 4; ++n) {
-        world.AddPrinter(sim::Format("Till %d", n), sim::Format("COM%d", n), kModel);
-        ports.push_back(world.spooler.OpenPort(sim::Format("COM%d", n), sim::Format("Till %d", n)));
-      }
-      sim::PrintOptions options;
-      options.cbChunk = 1000;
-      for (int n = 0; n < 4; ++n)
-        jobs.push_back(world.spooler.PrintAsync(ports[static_cast<std::size_t>(n)],
-                                                world.spooler.NewJob(sim::Format("Till %d", n), "TEXT"),
-                                                Receipt(3000, static_cast<char>('A' + n)), options));
-      for (auto& pJob : jobs) ASSERT_TRUE(pJob->Join().bDelivered);
-      for (int n = 0; n < 4; ++n) {
-        EXPECT_EQ(world.portMonitor.Port(sim::Format("COM%d", n)).strDelivered,
-                  Receipt(3000, static_cast<char>('A' + n)));
-        EXPECT_EQ(world.spooler.FindJob(static_cast<DWORD>(n + 1))->nLastPageEjected, 1u);
-        world.spooler.ClosePort(ports[static_cast<std::size_t>(n)]);
-      }
-      EXPECT_EQ(world.journal.Count("violation"), 0u);
-    }
-    EXPECT_EQ(Leaks(before), "");
-    ASSERT_FALSE(HasFailure()) << "seed " << ullSeed;
-  }
-}
-
-}  // namespace

@@ -1,0 +1,241 @@
+// Links and second names that a user puts below the log's and the archive's roots: nothing behind them is ever touched, and
+// printing goes on.
+#include <atomic>
+
+#include "common/job_archive.h"
+#include "log/log.h"
+#include "log/log_folder.h"
+#include "log/log_object.h"
+#include "tests/support/world_test.h"
+
+using namespace testing_support;
+using sim::World;
+
+namespace {
+
+constexpr char kOutside[] = "C:\\Outside";
+constexpr char kRoot[] = "C:\\Jobs";
+
+class Links : public WorldTest {
+ protected:
+  Links() {
+    World::DeleteTree(kOutside);
+    World::DeleteTree(kRoot);
+    CreateDirectoryW(sim::Wide(kOutside).c_str(), nullptr);
+    World::WriteWholeFile(std::string(kOutside) + "\\file", "somebody's");
+  }
+  ~Links() override {
+    World::DeleteTree(kOutside);
+    World::DeleteTree(kRoot);
+  }
+  HANDLE OpenArchived() {
+    world().services.dwState = SERVICE_STOPPED;
+    sim::Queue& queue = world().AddPrinter("Till", "COM1", kModel);
+    queue.data["JobFilePath"] = sim::Spooler::Text(kRoot);
+    queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
+    return Open("COM1");
+  }
+  static std::string DayFolder() { return std::string(kRoot) + "\\" + World::ListFolder(kRoot).at(0); }
+  static std::string OutsideFile() {
+    std::string strText;
+    World::ReadWholeFile(std::string(kOutside) + "\\file", strText);
+    return strText;
+  }
+};
+
+// Hard links: Wine has them as well.
+TEST_F(Links, FileWithASecondNameElsewhereIsNeverWrittenTo) {
+  const HANDLE hPort = OpenArchived();
+  EXPECT_TRUE(PrintOn(hPort, "first").bDelivered);
+  const std::string strOutside = std::string(kOutside) + "\\file";
+  sim::PrintOptions options;
+  options.cbChunk = 6;
+  options.onProgress = [&](std::uint64_t ullDone) {  // the job's file is replaced in the middle of the job
+    if (ullDone != 6) return;
+    const std::string strFile = DayFolder() + "\\" + World::ListFolder(DayFolder()).back();
+    DeleteFileW(sim::Wide(strFile).c_str());
+    CreateHardLinkW(sim::Wide(strFile).c_str(), sim::Wide(strOutside).c_str(), nullptr);
+  };
+  EXPECT_TRUE(PrintOn(hPort, "second job", "RAW", options).bDelivered);
+  EXPECT_EQ(world().portMonitor.Port("COM1").strDelivered, "firstsecond job");
+  EXPECT_EQ(World::LogCount("Fail to open the output job file. ["), 1u);
+
+  const std::string strLog = World::LogFolder() + "\\" + World::ListFolder(World::LogFolder()).at(0);
+  DeleteFileW(sim::Wide(strLog).c_str());
+  CreateHardLinkW(sim::Wide(strLog).c_str(), sim::Wide(strOutside).c_str(), nullptr);
+  EXPECT_TRUE(PrintOn(hPort, "third").bDelivered);
+  EXPECT_EQ(OutsideFile(), "somebody's");
+  DeleteFileW(sim::Wide(strLog).c_str());
+  world().spooler.ClosePort(hPort);
+}
+
+#ifndef _WIN32
+void Link(const std::string& strPlace, const std::string& strTarget) {
+  ASSERT_TRUE(CreateSymbolicLinkW(sim::Wide(strPlace).c_str(), sim::Wide(strTarget).c_str(), 0));
+}
+void Move(const std::string& strFrom, const std::string& strTo) {
+  ASSERT_TRUE(MoveFileW(sim::Wide(strFrom).c_str(), sim::Wide(strTo).c_str()));
+}
+
+TEST_F(Links, LogFolderThatIsALinkHoldsTheLinesUntilItIsAFolderAgain) {
+  const HANDLE hPort = OpenArchived();
+  for (const std::string& strPlace : {World::LogFolder(), std::string("C:\\ProgramData\\Kelvane\\Logs")}) {
+    Move(strPlace, strPlace + ".aside");
+    Link(strPlace, kOutside);
+    EXPECT_FALSE(world().spooler.pMonitor->pfnReadPort(hPort, nullptr, 0, nullptr));  // a line of level E
+    RemoveDirectoryW(sim::Wide(strPlace).c_str());
+    Move(strPlace + ".aside", strPlace);
+    EXPECT_FALSE(world().spooler.pMonitor->pfnReadPort(hPort, nullptr, 0, nullptr));
+    EXPECT_EQ(World::ListFolder(kOutside), std::vector<std::string>{"file"}) << strPlace;
+  }
+  EXPECT_EQ(World::LogCount("*["), 2u);  // held, and written when the folder was back
+  world().spooler.ClosePort(hPort);
+}
+
+TEST_F(Links, ArchiveRootMayBeALinkAndItsDayFolderMayNot) {
+  CreateDirectoryW(L"C:\\RealJobs", nullptr);
+  Link(kRoot, "C:\\RealJobs");
+  const HANDLE hPort = OpenArchived();
+  EXPECT_TRUE(PrintOn(hPort, "kept").bDelivered);
+  const std::string strDay = World::ListFolder("C:\\RealJobs").at(0);
+  EXPECT_EQ(World::ListFolder("C:\\RealJobs\\" + strDay).size(), 1u);
+  Move("C:\\RealJobs\\" + strDay, "C:\\RealJobs\\.aside");
+  Link("C:\\RealJobs\\" + strDay, kOutside);
+  EXPECT_TRUE(PrintOn(hPort, "printed all the same").bDelivered);
+  EXPECT_EQ(World::LogCount("Fail to create the output job folder. [C:\\Jobs\\" + strDay + "]"), 1u);
+  EXPECT_EQ(World::ListFolder(kOutside), std::vector<std::string>{"file"});
+  // Ageing takes the link away and leaves what it leads to.
+  w32::AdvanceClock(72 * 3'600'000);
+  world().spooler.ClosePort(hPort);
+  const HANDLE hAgain = Open("COM1");
+  EXPECT_TRUE(PrintOn(hAgain, "three days later").bDelivered);
+  world().spooler.ClosePort(hAgain);
+  EXPECT_EQ(GetFileAttributesW(sim::Wide("C:\\RealJobs\\" + strDay).c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(OutsideFile(), "somebody's");
+  EndWorld();
+  RemoveDirectoryW(sim::Wide(kRoot).c_str());
+  World::DeleteTree("C:\\RealJobs");
+}
+
+TEST(LinksAtLoad, BaseFolderIsNotMadeBehindALink) {
+  CleanMachine();
+  World::DeleteTree("C:\\ProgramData\\Kelvane");
+  CreateDirectoryW(L"C:\\Elsewhere", nullptr);
+  Link("C:\\ProgramData\\Kelvane", "C:\\Elsewhere");
+  {
+    CLogfile logfile;  // as when the module is loaded
+  }
+  EXPECT_EQ(World::ListFolder("C:\\Elsewhere"), std::vector<std::string>());
+  RemoveDirectoryW(L"C:\\ProgramData\\Kelvane");
+}
+
+// Somebody swaps a folder for a link, again and again, while the monitor works in it: in every order of events that the
+// seeds give, nothing behind the link changes.
+struct Swap {
+  const char* pszName;
+  std::string strPlace;
+  std::function<void()> setUp;
+  std::function<void()> work;
+};
+
+void Swapping(const Swap& swap) {
+  for (std::uint64_t ullSeed = 1; ullSeed <= 300; ++ullSeed) {
+    w32::SetSeed(ullSeed);
+    swap.setUp();
+    const auto before = World::ArchivedFiles("C:\\Target");
+    struct Swapper {
+      std::string strPlace;
+      std::atomic<bool> bStop{false};
+    } swapper{swap.strPlace};
+    const HANDLE hThread = CreateThread(
+        nullptr, 0,
+        [](LPVOID p) -> DWORD {
+          auto& s = *static_cast<Swapper*>(p);
+          const sim::WideString place = sim::Wide(s.strPlace);
+          const sim::WideString aside = sim::Wide(s.strPlace + "-aside");
+          while (!s.bStop) {
+            if (!MoveFileW(place.c_str(), aside.c_str())) continue;
+            CreateSymbolicLinkW(place.c_str(), L"C:\\Target\\Inner", SYMBOLIC_LINK_FLAG_DIRECTORY);
+            RemoveDirectoryW(place.c_str());
+            MoveFileW(aside.c_str(), place.c_str());
+          }
+          return 0;
+        },
+        &swapper, 0, nullptr);
+    swap.work();
+    swapper.bStop = true;
+    WaitForSingleObject(hThread, INFINITE);
+    CloseHandle(hThread);
+    ASSERT_EQ(World::ArchivedFiles("C:\\Target"), before) << swap.pszName << ", seed " << ullSeed;
+  }
+}
+
+void MakeTarget() {
+  CreateDirectoryW(L"C:\\Target", nullptr);
+  CreateDirectoryW(L"C:\\Target\\Inner", nullptr);
+  for (const char* pszName : {"20200101.log", "20261118.log", "a.prn"})
+    World::WriteWholeFile(std::string("C:\\Target\\Inner\\") + pszName,
+                          "Kelvane Thermal Printer Log\r\n\r\nsomebody's");
+}
+
+TEST(SwappedFolders, PurgeOfTheLog) {
+  CleanMachine();
+  CLogfile logfile;
+  logfile.SetModuleFolder("SWAP   \0Swapped");
+  const std::string strFolder = "C:\\ProgramData\\Kelvane\\Logs\\Swapped";
+  Swapping({"purge", strFolder,
+            [&] {
+              MakeTarget();
+              CreateDirectoryW(sim::Wide(strFolder).c_str(), nullptr);
+              World::WriteWholeFile(strFolder + "\\20200101.log", "Kelvane Thermal Printer Log\r\n\r\nold");
+              w32::AdvanceClock(12 * 86'400'000ull);
+              SYSTEMTIME st;
+              GetLocalTime(&st);
+              logfile.NoteLineTime(st);
+            },
+            [&] { logfile.PurgeOldLogs(0); }});
+}
+
+TEST(SwappedFolders, LinesAndRotation) {
+  CleanMachine();
+  World::SetLogLevel(LOG_LEVEL_E);
+  LogObject().SetModuleFolder("DRV_LM \0PrinterDriver");
+  Swapping({"rotation", World::LogFolder(),
+            [&] {
+              MakeTarget();
+              CreateDirectoryW(sim::Wide(World::LogFolder()).c_str(), nullptr);
+              for (const std::string& strName : World::ListFolder(World::LogFolder()))
+                DeleteFileW(sim::Wide(World::LogFolder() + "\\" + strName).c_str());
+              const HANDLE hFile = CreateFileW(sim::Wide(World::LogFolder() + "\\20261118.log").c_str(), GENERIC_WRITE,
+                                               0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+              SetFilePointer(hFile, 32'000'000, nullptr, FILE_BEGIN);
+              SetEndOfFile(hFile);
+              CloseHandle(hFile);
+            },
+            [&] {
+              for (int n = 0; n < 3; ++n) OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "", n, 1, 1, L"line");
+            }});
+}
+
+TEST(SwappedFolders, WritingAndAgeingOfTheArchive) {
+  CleanMachine();
+  const std::string strDay = std::string(kRoot) + "\\20261118";
+  Swapping({"archive", strDay,
+            [&] {
+              MakeTarget();
+              CreateDirectoryW(sim::Wide(kRoot).c_str(), nullptr);
+              CreateDirectoryW(sim::Wide(strDay).c_str(), nullptr);
+              World::WriteWholeFile(strDay + "\\a.prn", "old");
+              CreateDirectoryW(sim::Wide(strDay + "\\deeper").c_str(), nullptr);
+              World::WriteWholeFile(strDay + "\\deeper\\a.prn", "old");
+            },
+            [&] {
+              gJob.OutputJobFile(sim::Wide(strDay + "\\a.prn").c_str(), reinterpret_cast<const BYTE*>("more"), 4);
+              w32::AdvanceClock(3 * 86'400'000);
+              gJob.DeleteOldJobFolders(w32::ClockTicks(), sim::Wide(kRoot).c_str());
+            }});
+  World::DeleteTree(kRoot);
+}
+#endif
+
+}  // namespace
