@@ -83,6 +83,11 @@ void Spooler::RemoveJob(DWORD dwId) {
   if (it != m_jobs.end()) it->second->bGone = true;
 }
 
+void Spooler::ForgetJob(DWORD dwId) {
+  const Guard guard(lock);
+  m_jobs.erase(dwId);
+}
+
 HANDLE Spooler::OpenPort(const std::string& strPort, const std::string& strPrinter) {
   const ActAsClient client;
   WideString port = Wide(strPort);

@@ -75,6 +75,8 @@ class Spooler {
   DWORD StatusOf(DWORD dwId);
   // The job leaves the spooler: later queries fail.
   void RemoveJob(DWORD dwId);
+  // … and the world forgets it too.
+  void ForgetJob(DWORD dwId);
 
   // Through the monitor, as the calling thread's client.
   HANDLE OpenPort(const std::string& strPort, const std::string& strPrinter);

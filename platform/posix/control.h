@@ -86,6 +86,13 @@ const char* AccountName(Account account) noexcept;
 void Book(Account account, int nChange) noexcept;
 using Balance = std::array<int, static_cast<std::size_t>(Account::Count)>;
 Balance CurrentBalance() noexcept;
+// Bytes of the process heap that are in use, the allocator's rounding included, and the most that ever were.
+struct HeapCount {
+  std::uint64_t ullNow;
+  std::uint64_t ullPeak;
+};
+HeapCount HeapBytes() noexcept;
+void ResetHeapPeak() noexcept;
 
 // ---- sandbox ----------------------------------------------------------------------------------------------------------
 // Host folder that stands for the drives: drive C is its subfolder "c", and so on. Environment variable W32_ROOT, or a

@@ -102,8 +102,9 @@ DWORD WINAPI GetFinalPathNameByHandleW(HANDLE hFile, LPWSTR lpszFilePath, DWORD 
   const std::string strHost = HostPathOf(*pFile);
   std::string strPath = strHost;
   // The sandbox's drives are "volumes"; what a link led out of it keeps its host path, which is none of them.
-  if (strHost.starts_with(RealRoot() + "/")) strPath = strHost.substr(std::min(RealRoot().size() + 2, strHost.size()));
-  if (strPath.empty()) strPath = "/";
+  const std::string strRoot = RealRoot() + "/";
+  if (strHost.starts_with(strRoot)) strPath = strHost.substr(std::min(strRoot.size() + 1, strHost.size()));
+  if (strPath.empty()) strPath.push_back('/');
   for (char& c : strPath)
     if (c == '/') c = '\\';
   const std::u16string strWide = FromUtf8(strPath);

@@ -1,6 +1,7 @@
 // The process heap, and operator new(nothrow), which fails where the heap would.
 #include "scheduler.h"
 
+#include <malloc.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -8,6 +9,29 @@
 #include <new>
 
 using namespace w32;
+
+namespace {
+
+std::atomic<std::uint64_t> g_ullHeap{0};
+std::atomic<std::uint64_t> g_ullPeak{0};
+
+void* Counted(void* pBlock) {
+  if (pBlock == nullptr) return nullptr;
+  const std::uint64_t ull = g_ullHeap += malloc_usable_size(pBlock);
+  std::uint64_t ullPeak = g_ullPeak;
+  while (ull > ullPeak && !g_ullPeak.compare_exchange_weak(ullPeak, ull)) {
+  }
+  return pBlock;
+}
+
+}  // namespace
+
+namespace w32 {
+
+HeapCount HeapBytes() noexcept { return {g_ullHeap, g_ullPeak}; }
+void ResetHeapPeak() noexcept { g_ullPeak = g_ullHeap.load(); }
+
+}  // namespace w32
 
 extern "C" {
 
@@ -19,12 +43,13 @@ LPVOID WINAPI HeapAlloc(HANDLE, DWORD dwFlags, SIZE_T dwBytes) {
   const SIZE_T cb = dwBytes == 0 ? 1 : dwBytes;
   void* pBlock = (dwFlags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, cb) : std::malloc(cb);
   if (pBlock != nullptr) Book(Account::HeapBlocks, 1);
-  return pBlock;
+  return Counted(pBlock);
 }
 
 BOOL WINAPI HeapFree(HANDLE, DWORD, LPVOID lpMem) {
   if (lpMem == nullptr) return TRUE;
   Book(Account::HeapBlocks, -1);
+  g_ullHeap -= malloc_usable_size(lpMem);
   std::free(lpMem);
   return TRUE;
 }

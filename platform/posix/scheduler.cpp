@@ -95,7 +95,7 @@ void Scheduler::ThreadEnds() {
   self.bEnded = true;
   std::erase_if(m_threads, [&](const std::shared_ptr<Thread>& p) { return p.get() == &self; });
   if (m_mode == TimeMode::Real) {
-    m_changed.notify_all();
+    Changed();
     return;
   }
   HandOver(lock, self, true);
@@ -136,13 +136,20 @@ bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWha
                           DWORD dwMilliseconds) {
   const bool bForever = dwMilliseconds == INFINITE;
   if (m_mode == TimeMode::Real) {
-    if (bReady()) return true;
+    if (bReady() || dwMilliseconds == 0) return bReady();
+    lock.unlock();
+    Thread& self = Self();
+    lock.lock();
+    self.pReady = &bReady;
+    bool bDone = true;
     if (bForever) {
-      m_changed.wait(lock, bReady);
-      return true;
+      self.turn.wait(lock, bReady);
+    } else {
+      const auto wait = std::chrono::nanoseconds(static_cast<std::int64_t>(dwMilliseconds) * 1'000'000 / m_nSpeed);
+      bDone = self.turn.wait_for(lock, wait, bReady);
     }
-    const auto wait = std::chrono::nanoseconds(static_cast<std::int64_t>(dwMilliseconds) * 1'000'000 / m_nSpeed);
-    return m_changed.wait_for(lock, wait, bReady);
+    self.pReady = nullptr;
+    return bDone;
   }
   if (!t_pSelf) {  // the main thread's first call may be a wait
     lock.unlock();
@@ -162,6 +169,12 @@ bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWha
     self.bHasDeadline = false;
   }
   return true;
+}
+
+void Scheduler::Changed() {
+  if (m_mode != TimeMode::Real) return;
+  for (const auto& pThread : m_threads)
+    if (pThread->pReady != nullptr && (*pThread->pReady)()) pThread->turn.notify_one();
 }
 
 void Scheduler::Call() {
@@ -226,6 +239,16 @@ VOID WINAPI Sleep(DWORD dwMilliseconds) {
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   scheduler.WaitUntil(
       lock, "Sleep", [] { return false; }, dwMilliseconds);
+}
+
+// The clock's own units.
+BOOL WINAPI QueryPerformanceCounter(PLARGE_INTEGER lpPerformanceCount) {
+  lpPerformanceCount->QuadPart = Scheduler::Get().NowTicks();
+  return TRUE;
+}
+BOOL WINAPI QueryPerformanceFrequency(PLARGE_INTEGER lpFrequency) {
+  lpFrequency->QuadPart = 10'000'000;
+  return TRUE;
 }
 
 DWORD WINAPI GetTickCount() { return Scheduler::Get().TickCount(); }

@@ -2,7 +2,7 @@
 //
 // One mutex, the world lock, guards every waitable object's state. In simulated time exactly one thread runs: it keeps
 // the baton until it blocks or a platform call decides, by the seed, to hand over. In real time threads run freely and a
-// change of any object wakes the waiters, which look again.
+// change of any object wakes those whose wait it ends.
 #pragma once
 
 #include "control.h"
@@ -49,9 +49,7 @@ class Scheduler {
   bool WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWhat, const std::function<bool()>& bReady,
                  DWORD dwMilliseconds);
   // To be called, with the world lock held, after a change that may satisfy a waiter.
-  void Changed() {
-    if (m_mode == TimeMode::Real) m_changed.notify_all();
-  }
+  void Changed();
 
   // A platform call: time moves on a little and, by the seed, another thread may run.
   void Call();
@@ -74,7 +72,6 @@ class Scheduler {
   [[noreturn]] void ReportDeadlock();
 
   std::mutex m_mutex;
-  std::condition_variable m_changed;
   std::vector<std::shared_ptr<Thread>> m_threads;
   Thread* m_pRunning = nullptr;
   TimeMode m_mode = TimeMode::Simulated;

@@ -1,5 +1,6 @@
 #include "monitor/stream_inspect.h"
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -30,40 +31,52 @@ enum State : BYTE {
   kPulseM = 104,  // DLE DC4 1 m
 };
 
-constexpr BYTE kReset[] = {'r', 'e', 's', 'e', 't'};
+// The byte that leads from a state to the next one of its sequence without any more ado.
+struct Edge {
+  BYTE byExpected = DLE;  // of a state without such a byte: DLE leads to the same state from everywhere
+  BYTE byNext = kDle;
+};
 
-// What a byte that is neither DC3 nor DLE does; rewrites it where a sequence is complete.
-BYTE Step(BYTE byState, BYTE& by) noexcept {
+constexpr std::array<Edge, kPulseM + 1> MakeEdges() noexcept {
+  std::array<Edge, kPulseM + 1> edges{};
+  edges[kIdle] = {DC3, kDc3};
+  edges[kDc3] = {'(', kOpen};
+  edges[kOpen] = {'r', kReset1};
+  constexpr BYTE kReset[] = {'e', 's', 'e', 't'};
+  for (unsigned n = 0; n < 4; ++n) edges[kReset1 + n] = {kReset[n], static_cast<BYTE>(kReset1 + n + 1)};
+  edges[kSplitDc3] = {'r', kAgain1};
+  for (unsigned n = 0; n < 3; ++n) edges[kAgain1 + n] = {kReset[n], static_cast<BYTE>(kAgain1 + n + 1)};
+  edges[kClear1] = {'l', kClear2};
+  edges[kDle] = {DC4, kDleDc4};
+  edges[kDleDc4] = {0x01, kPulse};
+  return edges;
+}
+constexpr std::array<Edge, kPulseM + 1> kEdges = MakeEdges();
+
+// What a byte that is neither the expected one nor DC3 or DLE does; rewrites it where a sequence is complete.
+BYTE Leave(BYTE byState, BYTE& by) noexcept {
   switch (byState) {
-    case kDc3: return by == '(' ? kOpen : kIdle;
-    case kOpen:
-      if (by == 'r') return kReset1;
-      return by == 'c' ? kClear1 : kIdle;
-    case kReset1:
-    case kReset1 + 1:
-    case kReset1 + 2:
-    case kReset1 + 3: return by == kReset[byState - kReset1 + 1] ? static_cast<State>(byState + 1) : kIdle;
-    case kSplitDc3:
-      if (by == 'r') return kAgain1;
-      return by == '(' ? kOpen : kIdle;
-    case kAgain1:
-    case kAgain1 + 1:
-    case kAgain1 + 2: return by == kReset[byState - kAgain1 + 1] ? static_cast<State>(byState + 1) : kIdle;
+    case kOpen: return by == 'c' ? kClear1 : kIdle;
+    case kSplitDc3: return by == '(' ? kOpen : kIdle;  // its DC3 began a new sequence
+    case kPulse: return kPulseM;
     case kAgain4:
       if (by == 't') by = 'v';
       return kIdle;
-    case kClear1: return by == 'l' ? kClear2 : kIdle;
     case kClear2:
       if (by == 'r') by = 's';
       return kIdle;
-    case kDle: return by == DC4 ? kDleDc4 : kIdle;
-    case kDleDc4: return by == 0x01 ? kPulse : kIdle;
-    case kPulse: return kPulseM;
     case kPulseM:
       if (by >= 0x01 && by <= 0x08) by |= 0x10;
       return kIdle;
     default: return kIdle;
   }
+}
+
+// A run of DLEs or DC3s leads to where its last one does.
+DWORD LastOfRun(const BYTE* pBuf, DWORD cbBuf, DWORD n) noexcept {
+  const BYTE by = pBuf[n];
+  while (n + 1 < cbBuf && pBuf[n + 1] == by) ++n;
+  return n;
 }
 
 // ---- the search for the next byte that can begin a sequence -------------------------------------------------------------
@@ -106,18 +119,6 @@ unsigned CommandByteIn(const BYTE* p) noexcept {
 
 }  // namespace
 
-BYTE MatchRealCmd(BYTE byState, BYTE* pBuf, DWORD cbBuf, DWORD& dwPosition) noexcept {
-  BYTE& by = pBuf[dwPosition++];
-  if (by == DLE) return kDle;
-  if (by != DC3) return Step(byState, by);
-  if (byState != kReset5) return kDc3;
-  // The second half begins with a DC3 that may just as well begin a new sequence: the byte behind it decides.
-  if (dwPosition == cbBuf) return kSplitDc3;
-  if (pBuf[dwPosition] != 'r') return kDc3;
-  ++dwPosition;
-  return kAgain1;
-}
-
 DWORD FindRealCmd(const BYTE* pBuf, DWORD cbBuf, DWORD dwPosition) noexcept {
   // Rows of vectors are looked at together: the smallest byte after DLE was taken out bit by bit is below 4 exactly where
   // one of the four values 10h to 13h stands. A row that has one is looked through word by word.
@@ -145,12 +146,29 @@ void CheckRealCmd(IniPort* pIniPort, BYTE* pBuf, DWORD cbBuf) noexcept {
   IniJob* pIniJob = pIniPort->pIniJob;
   if (cbBuf == 0 || pIniJob == nullptr) return;
   BYTE byState = pIniJob->realCmdState;
-  for (DWORD dwPosition = 0; dwPosition < cbBuf;) {
-    if (byState == kIdle && !IsCommandByte(pBuf[dwPosition])) {
-      dwPosition = FindRealCmd(pBuf, cbBuf, dwPosition + 1);
-      if (dwPosition == cbBuf) break;
+  for (DWORD n = 0; n < cbBuf; ++n) {
+    BYTE& by = pBuf[n];
+    const Edge& edge = kEdges[byState];
+    if (by == edge.byExpected) {
+      byState = edge.byNext;
+    } else if (byState == kIdle && by != DLE) {
+      n = FindRealCmd(pBuf, cbBuf, n + 1) - 1;
+    } else if (by == DLE) {
+      byState = kDle;
+      n = LastOfRun(pBuf, cbBuf, n);
+    } else if (by != DC3) {
+      byState = Leave(byState, by);
+    } else if (byState != kReset5) {
+      byState = kDc3;
+      n = LastOfRun(pBuf, cbBuf, n);
+    } else if (n + 1 == cbBuf) {
+      byState = kSplitDc3;
+    } else if (pBuf[n + 1] == 'r') {
+      ++n;
+      byState = kAgain1;
+    } else {
+      byState = kDc3;  // the second half's DC3 begins a new sequence just as well
     }
-    byState = MatchRealCmd(byState, pBuf, cbBuf, dwPosition);
   }
   pIniJob->realCmdState = byState;
 }

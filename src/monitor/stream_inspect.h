@@ -9,9 +9,5 @@
 // buffer to the next. One pass, no copy; between sequences it runs from one DLE or DC3 to the next. On the thread of the job's calls.
 void CheckRealCmd(IniPort* pIniPort, BYTE* pBuf, DWORD cbBuf) noexcept;
 
-// One step of the matcher, for a buffer at a position; returns the new state and moves the position past the byte or
-// bytes taken. State 0 is idle.
-BYTE MatchRealCmd(BYTE byState, BYTE* pBuf, DWORD cbBuf, DWORD& dwPosition) noexcept;
-
 // The position of the first DLE or DC3 from a position on; cbBuf when there is none.
 DWORD FindRealCmd(const BYTE* pBuf, DWORD cbBuf, DWORD dwPosition) noexcept;

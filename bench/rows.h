@@ -1,0 +1,12 @@
+// The groups of rows, one a file.
+#pragma once
+
+#include "bench/table.h"
+
+namespace bench {
+
+void InspectionRows(Table& table);
+void LogRows(Table& table);
+void JobRows(Table& table);
+
+}  // namespace bench
