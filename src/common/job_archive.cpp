@@ -9,6 +9,7 @@
 #include "base/owners.h"
 #include "base/retention.h"
 #include "base/safe_path.h"
+#include "base/setting_names.h"
 #include "base/text.h"
 #include "common/job_folders.h"
 #include "common/log_module.h"
@@ -33,7 +34,7 @@ DWORD ReadPrinterData(HANDLE hPrinter, const wchar_t* pszValue, void* pData, DWO
 // The archive root that the queue names, made if need be; empty when there is none. cbValue receives the stored size.
 HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
   LOG_AS("CJob::MakeSettings");
-  ReadPrinterData(hPrinter, L"JobFilePath", nullptr, 0, cbValue);
+  ReadPrinterData(hPrinter, kJobFilePathValue, nullptr, 0, cbValue);
   if (cbValue == 0) return nullptr;
   auto root = AllocBlock<wchar_t>(cbValue + 2 * sizeof(wchar_t));  // ends in a NUL even when the value does not
   if (!root) {
@@ -41,7 +42,7 @@ HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
     return nullptr;
   }
   DWORD cbRead = 0;
-  if (ReadPrinterData(hPrinter, L"JobFilePath", root.get(), cbValue, cbRead) != ERROR_SUCCESS) {
+  if (ReadPrinterData(hPrinter, kJobFilePathValue, root.get(), cbValue, cbRead) != ERROR_SUCCESS) {
     LogE(L"Fail to read job path from registry.");
     return nullptr;
   }
@@ -85,10 +86,10 @@ ArchiveSwitch ReadPlainSettings(HANDLE hPrinter) noexcept {
   ArchiveSwitch setting;
   DWORD cbReported = 0;
   DWORD dwDays = 0;
-  if (ReadPrinterData(hPrinter, L"JobValidDays", &dwDays, sizeof dwDays, cbReported) == ERROR_SUCCESS)
+  if (ReadPrinterData(hPrinter, kJobValidDaysValue, &dwDays, sizeof dwDays, cbReported) == ERROR_SUCCESS)
     setting.nDays = static_cast<LONG>(dwDays);
   DWORD dwFlags = 0;
-  setting.bOn = ReadExactly(hPrinter, L"JobSettingFlags", &dwFlags, sizeof dwFlags) && dwFlags != 0;
+  setting.bOn = ReadExactly(hPrinter, kJobSettingFlagsValue, &dwFlags, sizeof dwFlags) && dwFlags != 0;
   return setting;
 }
 
@@ -96,7 +97,7 @@ ArchiveSwitch ReadPlainSettings(HANDLE hPrinter) noexcept {
 ArchiveSwitch ReadFlagSettings(HANDLE hPrinter) noexcept {
   BYTE abyFlags[6] = {};
   ArchiveSwitch setting;
-  setting.bOn = ReadExactly(hPrinter, L"LogSettingFlags", abyFlags, sizeof abyFlags) && abyFlags[5] != 0;
+  setting.bOn = ReadExactly(hPrinter, kLogSettingFlagsValue, abyFlags, sizeof abyFlags) && abyFlags[5] != 0;
   setting.nDays = DaysOfIndex(abyFlags[1]);
   return setting;
 }
@@ -123,7 +124,7 @@ KeyLookup FindAgeingKey(HANDLE hPrinter, AgeingKey& key) noexcept {
   wchar_t wszGuid[128 / sizeof(wchar_t) + 1] = {};
   DWORD cbGuid = 0;
   // One that cannot be read whole is none: a name cut short would be shared by queues that have nothing in common.
-  if (ReadPrinterData(hPrinter, L"UtilityGUID", wszGuid, 128, cbGuid) != ERROR_SUCCESS || cbGuid == 0)
+  if (ReadPrinterData(hPrinter, kUtilityGuidValue, wszGuid, 128, cbGuid) != ERROR_SUCCESS || cbGuid == 0)
     return KeyLookup::NoGuid;
   FormatWide(key.wszPath, L"SOFTWARE\\Kelvane\\%s\\%s", wszDriver, wszGuid);
   return KeyLookup::Found;

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "base/setting_names.h"
+
 namespace {
 
 constexpr DWORD kSlowOpenMs = 10'000;
@@ -54,8 +56,7 @@ const char* ArchitectureName(WORD wArchitecture) noexcept {
 }  // namespace
 
 CLogStream::CLogStream() noexcept
-    : m_hLogMutex(CreateSharedMutex(L"Global\\Kelvane_SDK_LOGS2")),
-      m_hBinMutex(CreateSharedMutex(L"Global\\Kelvane_SDK_BIN2")) {
+    : m_hLogMutex(CreateSharedMutex(kLogMutexName)), m_hBinMutex(CreateSharedMutex(L"Global\\Kelvane_SDK_BIN2")) {
   InitializeCriticalSection(&m_csPending);
 }
 

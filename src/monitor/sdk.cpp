@@ -7,13 +7,13 @@
 
 #include "base/memory.h"
 #include "base/owners.h"
+#include "base/setting_names.h"
 #include "base/text.h"
 #include "monitor/log_module.h"
 #include "monitor/model.h"
 
 namespace {
 
-constexpr wchar_t kLibrary[] = L"Norvex_SDK.dll";
 constexpr std::size_t kPathChars = 520;
 
 // Open options of the library, carried in the session word.
@@ -78,14 +78,14 @@ BOOL CSdk::LoadDll() noexcept {
     LogE(L"pDrvPath = null");
     return FALSE;
   }
-  FormatWide({path.get(), kPathChars}, L".\\%s", kLibrary);
+  FormatWide({path.get(), kPathChars}, L".\\%s", kSdkLibrary);
   if (!PathFileExistsW(path.get())) {
     LogE(L"sdk.dll is not exist [%s]", path.get());
     return FALSE;
   }
   hSdkDll = LoadLibraryW(path.get());
   if (hSdkDll == nullptr) {
-    LogE(L"LoadLibrary [dllname:%s]", kLibrary);
+    LogE(L"LoadLibrary [dllname:%s]", kSdkLibrary);
     return FALSE;
   }
   pOpenW = EntryPoint<PFN_SDK_OPENW>(hSdkDll, 1);

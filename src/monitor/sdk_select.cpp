@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "base/setting_names.h"
 #include "common/service_state.h"
 #include "common/tcp_port.h"
 #include "monitor/impersonation.h"
@@ -12,7 +13,7 @@ BOOL IsUseSdkSrv(IniPort** ppIniPort) noexcept {
   LogT(L"Flags:0x%x", 0);
   if (ppIniPort == nullptr || *ppIniPort == nullptr) return FALSE;
   IniPort& port = **ppIniPort;
-  if (IsSdkSupportPort(port.pszPortName)) port.bUseSdkSrv = IsRunService(L"Norvex_Srv");
+  if (IsSdkSupportPort(port.pszPortName)) port.bUseSdkSrv = IsRunService(kSdkService);
   if (port.pSdkMng == nullptr && port.bUseSdkSrv) {
     port.pSdkMng = new (std::nothrow) CSdk;
     // Without both lanes the object's callers could meet in the library: it is never loaded then, and so never used.

@@ -8,6 +8,7 @@
 #include <map>
 #include <random>
 
+#include "tests/simulation/story_judge.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;
@@ -73,8 +74,11 @@ class Simulation {
         m_bLogHeld(Chance(10)),
         m_bLinks(Chance(6)) {
     w32::SetSeed(ullSeed);
+    // Half of the seeds log everything and have the tool's stories judged; a quarter some levels; the rest changes them.
+    constexpr DWORD kMasks[] = {0x012, 0x016, 0x096, 0x112, 0x116, 0x006};
+    m_dwMask = ullSeed % 2 == 0 ? 0x596 : ullSeed % 4 == 1 ? kMasks[Pick(6)] : 0;
+    world.SetLogLevel(m_dwMask != 0 ? m_dwMask : Chance(4) ? 0x596 : 0x002);
     world.Attach();
-    world.SetLogLevel(Chance(4) ? 0x596 : 0x002);
   }
 
   void Run() {
@@ -120,7 +124,8 @@ class Simulation {
     for (unsigned n = Pick(4); n > 0; --n) {  // an administrator changes the settings
       Sleep(Pick(5000));
       world.SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", Pick(2));
-      world.SetLogLevel(Chance(2) ? 0x596 : 0x002);
+      const DWORD dwMask = Chance(2) ? 0x596 : 0x002;
+      if (m_dwMask == 0) world.SetLogLevel(dwMask);
     }
     for (const HANDLE hThread : threads) {
       if (WaitForSingleObject(hThread, kLongestRunMs) != WAIT_OBJECT_0) Hang();
@@ -136,6 +141,7 @@ class Simulation {
     Sleep(60'000);  // the paper comes out
     for (PortPlan& port : m_ports)
       if (!m_bHostile) Check(port);
+    if (!m_bHostile && m_dwMask != 0) JudgeStories();
     for (PortPlan& port : m_ports) CloseBesideRequests(port);
     if (m_bLinks) {
       EXPECT_EQ(sim::World::ArchivedFiles("C:\\Outside"), m_outside);
@@ -354,6 +360,47 @@ class Simulation {
     }
   }
 
+  // What the tool reads out of the log beside what the world knows.
+  void JudgeStories() {
+    std::vector<JobTruth> truths;
+    for (const PortPlan& port : m_ports) {
+      for (const RandomJob& job : port.jobs) {
+        const auto id = static_cast<unsigned>(job.dwId);
+        JobTruth truth;
+        truth.nJob = id;
+        truth.strQueue = port.strQueue;
+        truth.strPort = port.strPort;
+        truth.bStarted = job.result.bStarted;
+        truth.bDelivered = job.result.bDelivered;
+        truth.dwError = job.result.dwError;
+        truth.nBytes = static_cast<std::int64_t>(job.result.ullDelivered);
+        truth.bOnPortMonitor = Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), id));
+        truth.bMayBeCancelled = (job.IsCancelled() && !truth.bOnPortMonitor) || job.afterwards == Afterwards::Leaves;
+        bool bEnding = false;
+        DWORD dwChanged = 0;
+        std::uint64_t ullResent = 0;
+        for (const sim::Journal::Event& event : world.journal.EventsOf(port.strQueue)) {
+          unsigned nTaken = 0, nOffered = 0, nTimeout = 0;
+          if (event.strText == sim::Format("SetJob %u sent-to-printer", id)) bEnding = true;
+          if (event.strText == sim::Format("over: job %u", id)) break;
+          if (event.strText.starts_with(sim::Format("user changes job %u:", id))) dwChanged = event.dwTime;
+          if (!bEnding) continue;
+          if (event.strText.starts_with("sdk SDK_SET_RESET")) ullResent = 0;
+          if (std::sscanf(event.strText.c_str(), "sdk send %u/%u timeout=%u", &nTaken, &nOffered, &nTimeout) != 3)
+            continue;
+          truth.bConfirmed =
+              nTimeout == 10'000 && (nOffered == 6 || nOffered == 2 || (truth.bConfirmed && nOffered < 6));
+          if (nTimeout != 10'000) ullResent += nTaken;
+          if (nTimeout != 10'000 && ullResent == job.result.ullDelivered) ++truth.nReprints;
+        }
+        truth.bMustBeCancelled = truth.bMayBeCancelled && job.result.bStarted && dwChanged != 0 && !m_bLostWatchers &&
+                                 job.afterwards == Afterwards::Stays && dwChanged + 1000 < job.dwEnded;
+        truths.push_back(truth);
+      }
+    }
+    Judge(StoriesOf(sim::World::LogText()), truths, m_dwMask == 0x596, m_bLogHeld || m_bLinks);
+  }
+
   // From the moment on when a deletion was noticed nothing is sent, and the device is cleared behind the job.
   void CheckCancelled(const PortPlan& port, const RandomJob& job) {
     const auto id = static_cast<unsigned>(job.dwId);
@@ -361,8 +408,8 @@ class Simulation {
     const std::string strSent = sim::Format("SetJob %u sent-to-printer", id);
     const std::string strChange = sim::Format("user changes job %u:", id);
     // What was there for less than a poll may have been seen by nobody.
-    const bool bSeen = job.afterwards == Afterwards::Stays ||
-                       (job.dwAfterwards > kNoticedMs && !m_bLostWatchers && !m_bLogHeld);
+    const bool bSeen =
+        job.afterwards == Afterwards::Stays || (job.dwAfterwards > kNoticedMs && !m_bLostWatchers && !m_bLogHeld);
     if (!bSeen) return;
     DWORD dwLocked = 0;
     DWORD dwNoticed = 0;
@@ -411,6 +458,7 @@ class Simulation {
   std::mt19937_64 m_random;
   const std::uint64_t m_ullSeed;
   const bool m_bHostile;  // platform calls fail at random: nothing may crash, hang or leak, and no more is asked for
+  DWORD m_dwMask = 0;     // levels that are logged throughout; 0: they change
   const bool m_bLostWatchers;
   const bool m_bLogHeld;
   const bool m_bLinks;
