@@ -117,7 +117,7 @@ TEST_P(Archive, BadRootsNeverKeepAJobFromPrinting) {
   const std::string strLong(521, 'r');
   const std::string strDeep = "C:\\" + std::string(256, 'd');
   for (const std::string& strRoot : {std::string(""), std::string("\\Archive"), std::string("C:\\what<ever"), strLong,
-                                     strDeep, strDeep + "d", std::string("Z:\\nowhere")}) {
+                                     strDeep, strDeep + "d", std::string("Q:\\nowhere")}) {
     m_pQueue->data["JobFilePath"] = Spooler::Text(strRoot);
     EXPECT_TRUE(Print("x")) << strRoot;
   }

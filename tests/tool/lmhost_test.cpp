@@ -1,55 +1,26 @@
 // lmhost as its users meet it: what it prints and how it exits.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <filesystem>
 #include <fstream>
-#include <string>
+
+#include "tests/tool/tool_run.h"
 
 namespace {
-
-struct ToolRun {
-  int nExit = -1;
-  std::string strOutput;  // both streams
-
-  bool Says(const std::string& strPart) const { return strOutput.find(strPart) != std::string::npos; }
-};
-
-std::size_t Lines(const std::string& strText) {
-  return static_cast<std::size_t>(std::count(strText.begin(), strText.end(), '\n'));
-}
 
 class Lmhost : public ::testing::Test {
  protected:
   Lmhost() {
-    std::string strTemplate = (std::filesystem::temp_directory_path() / "lmhost-XXXXXX").string();
-    m_folder = mkdtemp(strTemplate.data());
-    std::ofstream file(m_folder / "receipt.prn", std::ios::binary);
+    std::ofstream file(Receipt(), std::ios::binary);
     for (int n = 0; n < 300; ++n) file << "A line of a receipt, number " << n << "\n";
     file << "\x13(clr)";
   }
-  ~Lmhost() override { std::filesystem::remove_all(m_folder); }
-
-  // The program beside this one, with a world of this test's own.
+  // With a world of this test's own.
   ToolRun Tool(const std::string& strArguments, bool bRoot = true) {
-    std::string strCommand = (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "lmhost").string() + " " +
-                             strArguments + (bRoot ? " --root " + (m_folder / "world").string() : "") + " 2>&1";
-    ToolRun run;
-    FILE* pOutput = popen(strCommand.c_str(), "r");
-    if (pOutput == nullptr) return run;
-    char szLine[1024];
-    while (std::fgets(szLine, sizeof szLine, pOutput) != nullptr) run.strOutput += szLine;
-    const int nStatus = pclose(pOutput);
-    run.nExit = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
-    return run;
+    return RunTool("lmhost " + strArguments + (bRoot ? " --root " + (m_folder / "world") : ""));
   }
-  std::string Receipt() const { return (m_folder / "receipt.prn").string(); }
+  std::string Receipt() const { return m_folder / "receipt.prn"; }
 
-  std::filesystem::path m_folder;
+  TestFolder m_folder;
 };
 
 TEST_F(Lmhost, PrintsOnTheDeviceAndSaysSo) {
@@ -93,7 +64,7 @@ TEST_F(Lmhost, DeletedJobIsNotADeliveredOne) {
 }
 
 TEST_F(Lmhost, ArchiveFollowsEitherKindOfSetting) {
-  const std::filesystem::path archive = m_folder / "world" / "c" / "Copies";
+  const std::filesystem::path archive = m_folder / "world/c/Copies";
   EXPECT_TRUE(Tool("print " + Receipt() + " --archive 'C:\\Copies' --keep 3 --datatype TEXT --service stopped")
                   .Says("the same as on the wire and on paper"));
   ASSERT_TRUE(std::filesystem::exists(archive));
@@ -127,22 +98,6 @@ TEST_F(Lmhost, ShareRequestGoesThroughThePort) {
   EXPECT_EQ(run.nExit, 0);
   EXPECT_TRUE(run.Says("shared as Front; port flags 0x05 (4 bytes returned)")) << run.strOutput;
   EXPECT_EQ(Tool("share " + std::string(33, 's')).nExit, 1);
-}
-
-TEST_F(Lmhost, LogIsShownByLevelAndByJob) {
-  EXPECT_EQ(Tool("log").nExit, 1);  // nothing was logged yet
-  ASSERT_EQ(Tool("print " + Receipt() + " " + Receipt() + " --service absent").nExit, 0);
-  const ToolRun all = Tool("log");
-  EXPECT_EQ(all.nExit, 0);
-  EXPECT_TRUE(all.Says("Kelvane Thermal Printer Log"));
-  EXPECT_TRUE(all.Says("OpenService [err:1060, name:Norvex_Srv]"));
-  const ToolRun errors = Tool("log --level E");
-  EXPECT_TRUE(errors.Says("OpenService [err:1060"));
-  EXPECT_FALSE(errors.Says("pszPrinterName:Till, JobId:"));
-  const ToolRun job = Tool("log --job 2");
-  EXPECT_TRUE(job.Says("pszPrinterName:Till, JobId:2"));
-  EXPECT_FALSE(job.Says("JobId:1"));
-  EXPECT_LT(Lines(job.strOutput), Lines(all.strOutput));
 }
 
 TEST_F(Lmhost, ModelsAreListed) {

@@ -29,11 +29,8 @@ struct Options {
   int nKeepDays = -1;
   std::vector<int> archiveFlags;
   std::uint32_t nSpeed = 0;
-  // share, log
+  // share
   std::string strShareName;
-  std::string strShowLevel = "EWIDTV";
-  bool bFollow = false;
-  int nJob = 0;
 };
 
 // Level letters (of "EWIDTV") as the log's mask; false for another letter.
@@ -41,7 +38,6 @@ bool LevelMask(const std::string& strLetters, std::uint32_t& dwMask);
 
 int PrintFiles(const Options& options);
 int ShareRequest(const Options& options);
-int ShowLog(const Options& options);
 int ShowModels();
 
 }  // namespace lmhost

@@ -30,15 +30,13 @@ void AddWorldOptions(CLI::App& command, lmhost::Options& options) {
 }
 
 #ifndef _WIN32
-// The sandbox and the clock are chosen before anything runs: a root of one's own needs a fresh start of the program, and so
-// does following the log of other programs, which live by the machine's clock.
-void RestartWithRoot(const std::string& strRoot, bool bRealTime, char** argv) {
+// The sandbox is chosen before anything runs: a root of one's own needs a fresh start of the program.
+void RestartWithRoot(const std::string& strRoot, char** argv) {
   if (std::getenv("LMHOST_STARTED") != nullptr) return;
   setenv("LMHOST_STARTED", "1", 1);
   w32::DropSandbox();
   const auto root = std::filesystem::absolute(strRoot.empty() ? "lmhost-world" : strRoot);
   setenv("W32_ROOT", root.c_str(), 1);
-  if (bRealTime) setenv("W32_TIME", "real", 1);
   execv("/proc/self/exe", argv);
 }
 #endif
@@ -70,11 +68,6 @@ int main(int argc, char** argv) {
   CLI::App* pShare = app.add_subcommand("share", "ask the port to share the printer again under a name");
   pShare->add_option("NAME", options.strShareName, "share name")->required();
   AddWorldOptions(*pShare, options);
-  CLI::App* pLog = app.add_subcommand("log", "print the log files");
-  pLog->add_option("--level", options.strShowLevel, "levels to show, letters of EWIDT");
-  pLog->add_flag("--follow", options.bFollow, "go on as the log grows");
-  pLog->add_option("--job", options.nJob, "lines that name this job");
-  pLog->add_option("--root", options.strRoot, "folder of the world's drives");
 
   try {
     app.parse(argc, argv);
@@ -82,15 +75,14 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : lmhost::kExitUsage;
   }
   std::uint32_t dwMask = 0;
-  if (!lmhost::LevelMask(options.strLogLevel, dwMask) || !lmhost::LevelMask(options.strShowLevel, dwMask)) {
+  if (!lmhost::LevelMask(options.strLogLevel, dwMask)) {
     std::fprintf(stderr, "lmhost: levels are letters of EWIDT\n");
     return lmhost::kExitUsage;
   }
 #ifndef _WIN32
-  RestartWithRoot(options.strRoot, options.bFollow, argv);
+  RestartWithRoot(options.strRoot, argv);
 #endif
   if (pPrint->parsed()) return lmhost::PrintFiles(options);
   if (pShare->parsed()) return lmhost::ShareRequest(options);
-  if (pLog->parsed()) return lmhost::ShowLog(options);
   return lmhost::ShowModels();
 }

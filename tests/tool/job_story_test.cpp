@@ -1,0 +1,228 @@
+// What the reader makes of lines: of several threads and processes at once, held, cut short, out of order.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "sim/text.h"
+#include "tests/tool/tool_run.h"
+#include "tools/lmctl/job_story.h"
+#include "tools/lmctl/log_reader.h"
+#include "tools/lmctl/render.h"
+
+using lmctl::kUnknown;
+using lmctl::Outcome;
+using lmctl::Path;
+using lmctl::Story;
+using lmctl::Tri;
+
+namespace {
+
+// A log as it is written, with a clock that goes on by a millisecond a line.
+class Log {
+ public:
+  Log& At(const char* pszTime) {  // "11/18 09:00(00.000)" without its milliseconds
+    m_strTime = pszTime;
+    return *this;
+  }
+  Log& Say(unsigned nThread, char cLevel, const char* pszRoutine, const std::string& strMessage,
+           unsigned nProcess = 0x10, const char* pszHeld = "") {
+    m_strText += sim::Format("%s[%s.%03u)]\t[%08x(%08x)]\t[%c] \t[DRV_LM ] \t%s(12) \t", pszHeld, m_strTime.c_str(),
+                             m_nMs++ % 1000, nProcess, nThread, cLevel, pszRoutine) +
+                 strMessage + "\r\n";
+    return *this;
+  }
+  Log& Raw(const std::string& strText) {
+    m_strText += strText;
+    return *this;
+  }
+  Log& Start(unsigned nThread, int nJob, const char* pszQueue = "Till", unsigned nProcess = 0x10) {
+    return Say(nThread, 'I', "MonStartDocPort", sim::Format("pszPrinterName:%s, JobId:%d", pszQueue, nJob), nProcess);
+  }
+  // A write of a port-monitor job.
+  Log& Write(unsigned nThread, const char* pszPort, int cb, unsigned nProcess = 0x10) {
+    Say(nThread, 'I', "MonWritePort", sim::Format("[pszPortName:%s, cbBuf:%d]", pszPort, cb), nProcess);
+    return Say(nThread, 'I', "MonWritePort",
+               sim::Format("(*pIniPort->fn.pfnWritePort) [pszPortName:%s,cbBuf:%d/%d]", pszPort, cb, cb), nProcess);
+  }
+  Log& End(unsigned nThread, int nJob, unsigned nProcess = 0x10) {
+    return Say(nThread, 'T', "SendJobLastPageEjected", sim::Format("[pIniPort:0x00000001, nValue:%d]", nJob), nProcess);
+  }
+  const std::string& Text() const { return m_strText; }
+
+ private:
+  std::string m_strTime = "11/18 09:00(00";
+  unsigned m_nMs = 0;
+  std::string m_strText;
+};
+
+std::vector<Story> Read(const TestFolder& folder) {
+  lmctl::LogReader reader({folder / ""});
+  std::vector<Story> stories;
+  lmctl::StoryMachine machine([&](Story&& story) { stories.push_back(std::move(story)); }, false);
+  reader.Read(
+      [&](std::string_view line, std::uint32_t nSource, std::uint64_t nLine) {
+        const auto parsed = lmctl::ParseLine(line);
+        machine.Line(parsed, lmctl::TimeOf(parsed, reader.Sources()[nSource]), {nSource, nLine});
+      },
+      true);
+  machine.End();
+  return stories;
+}
+
+class Stories : public ::testing::Test {
+ protected:
+  void File(const std::string& strName, const std::string& strText) {
+    std::ofstream(m_folder / strName, std::ios::binary) << strText;
+  }
+  std::vector<Story> Of(const Log& log) {
+    File("20261118.log", log.Text());
+    return Read(m_folder);
+  }
+  TestFolder m_folder;
+};
+
+TEST_F(Stories, ThreadsAndProcessesAreKeptApartAndTheirNumbersUsedAgain) {
+  Log log;
+  log.Start(1, 7).Start(1, 7, "Bar", 0x20).Start(2, 8, "Kitchen");
+  log.Write(1, "COM1", 100).Write(2, "COM2", 50).Write(1, "LPT1:", 9, 0x20).Write(1, "COM1", 11);
+  log.End(1, 7, 0x20).End(1, 7).Start(1, 9).Write(1, "COM1", 3).End(1, 9).End(2, 8);
+  const auto stories = Of(log);
+  ASSERT_EQ(stories.size(), 4u);
+  EXPECT_EQ(stories[0].strQueue, "Bar");
+  EXPECT_EQ(stories[0].nBytes, 9);
+  EXPECT_EQ(stories[1].nBytes, 111);
+  EXPECT_EQ(stories[1].nWrites, 2);
+  EXPECT_EQ(stories[2].nJob, 9);
+  EXPECT_EQ(stories[2].nBytes, 3);
+  EXPECT_EQ(stories[3].strPort, "COM2");
+  for (const Story& story : stories) {
+    EXPECT_EQ(story.outcome, Outcome::Printed);
+    EXPECT_EQ(story.path, Path::PortMonitor);
+    EXPECT_TRUE(story.NotLogged().empty());
+  }
+}
+
+TEST_F(Stories, GarbageOtherModulesHeldLinesTracesAndACutEndDoNotDisturb) {
+  Log log;
+  log.Raw("Kelvane Thermal Printer Log\r\n\r\n")
+      .Start(1, 7)
+      .Raw("\0\x01\xFF garbage [\r\n\r\n[11/18 09:00(99.000)]\t[\r\n");
+  log.Raw(
+      "[11/18 09:00(00.100)]\t[00000010(00000001)]\t[I] \t[OTHER  ] \tMonStartDocPort(1) \tpszPrinterName:X, "
+      "JobId:99\r\n");
+  log.Raw("$$$ [09:00(00.001)] [00000010(00000001)] MonStartDocPort(158)\r\n");
+  log.Write(1, "COM1", 100).Say(1, 'I', "MonWritePort", "[pszPortName:COM1, cbBuf:5]", 0x10, "**");
+  log.Say(1, 'I', "MonWritePort", "(*pIniPort->fn.pfnWritePort) [pszPortName:COM1,cbBuf:5/5]", 0x10, "*").End(1, 7);
+  log.Start(1, 8).Raw("[11/18 09:00(00.900)]\t[00000010(00000001)]\t[I] \t[DRV_LM ] \tMonWri");
+  const auto stories = Of(log);
+  ASSERT_EQ(stories.size(), 2u);
+  EXPECT_EQ(stories[0].nBytes, 105);
+  EXPECT_EQ(stories[1].nJob, 8);
+}
+
+TEST_F(Stories, YearComesFromTheNameAndRotatedFilesComeFirst) {
+  File("20261231_235959(990).log", Log().At("12/31 23:59(59").Start(1, 7).Text());
+  File("20261231.log", Log().At("12/31 23:59(59").Write(1, "COM1", 10).Text());
+  File("20270101.log", Log()
+                           .At("12/31 23:59(59")
+                           .Say(2, 'I', "MonReadPort", "[PortName:x]", 0x10, "*")
+                           .At("01/01 00:00(01")
+                           .End(1, 7)
+                           .Text());
+  const auto stories = Read(m_folder);
+  ASSERT_EQ(stories.size(), 1u);
+  EXPECT_EQ(lmctl::IsoTime(stories[0].llStarted), "2026-12-31T23:59:59.000");
+  EXPECT_EQ(lmctl::IsoTime(stories[0].llEnded), "2027-01-01T00:00:01.001");
+  EXPECT_EQ(stories[0].nBytes, 10);
+}
+
+TEST_F(Stories, ClockSetBackIsNoReasonToLoseAJob) {
+  const auto stories = Of(Log().At("11/18 09:30(00").Start(1, 7).At("11/18 08:30(00").Write(1, "COM1", 10).End(1, 7));
+  ASSERT_EQ(stories.size(), 1u);
+  EXPECT_EQ(stories[0].outcome, Outcome::Printed);
+  EXPECT_LT(stories[0].llEnded, stories[0].llStarted);
+}
+
+TEST_F(Stories, WhatIsMissingIsNamedAndNotGuessed) {
+  // The end of a device job is not logged without T.
+  Log device;
+  device.Start(1, 7)
+      .Say(1, 'I', "MonWritePort", "[pszPortName:USB001, cbBuf:100]")
+      .Say(1, 'I', "CSdk::Send", "*pdwWritten:100");
+  const Story unended = Of(device).at(0);
+  EXPECT_EQ(unended.nBytes, 100);
+  EXPECT_EQ(unended.NotLogged(), (std::vector<std::string>{"outcome", "reprints", "maybeTwice"}));
+  // Lost lines make unknown what was counted.
+  const Story lost = Of(Log().Start(2, 8).Write(2, "COM2", 10).Raw("<=== Log output here failed\r\n").End(2, 8)).at(0);
+  EXPECT_EQ(lost.nBytes, kUnknown);
+  EXPECT_EQ(lost.outcome, Outcome::Unknown);
+}
+
+TEST_F(Stories, ProcessThatBeginsAnewLeavesItsJobsUnfinished) {
+  Log log;
+  log.Start(1, 7).Say(1, 'T', "IsUseSdkSrv", "Flags:0x0").Write(1, "COM1", 10);
+  log.Say(9, 'I', "InitializePrintMonitor2", "[ServerName:\\\\TILL]").Start(1, 8).Write(1, "COM1", 20).End(1, 8);
+  const auto stories = Of(log);
+  ASSERT_EQ(stories.size(), 2u);
+  EXPECT_EQ(stories[0].outcome, Outcome::Unfinished);
+  EXPECT_EQ(stories[0].llEnded, 0);
+  EXPECT_EQ(stories[1].outcome, Outcome::Printed);
+}
+
+TEST_F(Stories, RefusalsCarryTheirCodes) {
+  const struct {
+    char cLevel;
+    const char* pszRoutine;
+    const char* pszMessage;
+    std::int64_t nError;
+  } cases[] = {
+      {'W', "MonStartDocPort", "ERROR_BUSY [pszPrinterName:Till, JobId:7]", 170},
+      {'E', "MonStartDocPort", "OpenPrinter [err:5, PrinterName:Till]", 5},
+      {'E', "CSdk::OpenAndLock", "SDK_SET_LOCK [e:1460]", 170},
+      {'E', "CSdk::Open", "SDK OPEN [e:31]", 31},
+      {'E', "MonStartDocPort", "(*pIniPort->fn.pfnStartDocPort) [PrinterName:Till, JobId:0x00000007]", kUnknown},
+  };
+  for (const auto& one : cases) {
+    const auto stories = Of(Log().Start(1, 7).Say(1, one.cLevel, one.pszRoutine, one.pszMessage));
+    ASSERT_EQ(stories.size(), 1u) << one.pszMessage;
+    EXPECT_EQ(stories[0].outcome, Outcome::Refused) << one.pszMessage;
+    EXPECT_EQ(stories[0].nError, one.nError) << one.pszMessage;
+    EXPECT_EQ(stories[0].bErrorNotLogged, one.nError == kUnknown);
+  }
+  // Without level I these two lines are all that names the job.
+  EXPECT_EQ(Of(Log().Say(1, 'W', "MonStartDocPort", "ERROR_BUSY [pszPrinterName:A, JobId:5]")).at(0).nJob, 5);
+  EXPECT_EQ(
+      Of(Log().Say(1, 'E', "MonStartDocPort", "(*pIniPort->fn.pfnStartDocPort) [PrinterName:A, JobId:0x00000011]"))
+          .at(0)
+          .nJob,
+      17);
+}
+
+TEST_F(Stories, FollowingSeesLinesThatCameAndAFileThatWasMovedAside) {
+  File("20261118.log", Log().Start(1, 7).Text() + "[11/18 09:00");
+  lmctl::LogReader reader({m_folder / ""});
+  std::vector<std::string> lines;
+  const auto read = [&] {
+    reader.Refresh();
+    reader.Read([&](std::string_view line, std::uint32_t,
+                    std::uint64_t nLine) { lines.push_back(std::to_string(nLine) + std::string(line)); },
+                false);
+  };
+  read();
+  EXPECT_EQ(lines.size(), 1u);  // the second line is not whole yet
+  std::ofstream(m_folder / "20261118.log", std::ios::app) << "(01.000)] is whole now\r\n";
+  read();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1], "2[11/18 09:00(01.000)] is whole now\r");
+  std::ofstream(m_folder / "20261118.log", std::ios::app) << "the last of the old file\r\n";
+  std::filesystem::rename(m_folder / "20261118.log", m_folder / "20261118_090002(000).log");
+  File("20261118.log", "the new file\r\n");
+  read();
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[2], "3the last of the old file\r");
+  EXPECT_EQ(lines[3], "1the new file\r");
+}
+
+TEST(StoryTexts, CodePageAndMarkup) { EXPECT_EQ(lmctl::ToUtf8("Caf\xE9 \x80\x01"), "Caf\xC3\xA9 \xE2\x82\xAC"); }
+
+}  // namespace
