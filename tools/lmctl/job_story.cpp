@@ -411,9 +411,12 @@ void StoryMachine::WriteLine(const LogLine& line) {
     const std::size_t nCut = body.rfind(", cbBuf:");
     if (nCut == std::string_view::npos) return;
     const std::string_view port = body.substr(0, nCut);
+    // Where lines are lost, the end of this job and the start of another one may be among them.
+    if (pJob != nullptr && pJob->story.bLinesLost && !pJob->story.strPort.empty() && pJob->story.strPort != port)
+      return;
     if (pJob == nullptr) {  // a call of the job on another thread
       pJob = JobOfPort(line.nProcess, port);
-      if (pJob == nullptr) return;
+      if (pJob == nullptr || pJob->story.bLinesLost) return;
       const Key key = KeyOf(line.nProcess, line.nThread);
       m_threads[key] = pJob;
       pJob->threads.push_back(key);
@@ -439,9 +442,14 @@ void StoryMachine::WriteLine(const LogLine& line) {
     return;
   }
   if (pJob == nullptr) return;
-  if (message.starts_with("on SDK [")) {
+  const Path path = message.starts_with("on SDK [")                       ? Path::Device
+                    : message.starts_with("(*pIniPort->fn.pfnWritePort)") ? Path::PortMonitor
+                                                                          : Path::Unknown;
+  if (pJob->story.bLinesLost && path != Path::Unknown && pJob->story.path != Path::Unknown && pJob->story.path != path)
+    return;
+  if (path == Path::Device) {
     pJob->bTraced = true;
-    pJob->story.path = Path::Device;
+    pJob->story.path = path;
   } else if (message.starts_with("Cancel job [")) {
     pJob->bDropped = true;
     pJob->bDataSent = true;
@@ -449,8 +457,8 @@ void StoryMachine::WriteLine(const LogLine& line) {
     if (pJob->llCancelled == 0) pJob->llCancelled = m_llTime;
     pJob->bCancelEver = true;
     Note(*pJob, "A buffer was taken and dropped, since the job is deleted.");
-  } else if (message.starts_with("(*pIniPort->fn.pfnWritePort)")) {
-    pJob->story.path = Path::PortMonitor;
+  } else if (path == Path::PortMonitor) {
+    pJob->story.path = path;
     pJob->bDataSent = true;
     const std::int64_t nWritten = NumberAfter(message, ",cbBuf:", 0);
     pJob->bLastWriteFailed = line.cLevel == 'E';

@@ -1,0 +1,203 @@
+// lmctl beside the system's own spooler routines: a driver, a queue on a file port and its printer data.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <winspool.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "base/setting_names.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+wchar_t g_szQueue[] = L"Kelvane Test Queue";
+wchar_t g_szDriver[] = L"Kelvane Test Driver";
+wchar_t g_szEnvironment[] = L"Windows x64";
+wchar_t g_szMonitor[] = L"Kelvane Language Monitor";
+constexpr wchar_t kMonitorKey[] =
+    L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\Kelvane Language Monitor";
+
+struct Answer {
+  int nExit;
+  std::string strOutput;
+  bool Says(const std::string& strPart) const { return strOutput.find(strPart) != std::string::npos; }
+};
+
+class LmctlOnWindows : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    wchar_t wsz[MAX_PATH];
+    GetModuleFileNameW(nullptr, wsz, MAX_PATH);
+    m_programs = fs::path(wsz).parent_path();
+    GetSystemDirectoryW(wsz, MAX_PATH);
+    m_system = wsz;
+    m_folder = fs::temp_directory_path() / "kelvane_lmctl_test";
+    m_port = m_folder / "port.out";
+    TearDown();
+    fs::create_directories(m_folder);
+
+    // The parts of a driver need only be there.
+    std::wstring file = (m_folder / "driver.dll").wstring();
+    std::ofstream(m_folder / "driver.dll") << "no driver";
+    DRIVER_INFO_3W driver = {};
+    driver.cVersion = 3;
+    driver.pName = g_szDriver;
+    driver.pEnvironment = g_szEnvironment;
+    driver.pDriverPath = driver.pDataFile = driver.pConfigFile = file.data();
+    driver.pMonitorName = g_szMonitor;
+    ASSERT_TRUE(AddPrinterDriverExW(nullptr, 3, reinterpret_cast<BYTE*>(&driver),
+                                    APD_COPY_NEW_FILES | APD_COPY_FROM_DIRECTORY))
+        << GetLastError();
+    ASSERT_EQ(Port(L"AddPort"), 0u);
+    std::wstring port = m_port.wstring();
+    PRINTER_INFO_2W queue = {};
+    wchar_t szProcessor[] = L"winprint", szRaw[] = L"RAW";
+    queue.pPrinterName = g_szQueue;
+    queue.pPortName = port.data();
+    queue.pDriverName = g_szDriver;
+    queue.pPrintProcessor = szProcessor;
+    queue.pDatatype = szRaw;
+    m_hQueue = AddPrinterW(nullptr, 2, reinterpret_cast<BYTE*>(&queue));
+    ASSERT_NE(m_hQueue, nullptr) << GetLastError();
+  }
+
+  void TearDown() override {
+    if (m_hQueue == nullptr) {
+      PRINTER_DEFAULTSW defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
+      OpenPrinterW(g_szQueue, &m_hQueue, &defaults);
+    }
+    if (m_hQueue != nullptr) {
+      DeletePrinter(m_hQueue);
+      ClosePrinter(m_hQueue);
+      m_hQueue = nullptr;
+    }
+    DeletePrinterDriverExW(nullptr, g_szEnvironment, g_szDriver, 0, 0);
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, kMonitorKey);
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kelvane");  // other tests leave it volatile
+    fs::remove(m_system / "kelvane_lm.dll");
+    Port(L"DeletePort");
+    fs::remove_all(m_folder);
+  }
+
+  // Adds the port or deletes it. Returns the error.
+  DWORD Port(const wchar_t* pszWhat) const {
+    HANDLE hPorts = nullptr;
+    wchar_t szLocalPort[] = L",XcvMonitor Local Port";
+    PRINTER_DEFAULTSW defaults = {nullptr, nullptr, SERVER_ACCESS_ADMINISTER};
+    if (!OpenPrinterW(szLocalPort, &hPorts, &defaults)) return GetLastError();
+    std::wstring port = m_port.wstring();
+    DWORD cb = 0, dwStatus = 0;
+    XcvDataW(hPorts, pszWhat, reinterpret_cast<BYTE*>(port.data()),
+             static_cast<DWORD>((port.size() + 1) * sizeof(wchar_t)), nullptr, 0, &cb, &dwStatus);
+    ClosePrinter(hPorts);
+    return dwStatus;
+  }
+
+  Answer Lmctl(const std::string& strArguments) const {
+    Answer run = {-1, {}};
+    std::FILE* pOutput = _popen((m_programs.string() + "\\lmctl.exe " + strArguments + " 2>&1").c_str(), "rb");
+    if (pOutput == nullptr) return run;
+    for (int c; (c = std::fgetc(pOutput)) != EOF;)
+      if (c != '\r') run.strOutput += static_cast<char>(c);
+    run.nExit = _pclose(pOutput);
+    return run;
+  }
+  // The state that doctor gives a check; the worst of several.
+  std::string Doctor(const std::string& strCheck, const std::string& strOptions = "") const {
+    std::string strState;
+    const Answer answer = Lmctl("doctor --json " + strOptions);
+    const auto rows = nlohmann::json::parse(answer.strOutput, nullptr, false);
+    EXPECT_TRUE(rows.is_array()) << answer.strOutput;
+    for (const auto& row : rows)
+      if (row["check"] == strCheck && (strState.empty() || strState == "ok")) strState = row["state"];
+    return strState;
+  }
+
+  fs::path m_programs, m_system, m_folder, m_port;
+  HANDLE m_hQueue = nullptr;
+};
+
+const std::string kQueue = "\"Kelvane Test Queue\"";
+
+TEST_F(LmctlOnWindows, SettingsArriveAsThePrinterDataThatTheMonitorReads) {
+  EXPECT_EQ(Lmctl("settings " + kQueue + " AutoReprint=1 JobFilePath=C:\\Archive JobValidDays=10").nExit, 0);
+  DWORD dwType = 0, dwValue = 0, cb = 0;
+  wchar_t szName[] = L"AutoReprint", szPath[] = L"JobFilePath", wszPath[64] = {};
+  EXPECT_EQ(GetPrinterDataW(m_hQueue, szName, &dwType, reinterpret_cast<BYTE*>(&dwValue), 4, &cb), 0u);
+  EXPECT_EQ(dwType, DWORD{REG_DWORD});
+  EXPECT_EQ(dwValue, 1u);
+  EXPECT_EQ(GetPrinterDataW(m_hQueue, szPath, &dwType, reinterpret_cast<BYTE*>(wszPath), sizeof wszPath, &cb), 0u);
+  EXPECT_EQ(std::wstring(wszPath), L"C:\\Archive");
+  const Answer shown = Lmctl("settings " + kQueue);
+  EXPECT_TRUE(shown.Says("AutoReprint        1                            queue")) << shown.strOutput;
+  EXPECT_TRUE(shown.Says("JobSettingFlags    0                            default")) << shown.strOutput;
+  for (const char* pszBad : {"AutoReprint=2", "JobFilePath=Archive", "JobValidDays=x", "Nothing=1",
+                             "UtilityGUID=0123456789012345678901234567890123456789012345678901234567890123"})
+    EXPECT_EQ(Lmctl("settings " + kQueue + " " + pszBad).nExit, 2) << pszBad;
+  EXPECT_EQ(Lmctl("settings \"No such queue\"").nExit, 1);
+
+  EXPECT_EQ(Lmctl("settings LogLevelPos=EWI").nExit, 0);
+  EXPECT_TRUE(Lmctl("settings").Says("LogLevelPos        EWI                          registry"));
+  EXPECT_EQ(Lmctl("settings LogLevelPos=EQ").nExit, 2);
+  EXPECT_EQ(Lmctl("settings LogLevelPos=").nExit, 0);
+  EXPECT_TRUE(Lmctl("settings").Says("LogLevelPos        -                            default"));
+}
+
+TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
+  EXPECT_EQ(Doctor("monitor"), "failure");
+  EXPECT_EQ(Doctor("dll"), "failure");
+  HKEY hKey = nullptr;
+  RegCreateKeyExW(HKEY_LOCAL_MACHINE, kMonitorKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &hKey, nullptr);
+  RegSetValueExW(hKey, L"Driver", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"kelvane_lm.dll"), 30);
+  RegCloseKey(hKey);
+  fs::copy_file(m_programs / "kelvane_lm.dll", m_system / "kelvane_lm.dll");
+  EXPECT_EQ(Doctor("dll"), "ok");
+  EXPECT_EQ(Doctor("monitor"), "ok");
+  EXPECT_EQ(Doctor("queue"), "ok");
+  EXPECT_EQ(Doctor("driver", "--before-uninstall"), "failure");
+  EXPECT_EQ(Doctor("mutex"), "ok");
+  const HANDLE hMutex = CreateMutexW(nullptr, TRUE, kLogMutexName);
+  EXPECT_EQ(Doctor("mutex"), "failure");
+  ReleaseMutex(hMutex);
+  CloseHandle(hMutex);
+  // A value that the monitor would not read, and an archive root with a folder of somebody else's.
+  wchar_t szFlags[] = L"JobSettingFlags", szPath[] = L"JobFilePath";
+  BYTE abyLong[8] = {1};
+  EXPECT_EQ(SetPrinterDataW(m_hQueue, szFlags, REG_BINARY, abyLong, 8), 0u);
+  EXPECT_EQ(Doctor("queue"), "warning");
+  EXPECT_EQ(Lmctl("settings " + kQueue + " JobSettingFlags=1").nExit, 0);
+  fs::create_directories(m_folder / "archive" / "letters");
+  std::wstring root = (m_folder / "archive").wstring();
+  SetPrinterDataW(m_hQueue, szPath, REG_SZ, reinterpret_cast<BYTE*>(root.data()),
+                  static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t)));
+  EXPECT_EQ(Doctor("queue"), "ok");
+  EXPECT_EQ(Doctor("archive"), "warning");
+  EXPECT_TRUE(Lmctl("archive list --queue " + kQueue).Says("0 archived jobs"));
+}
+
+TEST_F(LmctlOnWindows, ArchivedJobIsPrintedAgain) {
+  std::string strBytes(200'000, 'x');
+  strBytes += std::string("\x1B@\x00\xFF end", 8);
+  const fs::path job = m_folder / "0900_00(000).prn";
+  std::ofstream(job, std::ios::binary) << strBytes;
+  EXPECT_EQ(Lmctl("archive print \"" + job.string() + "\" --queue " + kQueue + " <nul").nExit, 1);  // not confirmed
+  EXPECT_FALSE(fs::exists(m_port));
+  const Answer run = Lmctl("archive print \"" + job.string() + "\" --yes --queue " + kQueue);
+  EXPECT_EQ(run.nExit, 0) << run.strOutput;
+  EXPECT_TRUE(run.Says("200008 bytes handed to the spooler")) << run.strOutput;
+  std::string strArrived;
+  for (int n = 0; n < 100 && strArrived.size() < strBytes.size(); ++n, Sleep(50)) {
+    std::ifstream port(m_port, std::ios::binary);
+    strArrived.assign(std::istreambuf_iterator<char>(port), {});
+  }
+  EXPECT_TRUE(strArrived == strBytes) << strArrived.size();
+}
+
+}  // namespace
