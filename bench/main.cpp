@@ -16,6 +16,9 @@ int main(int argc, char** argv) {
   bench::InspectionRows(table);
   bench::LogRows(table);
   bench::JobRows(table);
+#ifndef _WIN32
+  bench::ToolRows(table);
+#endif
   table.Print();
   if (!strJson.empty() && !table.WriteJson(strJson)) {
     std::fprintf(stderr, "monitor_bench: cannot write %s\n", strJson.c_str());

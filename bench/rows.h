@@ -8,5 +8,8 @@ namespace bench {
 void InspectionRows(Table& table);
 void LogRows(Table& table);
 void JobRows(Table& table);
+#ifndef _WIN32
+void ToolRows(Table& table);
+#endif
 
 }  // namespace bench

@@ -1,5 +1,6 @@
 #include "tools/lmctl/log_line.h"
 
+#include <array>
 #include <cctype>
 
 namespace lmctl {
@@ -25,15 +26,23 @@ bool Digits(const char* p, int nCount, int& nValue) {
   return true;
 }
 
+// Values of the lower-case hexadecimal digits; 0x80: no digit.
+constexpr auto kHexDigits = [] {
+  std::array<std::uint8_t, 256> digits{};
+  for (unsigned n = 0; n < 256; ++n)
+    digits[n] = static_cast<std::uint8_t>(n >= '0' && n <= '9' ? n - '0' : n >= 'a' && n <= 'f' ? n - 'a' + 10 : 0x80);
+  return digits;
+}();
+
 bool Hex8(const char* p, std::uint32_t& nValue) {
   nValue = 0;
+  unsigned nSeen = 0;
   for (int n = 0; n < 8; ++n) {
-    const char c = p[n];
-    const int nDigit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-    if (nDigit < 0) return false;
-    nValue = nValue << 4 | static_cast<std::uint32_t>(nDigit);
+    const unsigned nDigit = kHexDigits[static_cast<unsigned char>(p[n])];
+    nSeen |= nDigit;
+    nValue = nValue << 4 | nDigit;
   }
-  return true;
+  return (nSeen & 0x80) == 0;
 }
 
 // "[MM/DD hh:mm(ss.mmm)]\t[pppppppp(tttttttt)]\t[L] \t[TTTTTTT] \t": every column has its place.

@@ -15,7 +15,9 @@
 namespace lmctl {
 namespace {
 
-constexpr std::size_t kBlock = 4 * 1024 * 1024;
+constexpr std::size_t kBlock =
+    256 * 1024;  // stays in the processor's cache; the writers wait no longer than this takes
+constexpr std::size_t kPage = 4096;
 constexpr std::size_t kLongestLine = 64 * 1024;  // longer ones are garbage; no line of the log comes near
 
 #ifdef _WIN32
@@ -49,12 +51,12 @@ int Seek(std::FILE* pFile, std::uint64_t ull) { return fseeko(pFile, static_cast
 #endif
 
 // Bytes of a file from a position on; 0 at its end or when it cannot be opened now.
-std::size_t ReadBlock(const std::filesystem::path& path, std::uint64_t ullAt, std::vector<char>& block) {
+std::size_t ReadBlock(const std::filesystem::path& path, std::uint64_t ullAt, char* pBlock) {
   const WritersTurn turn;
   std::FILE* pFile = OpenForReading(path);
   if (pFile == nullptr) return 0;
   std::setvbuf(pFile, nullptr, _IONBF, 0);
-  const std::size_t cb = Seek(pFile, ullAt) == 0 ? std::fread(block.data(), 1, block.size(), pFile) : 0;
+  const std::size_t cb = Seek(pFile, ullAt) == 0 ? std::fread(pBlock, 1, kBlock, pFile) : 0;
   std::fclose(pFile);
   return cb;
 }
@@ -87,7 +89,7 @@ std::filesystem::path DefaultLogFolder() {
 
 LocalMs TimeOf(const LogLine& line, const LogReader::Source& source) { return line.Time(source.nYear, source.nMonth); }
 
-LogReader::LogReader(const std::vector<std::string>& inputs) : m_block(kBlock) {
+LogReader::LogReader(const std::vector<std::string>& inputs) : m_block(kBlock + kPage) {
   std::vector<std::filesystem::path> paths(inputs.begin(), inputs.end());
   if (paths.empty()) paths.push_back(DefaultLogFolder());
   for (const std::filesystem::path& path : paths) {
@@ -178,11 +180,13 @@ std::uint64_t LogReader::TotalBytes() const {
 void LogReader::Read(const OnLine& onLine, bool bWhole, const OnProgress& onProgress) {
   const std::uint64_t ullTotal = onProgress ? TotalBytes() : 0;
   std::uint64_t ullDone = 0;
+  // A copy out of the system's cache is twice as fast to the beginning of a page.
+  char* const pBlock = m_block.data() + (kPage - reinterpret_cast<std::uintptr_t>(m_block.data()) % kPage);
   for (const std::uint32_t nSource : m_order) {
     Source& source = m_sources[nSource];
-    while (const std::size_t cb = ReadBlock(source.path, source.ullRead, m_block)) {
+    while (const std::size_t cb = ReadBlock(source.path, source.ullRead, pBlock)) {
       source.ullRead += cb;
-      const char* p = m_block.data();
+      const char* p = pBlock;
       const char* const pEnd = p + cb;
       while (p < pEnd) {
         const auto* pLineEnd = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(pEnd - p)));

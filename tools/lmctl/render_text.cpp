@@ -1,4 +1,5 @@
 // Times, outcomes in words, JSON and the table.
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "tools/lmctl/error_text.h"
@@ -11,6 +12,7 @@
 namespace lmctl {
 
 std::string ToUtf8(std::string_view ansi) {
+  if (std::all_of(ansi.begin(), ansi.end(), [](char c) { return c >= ' ' && c < '\x7F'; })) return std::string(ansi);
   std::string str;
   str.reserve(ansi.size());
   for (const char c : ansi) {
@@ -63,32 +65,49 @@ std::string ShortTime(LocalMs llTime) {
 }
 
 std::string StoryJson(const Story& story, const FileName& fileName) {
-  using Json = nlohmann::ordered_json;
-  const auto number = [](std::int64_t n) { return n == kUnknown ? Json() : Json(n); };
-  const auto text = [](const std::string& str) { return str.empty() ? Json() : Json(ToUtf8(str)); };
-  const bool bError = story.nError != kUnknown;
-  Json json;
-  json["queue"] = ToUtf8(story.strQueue);
-  json["jobId"] = story.nJob;
-  json["port"] = text(story.strPort);
-  json["processId"] = story.nProcess;
-  json["started"] = IsoTime(story.llStarted);
-  json["ended"] = story.llEnded != 0 ? Json(IsoTime(story.llEnded)) : Json();
-  json["path"] = story.path == Path::Device        ? Json("device")
-                 : story.path == Path::PortMonitor ? Json("portMonitor")
-                                                   : Json();
-  json["bytes"] = number(story.nBytes);
-  json["writes"] = number(story.nWrites);
-  json["outcome"] = text(OutcomeName(story.outcome));
-  json["reason"] = text(story.strReason);
-  json["error"] = bError ? Json{{"code", story.nError}, {"text", ErrorMessage(story.nError)}} : Json();
-  json["reprints"] = number(story.nReprints);
-  json["response"] = text(story.strResponse);
-  json["maybeTwice"] = story.maybeTwice == Tri::Unknown ? Json() : Json(story.maybeTwice == Tri::Yes);
-  json["log"] = {
-      {"file", fileName(story.first.nFile)}, {"firstLine", story.first.nLine}, {"lastLine", story.last.nLine}};
-  json["notLogged"] = story.NotLogged();
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  // Put together here: building an object took longer than reading the story's lines. What needs escapes is the library's.
+  const auto quoted = [](const std::string& str) {
+    const auto plain = [](char c) { return c >= ' ' && c < '\x7F' && c != '"' && c != '\\'; };
+    if (std::all_of(str.begin(), str.end(), plain)) return '"' + str + '"';
+    return nlohmann::json(str).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  };
+  std::string json;
+  json.reserve(512);
+  const auto member = [&](const char* pszName, const std::string& strValue) {
+    json += json.empty() ? "{\"" : ",\"";
+    json += pszName;
+    json += "\":";
+    json += strValue;
+  };
+  const auto number = [&](const char* pszName, std::int64_t n) {
+    member(pszName, n == kUnknown ? "null" : std::to_string(n));
+  };
+  const auto text = [&](const char* pszName, const std::string& str) {
+    member(pszName, str.empty() ? "null" : quoted(ToUtf8(str)));
+  };
+  member("queue", quoted(ToUtf8(story.strQueue)));
+  number("jobId", story.nJob);
+  text("port", story.strPort);
+  number("processId", story.nProcess);
+  text("started", IsoTime(story.llStarted));
+  text("ended", story.llEnded != 0 ? IsoTime(story.llEnded) : std::string());
+  text("path", story.path == Path::Device ? "device" : story.path == Path::PortMonitor ? "portMonitor" : "");
+  number("bytes", story.nBytes);
+  number("writes", story.nWrites);
+  text("outcome", OutcomeName(story.outcome));
+  text("reason", story.strReason);
+  member("error", story.nError == kUnknown ? "null"
+                                           : "{\"code\":" + std::to_string(story.nError) +
+                                                 ",\"text\":" + quoted(ErrorMessage(story.nError)) + "}");
+  number("reprints", story.nReprints);
+  text("response", story.strResponse);
+  member("maybeTwice", story.maybeTwice == Tri::Unknown ? "null" : story.maybeTwice == Tri::Yes ? "true" : "false");
+  member("log", "{\"file\":" + quoted(fileName(story.first.nFile)) + ",\"firstLine\":" +
+                    std::to_string(story.first.nLine) + ",\"lastLine\":" + std::to_string(story.last.nLine) + "}");
+  std::string strMissing;
+  for (const std::string& strName : story.NotLogged()) strMissing += (strMissing.empty() ? "" : ",") + quoted(strName);
+  member("notLogged", "[" + strMissing + "]");
+  return json + "}";
 }
 
 std::string OutcomeText(const Story& story) {
