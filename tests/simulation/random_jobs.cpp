@@ -407,10 +407,27 @@ class Simulation {
     const std::string strEnd = sim::Format("over: job %u", id);
     const std::string strSent = sim::Format("SetJob %u sent-to-printer", id);
     const std::string strChange = sim::Format("user changes job %u:", id);
-    // What was there for less than a poll may have been seen by nobody.
-    const bool bSeen =
-        job.afterwards == Afterwards::Stays || (job.dwAfterwards > kNoticedMs && !m_bLostWatchers && !m_bLogHeld);
-    if (!bSeen) return;
+    // What was there for less than a poll may have been seen by nobody; the watch begins behind the wait for
+    // the device's lock, before the first transfer.
+    if (job.afterwards != Afterwards::Stays) {
+      if (m_bLostWatchers || m_bLogHeld) return;
+      DWORD dwBegun = 0;
+      DWORD dwGone = 0;
+      bool bLocking = false;
+      for (const sim::Journal::Event& event : world.journal.EventsOf(port.strQueue)) {
+        if (event.strText == strEnd) break;
+        if (event.strText.starts_with("sdk SDK_SET_LOCK")) bLocking = true;
+        if (bLocking && event.strText.starts_with("transfer begins")) {
+          dwBegun = std::max(dwBegun, event.dwTime);
+          bLocking = false;
+        }
+        if (event.strText.starts_with(strChange)) {
+          dwBegun = std::max(dwBegun, event.dwTime);
+          dwGone = event.dwTime + job.dwAfterwards;
+        }
+      }
+      if (dwGone <= dwBegun + kNoticedMs) return;
+    }
     DWORD dwLocked = 0;
     DWORD dwNoticed = 0;
     DWORD dwChanged = 0;
