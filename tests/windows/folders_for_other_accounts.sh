@@ -3,7 +3,7 @@
 # mode of the Unix folder, the Users group as its group; a folder above them, which gets no rule, shows the difference.
 set -eu
 run_under_wine=$1 lmhost=$2 build=$3
-drive=${WINEPREFIX:-$build/wineprefix}/drive_c
+drive=${WINEPREFIX:-$build/wineprefix0}/drive_c
 rm -rf "$drive/AccessTest" "$drive/ProgramData/Kelvane/Logs/PrinterDriver"
 printf 'a receipt\n' >"$build/access-test.prn"
 (cd "$build/bin" && "$run_under_wine" "$lmhost" print ../access-test.prn --archive 'C:\AccessTest\Jobs')

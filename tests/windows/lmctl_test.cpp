@@ -159,6 +159,7 @@ TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
   RegCloseKey(hKey);
   fs::copy_file(m_programs / "kelvane_lm.dll", m_system / "kelvane_lm.dll");
   EXPECT_EQ(Doctor("dll"), "ok");
+  EXPECT_TRUE(Lmctl("doctor").Says("kelvane_lm.dll, version " LM_VERSION ", 64 bit"));
   EXPECT_EQ(Doctor("monitor"), "ok");
   EXPECT_EQ(Doctor("queue"), "ok");
   EXPECT_EQ(Doctor("driver", "--before-uninstall"), "failure");

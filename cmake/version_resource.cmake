@@ -1,0 +1,10 @@
+# Gives a program or library of ours the project's version, as Explorer and installers show it.
+function(lm_version_resource target type file description)
+  enable_language(RC)
+  set(LM_FILE_TYPE ${type})
+  set(LM_FILE_NAME ${file})
+  set(LM_INTERNAL_NAME ${target})
+  set(LM_FILE_DESCRIPTION ${description})
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc @ONLY)
+  target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+endfunction()
