@@ -21,8 +21,7 @@ wchar_t g_szQueue[] = L"Kelvane Test Queue";
 wchar_t g_szDriver[] = L"Kelvane Test Driver";
 wchar_t g_szEnvironment[] = L"Windows x64";
 wchar_t g_szMonitor[] = L"Kelvane Language Monitor";
-constexpr wchar_t kMonitorKey[] =
-    L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\Kelvane Language Monitor";
+constexpr wchar_t kMonitorKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\Kelvane Language Monitor";
 
 struct Answer {
   int nExit;
@@ -52,8 +51,8 @@ class LmctlOnWindows : public ::testing::Test {
     driver.pEnvironment = g_szEnvironment;
     driver.pDriverPath = driver.pDataFile = driver.pConfigFile = file.data();
     driver.pMonitorName = g_szMonitor;
-    ASSERT_TRUE(AddPrinterDriverExW(nullptr, 3, reinterpret_cast<BYTE*>(&driver),
-                                    APD_COPY_NEW_FILES | APD_COPY_FROM_DIRECTORY))
+    ASSERT_TRUE(
+        AddPrinterDriverExW(nullptr, 3, reinterpret_cast<BYTE*>(&driver), APD_COPY_NEW_FILES | APD_COPY_FROM_DIRECTORY))
         << GetLastError();
     ASSERT_EQ(Port(L"AddPort"), 0u);
     std::wstring port = m_port.wstring();
