@@ -9,10 +9,11 @@ void PrintOneJob(sim::World& world, const char* pszPort, const std::string& strD
   const HANDLE hPort = world.spooler.OpenPort(pszPort, "Till");
   if (hPort == nullptr) return;
   world.spooler.Print(hPort, world.spooler.NewJob("Till", "TEXT"), strData);
-  // Whatever failed, the port takes the next job.
+  // Whatever failed, the port takes the next job; but a lock that the library did not give back keeps others out.
   {
     const w32::FaultsOn exempt(false);
-    world.spooler.Print(hPort, world.spooler.NewJob("Till", "RAW"), "next");
+    const bool bDelivered = world.spooler.Print(hPort, world.spooler.NewJob("Till", "RAW"), "next").bDelivered;
+    EXPECT_TRUE(bDelivered || w32::LastFailedApi() == "sdk SDK_CLR_LOCK") << w32::LastFailedApi() << " failed";
   }
   world.spooler.ClosePort(hPort);
 }

@@ -68,6 +68,13 @@ std::uint64_t FailEveryCall(const std::function<void(sim::World&)>& scenario) {
       if (ullPoint != 0) w32::FailPoint(ullPoint);
       const w32::FaultsOn faults;
       scenario(world);
+      EXPECT_TRUE(world.library.HeldLocks() == 0 || w32::LastFailedApi() == "sdk SDK_CLR_LOCK")
+          << "call " << ullPoint << " (" << w32::LastFailedApi() << ") failed";
+      // A thread that cannot leave the client's context does its work in it.
+      if (w32::LastFailedApi() != "RevertToPrinterSelf") {
+        EXPECT_EQ(world.journal.Count("violation"), 0u) << world.journal.Of("violation").front() << ", call "
+                                                        << ullPoint << " (" << w32::LastFailedApi() << ") failed";
+      }
     }
     EXPECT_EQ(Leaks(before), "") << "call " << ullPoint << " (" << w32::LastFailedApi() << ") failed";
     const std::uint64_t ullPassed = w32::FaultPointsPassed();

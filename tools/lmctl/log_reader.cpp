@@ -10,13 +10,15 @@
 
 #include <share.h>
 #include <shlobj.h>
+
+#include "base/setting_names.h"
 #endif
 
 namespace lmctl {
 namespace {
 
-constexpr std::size_t kBlock =
-    256 * 1024;  // stays in the processor's cache; the writers wait no longer than this takes
+// Stays in the processor's cache; the writers wait no longer than this takes.
+constexpr std::size_t kBlock = 256 * 1024;
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kLongestLine = 64 * 1024;  // longer ones are garbage; no line of the log comes near
 
@@ -24,7 +26,7 @@ constexpr std::size_t kLongestLine = 64 * 1024;  // longer ones are garbage; no 
 // The writers' turn, while a block is read; one that cannot be had within a second is not waited for any longer.
 class WritersTurn {
  public:
-  WritersTurn() : m_hMutex(OpenMutexW(SYNCHRONIZE, FALSE, L"Global\\Kelvane_SDK_LOGS2")) {
+  WritersTurn() : m_hMutex(OpenMutexW(SYNCHRONIZE, FALSE, kLogMutexName)) {
     if (m_hMutex == nullptr) return;
     const DWORD dwWait = WaitForSingleObject(m_hMutex, 1000);
     m_bOwned = dwWait == WAIT_OBJECT_0 || dwWait == WAIT_ABANDONED;
