@@ -318,6 +318,36 @@ TEST_F(Ageing, QueueWithoutAGuidRemembersTheRunInMemory) {
   EXPECT_EQ(World::LogCount("GetPrinterData [dwReturned:0]"), 3u);  // two starts, one run
 }
 
+// The word lies in the hive of the client whose job it is, never in the one that the process opened first.
+TEST_F(Ageing, WordOfAClientWhoseHiveCannotBeOpenedIsKeptNowhere) {
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("RegOpenCurrentUser", 100);
+    EXPECT_TRUE(PrintOn(m_hPort, "x").bDelivered);
+  }
+  HKEY hKey = nullptr;
+  EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane\\Kelvane HM-520\\{1234}", 0, KEY_QUERY_VALUE, &hKey),
+            static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND));
+}
+
+std::string g_strReports;
+TEST_F(Ageing, RootThatFindsNoMemoryIsReported) {
+  HANDLE hPrinter = nullptr;
+  ASSERT_TRUE(OpenPrinterW(sim::Wide("Till").data(), &hPrinter, nullptr));
+  w32::SetDebugSink([](const std::string& strText) { g_strReports += strText; });
+  wchar_t* pszRoot = nullptr;
+  wchar_t* pszFile = nullptr;
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("HeapAlloc", 1, 1);  // the first block is the root's text
+    EXPECT_FALSE(gJob.MakeSettings(hPrinter, {2026, 11, 0, 18, 9, 0, 0, 0}, &pszRoot, &pszFile, FALSE));
+  }
+  w32::SetDebugSink(nullptr);
+  EXPECT_NE(g_strReports.find("/ CreateJobFolder"), std::string::npos) << g_strReports;
+  ReleaseMemory(pszRoot);
+  ClosePrinter(hPrinter);
+}
+
 // A queue without a usable GUID neither uses a word that others store nor takes one back that their job ends advance.
 TEST_F(Ageing, QueueWhoseGuidCannotBeReadWholeHasNone) {
   m_pQueue->data["UtilityGUID"] = Spooler::Text(std::string(64, 'g'));  // 130 bytes with its terminator
