@@ -331,20 +331,27 @@ TEST_F(Ageing, WordOfAClientWhoseHiveCannotBeOpenedIsKeptNowhere) {
 }
 
 std::string g_strReports;
-TEST_F(Ageing, RootThatFindsNoMemoryIsReported) {
+TEST_F(Ageing, RootOrFileNameThatFindsNoMemoryIsReported) {
   HANDLE hPrinter = nullptr;
   ASSERT_TRUE(OpenPrinterW(sim::Wide("Till").data(), &hPrinter, nullptr));
   w32::SetDebugSink([](const std::string& strText) { g_strReports += strText; });
-  wchar_t* pszRoot = nullptr;
-  wchar_t* pszFile = nullptr;
-  {
-    const w32::FaultsOn faults;
-    w32::FailCalls("HeapAlloc", 1, 1);  // the first block is the root's text
-    EXPECT_FALSE(gJob.MakeSettings(hPrinter, {2026, 11, 0, 18, 9, 0, 0, 0}, &pszRoot, &pszFile, FALSE));
+  for (unsigned nSkip = 0; nSkip < 8; ++nSkip) {  // each block of the way in turn; the last ones need no more
+    World::DeleteTree(kRoot);
+    wchar_t* pszRoot = nullptr;
+    wchar_t* pszFile = nullptr;
+    {
+      const w32::FaultsOn faults;
+      w32::ResetFaults();
+      w32::FailCalls("HeapAlloc", 1, nSkip);
+      const BOOL bMade = gJob.MakeSettings(hPrinter, {2026, 11, 0, 18, 9, 0, 0, 0}, &pszRoot, &pszFile, FALSE);
+      EXPECT_EQ(bMade != FALSE, pszFile != nullptr) << nSkip;
+    }
+    ReleaseMemory(pszRoot);
+    ReleaseMemory(pszFile);
   }
   w32::SetDebugSink(nullptr);
   EXPECT_NE(g_strReports.find("/ CreateJobFolder"), std::string::npos) << g_strReports;
-  ReleaseMemory(pszRoot);
+  EXPECT_NE(g_strReports.find("/ CJob::MakeSettings"), std::string::npos) << g_strReports;
   ClosePrinter(hPrinter);
 }
 
