@@ -1,4 +1,4 @@
-// The process heap, and operator new(nothrow), which fails where the heap would.
+// The process heap.
 #include "scheduler.h"
 
 #include <malloc.h>
@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <new>
 
 using namespace w32;
 
@@ -75,10 +74,3 @@ BOOL WINAPI ReadProcessMemory(HANDLE hProcess, LPCVOID lpBaseAddress, LPVOID lpB
 }
 
 }  // extern "C"
-
-void* operator new(std::size_t cb, const std::nothrow_t&) noexcept {
-  if (FaultHere("operator new", ERROR_NOT_ENOUGH_MEMORY)) return nullptr;
-  return ::operator new(cb);
-}
-
-void operator delete(void* p, const std::nothrow_t&) noexcept { ::operator delete(p); }

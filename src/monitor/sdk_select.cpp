@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "base/memory.h"
 #include "base/setting_names.h"
 #include "common/service_state.h"
 #include "common/tcp_port.h"
@@ -15,7 +16,9 @@ BOOL IsUseSdkSrv(IniPort** ppIniPort) noexcept {
   IniPort& port = **ppIniPort;
   if (IsSdkSupportPort(port.pszPortName)) port.bUseSdkSrv = IsRunService(kSdkService);
   if (port.pSdkMng == nullptr && port.bUseSdkSrv) {
-    port.pSdkMng = new (std::nothrow) CSdk;
+    // From the process heap like the records: operator new would bring the C++ library's exception handling into the DLL.
+    HeapPtr<void> block(AllocZeroed(sizeof(CSdk)));
+    if (block) port.pSdkMng = new (block.release()) CSdk;
     // Without both lanes the object's callers could meet in the library: it is never loaded then, and so never used.
     if (port.pSdkMng != nullptr && port.pSdkMng->Usable()) port.pSdkMng->LoadDll();
   }
@@ -27,7 +30,8 @@ BOOL IsUseSdkSrv(IniPort** ppIniPort) noexcept {
 void FreeMngObj(CSdk** ppSdkMng) noexcept {
   LogEntry();
   if (ppSdkMng == nullptr || *ppSdkMng == nullptr) return;
-  delete *ppSdkMng;
+  (*ppSdkMng)->~CSdk();
+  ReleaseMemory(*ppSdkMng);
   *ppSdkMng = nullptr;
 }
 

@@ -1,6 +1,7 @@
 // The DLL itself, loaded as a spooler loads it, with the real kernel, registry, files and services.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 
@@ -30,7 +31,9 @@ struct Image {
     const auto* pNames = reinterpret_cast<const DWORD*>(pBase + p->AddressOfNames);
     std::vector<std::string> names;
     for (DWORD n = 0; n < p->NumberOfNames; ++n) names.emplace_back(reinterpret_cast<const char*>(pBase + pNames[n]));
-    EXPECT_EQ(p->NumberOfFunctions, p->NumberOfNames);
+    // A table of ordinals may begin with an empty place.
+    const auto* pFunctions = reinterpret_cast<const DWORD*>(pBase + p->AddressOfFunctions);
+    EXPECT_EQ(p->NumberOfFunctions - std::count(pFunctions, pFunctions + p->NumberOfFunctions, 0u), p->NumberOfNames);
     return names;
   }
   std::set<std::string> Imports() const {

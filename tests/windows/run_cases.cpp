@@ -43,7 +43,7 @@ Result RunProgram(const std::wstring& commandLine) {
     CloseHandle(process.hProcess);
     CloseHandle(process.hThread);
   } else {
-    result.strOutput = "cannot be started\n";
+    result.strOutput = "cannot be started, error " + std::to_string(GetLastError()) + "\n";
   }
   SetFilePointer(hOutput, 0, nullptr, FILE_BEGIN);
   char szBlock[4096];

@@ -14,6 +14,7 @@
 #include "monitor/model.h"
 #include "tools/lmctl/commands.h"
 #include "tools/lmctl/log_reader.h"
+#include "tools/lmctl/registered_monitor.h"
 #include "tools/lmctl/render.h"
 #include "tools/lmctl/terminal.h"
 #include "tools/lmctl/wide.h"
@@ -22,9 +23,6 @@ namespace lmctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr wchar_t kDll[] = L"kelvane_lm.dll";
-constexpr wchar_t kMonitorsKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors";
 
 // What was found, one line each.
 class Findings {
@@ -103,7 +101,7 @@ bool Is64Bit(const fs::path& file) {
 }
 
 void CheckDll(Findings& findings) {
-  const fs::path dll = SystemFolder() / kDll;
+  const fs::path dll = SystemFolder() / kMonitorDll;
   std::error_code error;
   if (!fs::exists(dll, error)) {
     findings.Failure("dll", dll.string() + " is missing", "install the package, or copy the DLL there");
@@ -112,35 +110,6 @@ void CheckDll(Findings& findings) {
   } else {
     findings.Ok("dll", dll.string() + ", " + FileVersion(dll) + ", 64 bit");
   }
-}
-
-// The names under which the spooler has the monitor.
-std::vector<std::string> MonitorNames() {
-  std::vector<std::string> names;
-  HKEY hMonitors = nullptr;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMonitorsKey, 0, KEY_READ, &hMonitors) != ERROR_SUCCESS) return names;
-  wchar_t wszName[256];
-  for (DWORD n = 0;; ++n) {
-    DWORD cch = 256;
-    if (RegEnumKeyExW(hMonitors, n, wszName, &cch, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
-    wchar_t wszDriver[260] = {};
-    DWORD cb = sizeof wszDriver - sizeof(wchar_t);
-    HKEY hMonitor = nullptr;
-    if (RegOpenKeyExW(hMonitors, wszName, 0, KEY_QUERY_VALUE, &hMonitor) != ERROR_SUCCESS) continue;
-    const LSTATUS lError =
-        RegQueryValueExW(hMonitor, L"Driver", nullptr, nullptr, reinterpret_cast<BYTE*>(wszDriver), &cb);
-    RegCloseKey(hMonitor);
-    if (lError == ERROR_SUCCESS && _wcsicmp(fs::path(wszDriver).filename().c_str(), kDll) == 0)
-      names.push_back(Narrow(wszName));
-  }
-  RegCloseKey(hMonitors);
-  return names;
-}
-
-bool Contains(const std::vector<std::string>& names, const std::string& strName) {
-  for (const std::string& strKnown : names)
-    if (_stricmp(strKnown.c_str(), strName.c_str()) == 0) return true;
-  return false;
 }
 
 DWORD ServiceState(const wchar_t* pszService) {
@@ -164,21 +133,12 @@ std::vector<BYTE> Enumerate(const std::function<BOOL(BYTE*, DWORD, DWORD*, DWORD
 }
 
 // Drivers that name the monitor: they keep it from being removed.
-int BeforeUninstall(Findings& findings, const std::vector<std::string>& monitors, bool bJson) {
-  DWORD dwCount = 0;
-  wchar_t szAll[] = L"all";
-  const auto bytes = Enumerate<DRIVER_INFO_3W>(
-      [&](BYTE* p, DWORD cb, DWORD* pcb, DWORD* pn) { return EnumPrinterDriversW(nullptr, szAll, 3, p, cb, pcb, pn); },
-      dwCount);
-  const auto* pDrivers = reinterpret_cast<const DRIVER_INFO_3W*>(bytes.data());
-  bool bNamed = false;
-  for (DWORD n = 0; n < dwCount; ++n) {
-    if (!Contains(monitors, Narrow(pDrivers[n].pMonitorName))) continue;
-    bNamed = true;
-    findings.Failure("driver", "the driver " + Narrow(pDrivers[n].pName) + " names the monitor",
+int BeforeUninstall(Findings& findings, const std::vector<std::wstring>& monitors, bool bJson) {
+  const std::vector<std::wstring> drivers = DriversNaming(monitors);
+  for (const std::wstring& driver : drivers)
+    findings.Failure("driver", "the driver " + Narrow(driver.c_str()) + " names the monitor",
                      "change its queues to another driver and delete it first");
-  }
-  if (!bNamed) findings.Ok("driver", "no driver names the monitor: it can be removed");
+  if (drivers.empty()) findings.Ok("driver", "no driver names the monitor: it can be removed");
   return findings.Print(bJson);
 }
 
@@ -283,7 +243,7 @@ void CheckQueue(Findings& findings, const PRINTER_INFO_2W& info, std::vector<Que
   if (facts.bArchive) queues.push_back(facts);
 }
 
-void CheckQueues(Findings& findings, const std::vector<std::string>& monitors) {
+void CheckQueues(Findings& findings, const std::vector<std::wstring>& monitors) {
   DWORD dwCount = 0;
   const auto bytes = Enumerate<PRINTER_INFO_2W>(
       [](BYTE* p, DWORD cb, DWORD* pcb, DWORD* pn) {
@@ -300,7 +260,7 @@ void CheckQueues(Findings& findings, const std::vector<std::string>& monitors) {
     std::vector<BYTE> driver(cb + sizeof(DRIVER_INFO_3W));
     if (!GetPrinterDriverW(printer.Handle(), nullptr, 3, driver.data(), static_cast<DWORD>(driver.size()), &cb))
       continue;
-    if (!Contains(monitors, Narrow(reinterpret_cast<const DRIVER_INFO_3W*>(driver.data())->pMonitorName))) continue;
+    if (!IsOneOf(monitors, reinterpret_cast<const DRIVER_INFO_3W*>(driver.data())->pMonitorName)) continue;
     ++nOurs;
     CheckQueue(findings, pQueues[n], archiving);
   }
@@ -400,14 +360,14 @@ void CheckLog(Findings& findings) {
 
 int Doctor(const Options& options) {
   Findings findings;
-  const std::vector<std::string> monitors = MonitorNames();
+  const std::vector<std::wstring> monitors = MonitorNames();
   if (options.bBeforeUninstall) return BeforeUninstall(findings, monitors, options.bJson);
   CheckDll(findings);
   if (monitors.empty()) {
     findings.Failure("monitor", "the spooler does not know the monitor",
                      "install the package, or register the DLL as a monitor");
   } else {
-    findings.Ok("monitor", "registered as " + monitors.front());
+    findings.Ok("monitor", "registered as " + Narrow(monitors.front().c_str()));
   }
   if (ServiceState(L"Spooler") == SERVICE_RUNNING) {
     findings.Ok("spooler", "the spooler runs");

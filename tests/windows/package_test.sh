@@ -1,0 +1,199 @@
+#!/usr/bin/env bash
+# The installation package against Wine's installer, registry, service manager and spooler, in a prefix of its own.
+# package_test.sh FILES WORK   FILES: the folder with the programs of the Windows build
+set -eu
+files=$(realpath "$1")
+make_package=$(realpath "$(dirname "$0")/../../package/make_package.sh")
+version=$(sed -n 's/^project(kelvane_lm VERSION \([0-9.]*\).*/\1/p' "$(dirname "$0")/../../CMakeLists.txt")
+rm -rf "$2"
+mkdir -p "$2"
+cd "$2"
+export WINEPREFIX=$PWD/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree=;mshtml="
+trap 'wineserver -k 2>/dev/null || true' EXIT
+
+# An older version: the same files, but for the version that they say they are.
+mkdir older
+cp "$files"/{kelvane_lm.dll,setup_actions.dll,lmctl.exe} older
+perl -0777 -pi -e 's/\xBD\x04\xEF\xFE\x00\x00\x01\x00\K..../\x00\x00\x01\x00/s' older/kelvane_lm.dll older/lmctl.exe
+"$make_package" "$version" "$files" new.msi
+"$make_package" 1.0.0 older older.msi
+"$make_package" "$version" older other-build.msi
+# Packages that run a command after the files were replaced and before the spooler starts again.
+variant() {  # name type command
+  cp new.msi "$1.msi"
+  msibuild "$1.msi" -q "INSERT INTO \`CustomAction\` (\`Action\`, \`Type\`, \`Source\`, \`Target\`) VALUES ('Extra', $2, 'System64Folder', '$3')"
+  msibuild "$1.msi" -q "INSERT INTO \`InstallExecuteSequence\` (\`Action\`, \`Sequence\`) VALUES ('Extra', 5100)"
+}
+variant failing 3106 'cmd /c copy kelvane_lm.dll C:\seen.dll & sc query Spooler > C:\seen.txt & exit 1'
+variant slow 3106 'ping -n 60 127.0.0.1'
+
+failed=0
+fail() { echo "FAILED: $1"; failed=1; }
+is() { [ "$2" = "$3" ] || fail "$1 is '$2', not '$3'"; }  # what got expected
+step() { echo "-- $1"; }
+
+system=$PWD/prefix/drive_c/windows/system32
+tool="$PWD/prefix/drive_c/Program Files/Kelvane/Language Monitor/lmctl.exe"
+value() { wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | sed -n "s/^ *$2 *REG_[A-Z_]* *//p"; }
+monitor() { value "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\${1:-Kelvane Language Monitor}" Driver; }
+machine_path() { value 'HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment' PATH; }
+spooler() { wine sc query Spooler | tr -d '\r' | sed -n 's/.*STATE.*: [0-9] *\([A-Z]*\).*/\1/p'; }
+product_code() { msiinfo export "$1" Property | tr -d '\r' | sed -n 's/^ProductCode\t//p'; }
+install() {  # expected exit status, the low byte of the installer's; arguments
+  local expected=$1 got=0
+  shift
+  wine msiexec "$@" /qn /l*v install.log || got=$?
+  is "msiexec $*" "$got" "$expected"
+}
+says() { tr -d '\r' <install.log | grep -aq "$1" || fail "the installer's log does not say: $1"; }
+refused=67  # ERROR_INSTALL_FAILURE, 1603
+installed() {  # the files whose copies must be there
+  for file in "$system/kelvane_lm.dll" "$tool"; do cmp "$file" "$1/$(basename "$file")" || fail "$(basename "$file") is not of $1"; done
+}
+gone() {
+  for place in "$system/kelvane_lm.dll" "$PWD/prefix/drive_c/Program Files/Kelvane"; do
+    [ ! -e "$place" ] || fail "$place is still there"
+  done
+  is "the monitor's key" "$(monitor)" ""
+  is "the name that was kept" "$(value 'HKLM\SOFTWARE\Kelvane\LanguageMonitor' MonitorName)" ""
+  case "$(machine_path)" in *Kelvane*) fail "PATH still names the folder" ;; esac
+}
+start() {  # a fresh prefix with a running spooler
+  step "$1"
+  wineserver -k 2>/dev/null || true
+  wineserver -w
+  rm -rf prefix
+  cp -a pristine prefix
+  wine net start spooler >/dev/null
+}
+wineboot -i >/dev/null 2>&1
+wineserver -w
+mv prefix pristine
+
+start "install, doctor, install again"
+install 0 /i new.msi LOGLEVEL=EWI LOGLIFEDAYS=20
+installed "$files"
+is "the monitor" "$(monitor)" kelvane_lm.dll
+is "the log's levels" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLevelPos)" 0x16
+is "the log's days" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLifeDays)" 0x14
+case "$(machine_path)" in *';C:\Program Files\Kelvane\Language Monitor'*) ;; *) fail "PATH is $(machine_path)" ;; esac
+is "the spooler" "$(spooler)" RUNNING
+is "the tool's version" "$(wine "$tool" --version | tr -d '\r')" "lmctl $version"
+wine "$tool" doctor >doctor.txt || true  # no queue uses the monitor yet, which it says
+for sentence in "ok *dll .*version $version, 64 bit" "ok *monitor *registered as Kelvane" "ok *spooler" "ok *level"; do
+  grep -q "^$sentence" doctor.txt || fail "doctor does not say: $sentence"
+done
+install 0 /i new.msi
+installed "$files"
+
+step "repair after the DLL was deleted"
+wine reg add 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' /v LogLevelPos /t REG_DWORD /d 0x6 /f >/dev/null
+rm "$system/kelvane_lm.dll"
+install 0 /i new.msi REINSTALL=ALL REINSTALLMODE=amus  # what /fa means; Wine knows no /f
+installed "$files"
+is "the log's levels after a repair" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLevelPos)" 0x6
+is "the spooler" "$(spooler)" RUNNING
+
+step "refused downgrade"
+install $refused /i older.msi
+says "A newer version is installed"
+installed "$files"
+
+step "uninstall, refused while a driver names the monitor"
+driver='HKLM\SYSTEM\CurrentControlSet\Control\Print\Environments\Windows x64\Drivers\Version-3\Kelvane HM-520'
+wine reg add "$driver" /v Monitor /d 'Kelvane Language Monitor' /f >/dev/null
+mkdir -p prefix/drive_c/ProgramData/Kelvane/Logs/PrinterDriver
+touch prefix/drive_c/ProgramData/Kelvane/Logs/PrinterDriver/20261118.log
+install $refused /x new.msi
+says "still name the monitor: Kelvane HM-520"
+installed "$files"
+is "the spooler" "$(spooler)" RUNNING
+install 0 /x new.msi FORCE=1
+gone
+is "the machine's settings" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLevelPos)" 0x6
+[ -e prefix/drive_c/ProgramData/Kelvane/Logs/PrinterDriver/20261118.log ] || fail "the log is gone"
+is "the spooler" "$(spooler)" RUNNING
+
+start "upgrade keeps name and settings"
+install 0 /i older.msi 'MONITORNAME=Our Monitor' LOGLEVEL=0x10
+installed older
+install 0 /i new.msi
+installed "$files"
+is "the monitor" "$(monitor 'Our Monitor')" kelvane_lm.dll
+is "the log's levels" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLevelPos)" 0x10
+is "the spooler" "$(spooler)" RUNNING
+wine reg query 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall' >products.txt
+grep -q "$(product_code new.msi)" products.txt || fail "the new version is not registered"
+! grep -q "$(product_code older.msi)" products.txt || fail "the old version is still registered"
+install $refused /i new.msi 'MONITORNAME=Another' REINSTALL=ALL
+says "registered as \"Our Monitor\""
+install 0 /x new.msi
+gone
+
+start "another build of the same version takes the first one's place"
+install 0 /i new.msi
+install 0 /i other-build.msi
+wine reg query 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall' >products.txt
+! grep -q "$(product_code new.msi)" products.txt || fail "it stands beside the first"
+is "the spooler" "$(spooler)" RUNNING
+
+start "what cannot be meant is refused before anything changes"
+for bad in LOGLEVEL=EQ LOGLIFEDAYS=soon 'MONITORNAME=a\b'; do
+  install $refused /i new.msi "$bad"
+  says "${bad%%=*} must be"
+  gone
+done
+
+start "over a DLL and a key that were put there by hand"
+cp older/kelvane_lm.dll "$system"
+wine reg add 'HKLM\SYSTEM\CurrentControlSet\Control\Print\Monitors\By Hand' /v Driver /d kelvane_lm.dll /f >/dev/null
+install 0 /i new.msi
+installed "$files"
+is "the monitor of that name" "$(monitor 'By Hand')" kelvane_lm.dll
+is "the monitor" "$(monitor)" ""
+
+start "an installation that fails after the DLL was put in place"
+install 91 /i failing.msi  # 1627, ERROR_FUNCTION_FAILED
+cmp prefix/drive_c/seen.dll "$files/kelvane_lm.dll" || fail "the DLL was not in place"
+grep -q STOPPED prefix/drive_c/seen.txt || fail "the spooler ran while the DLL was replaced"
+gone
+is "the spooler" "$(spooler)" RUNNING
+
+start "an installation that is killed, and run again"
+wine msiexec /i slow.msi /qn &
+installer=$!
+for _ in $(seq 100); do [ ! -e "$system/kelvane_lm.dll" ] || break; sleep 0.1; done
+sleep 1
+is "the spooler meanwhile" "$(spooler)" STOPPED
+wineserver -k  # ends all of it, as a power cut would
+wait $installer || true
+install 0 /i new.msi
+installed "$files"
+is "the spooler" "$(spooler)" RUNNING
+
+start "a spooler that is stopped or disabled stays so"
+wine net stop spooler >/dev/null
+install 0 /i new.msi
+installed "$files"
+is "the spooler" "$(spooler)" STOPPED
+wine reg add 'HKLM\SYSTEM\CurrentControlSet\Services\Spooler' /v Start /t REG_DWORD /d 4 /f >/dev/null
+wine reg add 'HKLM\SOFTWARE\Kelvane\LanguageMonitor' /v SpoolerRan /t REG_DWORD /d 1 /f >/dev/null  # as a killed one leaves it
+wineserver -k
+wineserver -w
+install 0 /x new.msi
+gone
+is "the spooler" "$(spooler)" STOPPED
+
+start "a DLL that another program holds"
+install 0 /i older.msi
+wine cmd /c 'ping -n 60 127.0.0.1 < C:\windows\system32\kelvane_lm.dll' >/dev/null &
+sleep 1
+install 194 /i new.msi  # 3010, ERROR_SUCCESS_REBOOT_REQUIRED
+is "the spooler" "$(spooler)" RUNNING
+wineserver -k
+wineserver -w
+wineboot >/dev/null 2>&1  # the next start of the machine
+installed "$files"
+
+[ $failed -eq 0 ] && echo "the package is well"
+exit $failed
