@@ -41,6 +41,7 @@ sign "$output/$name.msi"
 
 cp "$stage/kelvane_lm.dll" "$stage/lmctl.exe" "$files"/{kelvane_lm,lmctl}.pdb "$package"/../docs/{administration,lmctl}.md \
   "$stage/$name"
+chmod -R u=rwX,go=rX "$stage/$name"
 find "$stage/$name" -exec touch -d "@$SOURCE_DATE_EPOCH" {} +
 (cd "$stage" && find "$name" | LC_ALL=C sort | TZ=UTC zip -q -X -9 "$output/$name.zip" -@)
 (cd "$output" && sha256sum "$name.msi" "$name.zip" >SHA256SUMS)
