@@ -125,12 +125,17 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
   };
   if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
 
-  struct stat link {};
-  const bool bLink = (dwFlagsAndAttributes & FILE_FLAG_OPEN_REPARSE_POINT) != 0 &&
-                     lstat(path.strHost.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
-  const bool bFolder = IsFolder(path.strHost);
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  struct stat target {};
+  bool bExisted = lstat(path.strHost.c_str(), &target) == 0;
+  const bool bThroughLink = bExisted && S_ISLNK(target.st_mode);
+  if (bThroughLink) bExisted = stat(path.strHost.c_str(), &target) == 0;
+  const bool bLink = bThroughLink && (dwFlagsAndAttributes & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
+  const bool bFolder = bExisted && S_ISDIR(target.st_mode);
   if (bFolder && (dwFlagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS) == 0) return fail(ERROR_ACCESS_DENIED);
-  if ((dwDesiredAccess & GENERIC_WRITE) != 0 && IsReadOnly(path.strHost)) return fail(ERROR_ACCESS_DENIED);
+  if (bExisted && !bFolder && (dwDesiredAccess & GENERIC_WRITE) != 0 && (target.st_mode & S_IWUSR) == 0)
+    return fail(ERROR_ACCESS_DENIED);
+  bExisted = bExisted || bLink;
 
   int nFlags = O_CLOEXEC | (bFolder || (dwDesiredAccess & GENERIC_WRITE) == 0 ? O_RDONLY : O_RDWR);
   switch (dwCreationDisposition) {
@@ -140,9 +145,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
     case OPEN_EXISTING: break;
     default: Unsupported("CreateFileW with this disposition");
   }
-  std::lock_guard<std::mutex> lock(g_openMutex);
   if (bLink) nFlags = O_CLOEXEC | O_PATH | O_NOFOLLOW;
-  const bool bExisted = bLink || access(path.strHost.c_str(), F_OK) == 0;
   if (bExisted && !Compatible(path.strHost, dwDesiredAccess, dwShareMode)) return fail(ERROR_SHARING_VIOLATION);
   const int nFile = open(path.strHost.c_str(), nFlags, 0666);
   if (nFile < 0) return fail(errno == ENOENT ? NotFound(path.strHost) : FromErrno(errno));

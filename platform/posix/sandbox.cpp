@@ -96,9 +96,9 @@ MappedPath MapPath(const wchar_t* pszPath) {
   if (cDrive < 'a' || cDrive > 'z') return {"", ERROR_INVALID_NAME};
   std::string strHost = SandboxRoot() + "/" + cDrive;
   struct stat status {};
-  if (stat(strHost.c_str(), &status) != 0) return {strHost, ERROR_PATH_NOT_FOUND};
   const std::size_t nRoot = strHost.size();
   if (IsThereAsWritten(strPath, strHost, status)) return {strHost, ERROR_SUCCESS};
+  if (stat(strHost.c_str(), &status) != 0) return {strHost, ERROR_PATH_NOT_FOUND};
   for (std::size_t nStart = 3; nStart < strPath.size();) {
     std::size_t nEnd = strPath.find('\\', nStart);
     if (nEnd == std::string::npos) nEnd = strPath.size();

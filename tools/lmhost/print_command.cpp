@@ -6,6 +6,7 @@
 #include <iterator>
 #include <optional>
 
+#include "base/setting_names.h"
 #include "sim/world.h"
 #include "tools/lmhost/commands.h"
 #include "tools/lmhost/job_check.h"
@@ -51,24 +52,41 @@ std::optional<sim::Fault> ParseFault(const std::string& strText) {
   return fault;
 }
 
-// The registry values that a run changes are put back when it ends: on Windows they are the machine's own.
-class LogLevelForRun {
+// Puts a registry value that a run changes back as it was, or takes it away: on Windows it is the machine's own.
+class KeptMachineValue {
  public:
-  explicit LogLevelForRun(DWORD dwMask) {
+  KeptMachineValue(const wchar_t* pszKey, const wchar_t* pszValue) : m_pszKey(pszKey), m_pszValue(pszValue) {
     HKEY hKey = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kelvane\\ThermalPrinterSdk", 0, KEY_QUERY_VALUE, &hKey) == 0) {
-      DWORD cb = sizeof m_dwBefore;
-      RegQueryValueExW(hKey, L"LogLevelPos", nullptr, nullptr, reinterpret_cast<BYTE*>(&m_dwBefore), &cb);
-      RegCloseKey(hKey);
-    }
-    sim::World::SetLogLevel(dwMask);
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, m_pszKey, 0, KEY_QUERY_VALUE, &hKey) != ERROR_SUCCESS) return;
+    DWORD cb = sizeof m_dwBefore;
+    m_bWasThere = RegQueryValueExW(hKey, m_pszValue, nullptr, nullptr, reinterpret_cast<BYTE*>(&m_dwBefore), &cb) ==
+                  ERROR_SUCCESS;
+    RegCloseKey(hKey);
   }
-  ~LogLevelForRun() { sim::World::SetLogLevel(m_dwBefore); }
-  LogLevelForRun(const LogLevelForRun&) = delete;
-  LogLevelForRun& operator=(const LogLevelForRun&) = delete;
+  ~KeptMachineValue() {
+    HKEY hKey = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, m_pszKey, 0, KEY_SET_VALUE, &hKey) != ERROR_SUCCESS) return;
+    if (m_bWasThere) {
+      RegSetValueExW(hKey, m_pszValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&m_dwBefore), sizeof m_dwBefore);
+    } else {
+      RegDeleteValueW(hKey, m_pszValue);
+    }
+    RegCloseKey(hKey);
+  }
+  KeptMachineValue(const KeptMachineValue&) = delete;
+  KeptMachineValue& operator=(const KeptMachineValue&) = delete;
 
  private:
+  const wchar_t* m_pszKey;
+  const wchar_t* m_pszValue;
   DWORD m_dwBefore = 0;
+  bool m_bWasThere = false;
+};
+
+// The settings of the machine that a world and its run change. Made before the world, which sets the log's level.
+struct KeptSettings {
+  KeptMachineValue level{kLogKey, kLogLevelValue};
+  KeptMachineValue openWithStartDoc{kDriverKey, kOpenWithStartDocValue};
 };
 
 bool BuildWorld(sim::World& world, const Options& options) {
@@ -204,10 +222,11 @@ int PrintFiles(const Options& options) {
     std::fprintf(stderr, "lmhost: cannot read %s\n", options.files[n].c_str());
     return kExitNotDelivered;
   }
+  const KeptSettings kept;
   sim::World world;
   std::uint32_t dwMask = 0;
   LevelMask(options.strLogLevel, dwMask);
-  const LogLevelForRun level(dwMask);
+  sim::World::SetLogLevel(dwMask);
   if (!BuildWorld(world, options)) return kExitUsage;
   world.Attach();
   const HANDLE hPort = world.spooler.OpenPort(options.strPort, kQueue);
@@ -246,6 +265,7 @@ int PrintFiles(const Options& options) {
 }
 
 int ShareRequest(const Options& options) {
+  const KeptSettings kept;
   sim::World world;
   if (!BuildWorld(world, options)) return kExitUsage;
   world.Attach();
