@@ -93,13 +93,23 @@ HANDLE Spooler::OpenPort(const std::string& strPort, const std::string& strPrint
   WideString port = Wide(strPort);
   WideString printer = Wide(strPrinter);
   HANDLE hPort = nullptr;
-  return pMonitor->pfnOpenPortEx(hMonitor, nullptr, port.data(), printer.data(), &hPort, pPortMonitor) ? hPort
-                                                                                                       : nullptr;
+  if (!pMonitor->pfnOpenPortEx(hMonitor, nullptr, port.data(), printer.data(), &hPort, pPortMonitor)) return nullptr;
+  const Guard guard(lock);
+  m_openPorts.insert(hPort);
+  return hPort;
 }
 
 bool Spooler::ClosePort(HANDLE hPort) {
+  {
+    const Guard guard(lock);
+    m_openPorts.erase(hPort);
+  }
   const ActAsClient client;
   return pMonitor->pfnClosePort(hPort) != FALSE;
+}
+
+void Spooler::CloseAllPorts() {
+  while (!m_openPorts.empty()) ClosePort(*m_openPorts.begin());
 }
 
 bool Spooler::StartDoc(HANDLE hPort, DWORD dwJobId) {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -81,6 +82,7 @@ class Spooler {
   // Through the monitor, as the calling thread's client.
   HANDLE OpenPort(const std::string& strPort, const std::string& strPrinter);
   bool ClosePort(HANDLE hPort);
+  void CloseAllPorts();  // those that are still open
   bool StartDoc(HANDLE hPort, DWORD dwJobId);
   bool EndDoc(HANDLE hPort);
   PrintResult Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options = {});
@@ -111,12 +113,13 @@ class Spooler {
   HANDLE hMonitor = nullptr;
   MONITOR2* pPortMonitor = nullptr;
 
-  Lock lock;  // guards queues and jobs
+  Lock lock;  // guards queues, jobs and the list of open ports
  private:
   bool Write(HANDLE hPort, std::vector<BYTE>& chunk, DWORD& cbWritten);
 
   std::map<std::string, std::unique_ptr<Queue>> m_queues;
   std::map<DWORD, std::unique_ptr<Job>> m_jobs;
+  std::set<HANDLE> m_openPorts;
   DWORD m_dwNextJob = 1;
 };
 

@@ -254,7 +254,6 @@ class Ageing : public WorldTest {
     m_pQueue->data["UtilityGUID"] = Spooler::Text("{1234}");
     m_hPort = Open("COM1");
   }
-  ~Ageing() override { world().spooler.ClosePort(m_hPort); }
   bool Exists(const std::string& strName) {
     return GetFileAttributesW(sim::Wide(std::string(kRoot) + "\\" + strName).c_str()) != INVALID_FILE_ATTRIBUTES;
   }

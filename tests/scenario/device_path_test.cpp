@@ -43,7 +43,6 @@ TEST_F(DevicePath, SwitchedOffOpenAlwaysOpensTheDeviceWithEachJob) {
                          "sdk send 1/1 timeout=90000 code=0", "sdk SDK_CLR_LOCK timeout=0", "sdk Close"}));
     EXPECT_EQ(world().library.OpenSessions(), 0u);
   }
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, SwitchThatIsTurnedWhileThePortIsOpenCountsAtTheJobsEnd) {
@@ -56,14 +55,12 @@ TEST_F(DevicePath, SwitchThatIsTurnedWhileThePortIsOpenCountsAtTheJobsEnd) {
   EXPECT_EQ(world().library.OpenSessions(), 1u);
   EXPECT_EQ(Paper(), "xy");
   EXPECT_EQ(World::LogCount("WaitForSingleObject dwJobId"), 0u);  // the watchers were told to end
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, OnlyBitZeroOfTheSwitchCounts) {
   World::SetMachineDword("SOFTWARE\\Kelvane\\PrinterDriver", "OpenWithStartDoc", 2);
-  const HANDLE hPort = Open("USB001");
+  Open("USB001");
   EXPECT_EQ(Sdk().size(), 1u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, ServiceThatStopsAndStartsIsNoticedAtTheNextJob) {
@@ -83,7 +80,6 @@ TEST_F(DevicePath, ServiceThatStopsAndStartsIsNoticedAtTheNextJob) {
   world().services.dwState = SERVICE_RUNNING;
   EXPECT_TRUE(PrintOn(hPort, "d").bDelivered);
   EXPECT_EQ(world().journal.Count("port StartDocPort"), 2u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, MissingServiceAndLibraryLeaveThePortMonitorPath) {
@@ -122,7 +118,6 @@ TEST_F(DevicePath, LibraryWithoutAnOrdinalIsNotUsed) {
   const HANDLE hPort = Open("USB001");
   EXPECT_TRUE(PrintOn(hPort, "a").bDelivered);
   EXPECT_EQ(World::LogCount("Invalid function [pOpenW:"), 1u);
-  world().spooler.ClosePort(hPort);
 }
 #endif
 
@@ -133,7 +128,6 @@ TEST_F(DevicePath, RefusedLockIsBusyAndTheNextJobPrints) {
   EXPECT_EQ(World::LogCount("SDK_SET_LOCK [e:5]"), 1u);
   EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
   EXPECT_EQ(Paper(), "y");
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, FailedOpenReadsAsNoSession) {
@@ -159,7 +153,6 @@ TEST_F(DevicePath, PortMonitorThatRefusesTheOpenLeavesNoSessionAndItsOwnError) {
   world().portMonitor.Port("USB001").dwRefuseOpen = 0;
   const HANDLE hPort = Open("USB001");
   EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 #ifndef _WIN32
@@ -172,7 +165,6 @@ TEST_F(DevicePath, JobWhoseInformationCannotBeReadIsRefusedAndItsWatcherEnds) {
   }
   EXPECT_EQ(World::LogCount("GetJob cbNeeded=0 [hPrinter:0x"), 1u);
   EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 #endif
 
@@ -181,7 +173,6 @@ TEST_F(DevicePath, FailedSendRefusesTheJobWithTheLibrarysCode) {
   world().library.Answer("send", ERROR_DEVICE_NOT_CONNECTED);
   EXPECT_EQ(PrintOn(hPort, "x").dwError, ERROR_DEVICE_NOT_CONNECTED);
   EXPECT_TRUE(PrintOn(hPort, "y").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, PartialSendsAreReportedAndTheRestIsOfferedAgain) {
@@ -190,7 +181,6 @@ TEST_F(DevicePath, PartialSendsAreReportedAndTheRestIsOfferedAgain) {
   EXPECT_TRUE(PrintOn(hPort, Receipt(4500), "TEXT").bDelivered);
   EXPECT_EQ(Paper(), Receipt(4500));
   EXPECT_EQ(World::LogCount("SDK DIRECTIO time out(1460) [length:4500][written:1000]"), 1u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, LibraryThatClaimsMoreThanItWasGivenDoesNoHarm) {
@@ -199,17 +189,14 @@ TEST_F(DevicePath, LibraryThatClaimsMoreThanItWasGivenDoesNoHarm) {
   const HANDLE hPort = Open("USB001");
   EXPECT_TRUE(PrintOn(hPort, Receipt(500), "TEXT").bDelivered);
   EXPECT_EQ(Paper(), Receipt(500));
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, ModelsOpenOptionsReachTheLibrary) {
   world().AddPrinter("Label", "USB002", "kelvane dt-2");
   world().AddPrinter("Tag", "USB003", kOneByteModel, {.bOneByteStatus = true});
-  const HANDLE hLabel = Open("USB002", "Label");
-  const HANDLE hTag = Open("USB003", "Tag");
+  Open("USB002", "Label");
+  Open("USB003", "Tag");
   EXPECT_EQ(Sdk(), (std::vector<std::string>{"sdk OpenW Label options=0x200", "sdk OpenW Tag options=0x1000000"}));
-  world().spooler.ClosePort(hLabel);
-  world().spooler.ClosePort(hTag);
 }
 
 TEST_F(DevicePath, SerialSynchronisationIsRepeatedUntilItSucceeds) {
@@ -223,7 +210,6 @@ TEST_F(DevicePath, SerialSynchronisationIsRepeatedUntilItSucceeds) {
   EXPECT_TRUE(PrintOn(hPort, "y", "RAW", {}, "Tag").bDelivered);
   EXPECT_TRUE(PrintOn(hPort, "z", "RAW", {}, "Tag").bDelivered);
   EXPECT_EQ(world().journal.Count("sdk SDK_SYNC_COM"), 3u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, OtherModelsOnComPortsAreNotSynchronised) {
@@ -231,7 +217,6 @@ TEST_F(DevicePath, OtherModelsOnComPortsAreNotSynchronised) {
   const HANDLE hPort = Open("COM8", "Desk");
   EXPECT_TRUE(PrintOn(hPort, "x", "RAW", {}, "Desk").bDelivered);
   EXPECT_EQ(world().journal.Count("sdk SDK_SYNC_COM"), 0u);
-  world().spooler.ClosePort(hPort);
 }
 
 struct PortCase {
@@ -316,7 +301,6 @@ TEST_P(PortNameLength, LongNamesPrint) {
   const HANDLE hPort = Open(strPort, "Any");
   ASSERT_NE(hPort, nullptr);
   EXPECT_TRUE(PrintOn(hPort, "job", "RAW", {}, "Any").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 INSTANTIATE_TEST_SUITE_P(All, PortNameLength, ::testing::Values(1, 259, 260, 5000));
 
@@ -328,12 +312,11 @@ TEST_F(DevicePath, TwoPortsPrintWhileAThirdOpensSlowly) {
   world().library.SetOpenDelay(1500);
   auto pFirst = world().spooler.PrintAsync(hFirst, world().spooler.NewJob("Till", "RAW"), Receipt(50'000));
   auto pSecond = world().spooler.PrintAsync(hSecond, world().spooler.NewJob("Second", "RAW"), Receipt(50'000, 'C'));
-  const HANDLE hThird = Open("USB003", "Third");
+  Open("USB003", "Third");
   EXPECT_TRUE(pFirst->Join().bDelivered);
   EXPECT_TRUE(pSecond->Join().bDelivered);
   EXPECT_EQ(Paper("USB001"), Receipt(50'000));
   EXPECT_EQ(Paper("USB002"), Receipt(50'000, 'C'));
-  for (const HANDLE hPort : {hFirst, hSecond, hThird}) world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, CancelOvertakesABlockedSend) {
@@ -356,7 +339,6 @@ TEST_F(DevicePath, CancelOvertakesABlockedSend) {
   EXPECT_EQ(entries[entries.size() - 1], "sdk SDK_CLR_LOCK timeout=0");
   EXPECT_EQ(World::LogCount("ThreadJobCanMon"), 2u);
   EXPECT_TRUE(PrintOn(hPort, "next", "RAW", {}, "Slow").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, RestartedJobCountsAsCancelledAPausedOneDoesNot) {
@@ -371,7 +353,6 @@ TEST_F(DevicePath, RestartedJobCountsAsCancelledAPausedOneDoesNot) {
   EXPECT_EQ(world().journal.Count("sdk send"), 3u);
   EXPECT_EQ(World::LogCount("Cancel job [pszPortName:0xUSB001"), 7u);
   EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(DevicePath, CloseWithACachedJobFreesTheCache) {
@@ -385,7 +366,6 @@ TEST_F(DevicePath, CloseWithACachedJobFreesTheCache) {
     EXPECT_TRUE(world().spooler.pMonitor->pfnWritePort(hPort, abyData, sizeof abyData, &cbWritten));
   }
   EXPECT_EQ(cbWritten, sizeof abyData);
-  EXPECT_TRUE(world().spooler.ClosePort(hPort));
 }
 
 TEST_F(DevicePath, CloseWithARunningJobStopsItsWatcherFirst) {
@@ -408,7 +388,6 @@ TEST_F(DevicePath, JobThatLeavesTheSpoolerEndsItsWatcherQuietly) {
   EXPECT_TRUE(PrintOn(hPort, Receipt(100), "RAW", options).bDelivered);
   EXPECT_EQ(World::LogCount("GetJob [err:87, dwJobId:1"), 1u);
   EXPECT_EQ(Paper(), Receipt(100));
-  world().spooler.ClosePort(hPort);
 }
 
 }  // namespace

@@ -18,9 +18,6 @@ class Hostile : public WorldTest {
         sim::Spooler::Dword(1);
     m_hPort = Open("USB001");
   }
-  ~Hostile() override {
-    if (m_hPort != nullptr) world().spooler.ClosePort(m_hPort);
-  }
   std::unique_ptr<sim::Spooler::Running> Start(const std::string& strData, const std::string& strDatatype = "TEXT") {
     m_dwJob = world().spooler.NewJob("Till", strDatatype);
     return world().spooler.PrintAsync(m_hPort, m_dwJob, strData);

@@ -66,7 +66,6 @@ TEST_F(Links, FileWithASecondNameElsewhereIsNeverWrittenTo) {
   EXPECT_TRUE(PrintOn(hPort, "third").bDelivered);
   EXPECT_EQ(OutsideFile(), "somebody's");
   DeleteFileW(sim::Wide(strLog).c_str());
-  world().spooler.ClosePort(hPort);
 }
 
 #ifndef _WIN32
@@ -89,7 +88,6 @@ TEST_F(Links, LogFolderThatIsALinkHoldsTheLinesUntilItIsAFolderAgain) {
     EXPECT_EQ(World::ListFolder(kOutside), std::vector<std::string>{"file"}) << strPlace;
   }
   EXPECT_EQ(World::LogCount("*["), 2u);  // held, and written when the folder was back
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(Links, ArchiveRootMayBeALinkAndItsDayFolderMayNot) {

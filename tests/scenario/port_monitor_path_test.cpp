@@ -45,7 +45,6 @@ TEST_F(PortMonitorPath, JobThatIsNotRawIsRewrittenAcrossBuffers) {
     PrintOn(hPort, strJob, "NT EMF 1.008", options);
     EXPECT_EQ(Port().strDelivered, strPrinted) << "buffers of " << cbChunk;
   }
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, PartialAndZeroWritesAreReportedAsTheyAre) {
@@ -56,7 +55,6 @@ TEST_F(PortMonitorPath, PartialAndZeroWritesAreReportedAsTheyAre) {
   EXPECT_TRUE(result.bDelivered);
   EXPECT_EQ(result.nRefused, 3u);
   EXPECT_EQ(Port().strDelivered, Receipt(1050));
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, RefusedOpenForgetsThePort) {
@@ -70,7 +68,6 @@ TEST_F(PortMonitorPath, RefusedOpenForgetsThePort) {
   world().portMonitor.table.pfnOpenPort = pfnOpenPort;
   const HANDLE hPort = Open("COM1");
   EXPECT_NE(hPort, nullptr);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, DeletedJobIsThePortMonitorsOwnAffair) {
@@ -79,7 +76,6 @@ TEST_F(PortMonitorPath, DeletedJobIsThePortMonitorsOwnAffair) {
   world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
   EXPECT_TRUE(world().spooler.Print(hPort, dwJob, Receipt(100)).bDelivered);
   EXPECT_EQ(Port().strDelivered, Receipt(100));
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, RefusedStartLeavesThePortIdle) {
@@ -88,7 +84,6 @@ TEST_F(PortMonitorPath, RefusedStartLeavesThePortIdle) {
   EXPECT_EQ(PrintOn(hPort, "x").dwError, ERROR_DISK_FULL);
   Port().dwRefuseStart = 0;
   EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, RefusedWritePassesTheErrorOn) {
@@ -98,7 +93,6 @@ TEST_F(PortMonitorPath, RefusedWritePassesTheErrorOn) {
   EXPECT_EQ(World::LogCount("[E] \t[DRV_LM ] \tMonWritePort"), 1u);
   EXPECT_TRUE(PrintOn(hPort, "found").bDelivered);
   EXPECT_EQ(Port().strDelivered, "found");
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, PortNameIsTakenOnceWithoutRegardToCase) {
@@ -108,7 +102,6 @@ TEST_F(PortMonitorPath, PortNameIsTakenOnceWithoutRegardToCase) {
   EXPECT_EQ(Open("com1"), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_BUSY);
   EXPECT_TRUE(PrintOn(hPort, "still there").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, SecondJobIsBusyAndTheFirstGoesOn) {
@@ -123,7 +116,6 @@ TEST_F(PortMonitorPath, SecondJobIsBusyAndTheFirstGoesOn) {
   EXPECT_EQ(world().spooler.FindJob(dwFirst)->nLastPageEjected, 1u);
   EXPECT_TRUE(world().spooler.StartDoc(hPort, dwSecond));
   EXPECT_TRUE(world().spooler.EndDoc(hPort));
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, CloseReportsAJobThatWasNeverEnded) {
@@ -140,7 +132,6 @@ TEST_F(PortMonitorPath, EndWithoutAJobMakesThePortIdle) {
   EXPECT_TRUE(world().spooler.EndDoc(hPort));
   EXPECT_EQ(World::LogCount("[W] \t[DRV_LM ] \tMonEndDocPort"), 1u);
   EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, MissingSlotsOfThePortMonitorAreNotSupported) {
@@ -194,7 +185,6 @@ TEST_F(PortMonitorPath, BadArgumentsAreRefusedAndThePortStaysIdle) {
   EXPECT_TRUE(monitor.pfnReadPort(hPort, &by, 1, &dw));
   EXPECT_EQ(dw, 0u);
   EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, BadHandlesAreRefusedEverywhere) {
@@ -246,14 +236,12 @@ TEST_F(PortMonitorPath, BadArgumentsOnAGoodPort) {
   wchar_t szPort[] = L"COM9";
   EXPECT_FALSE(monitor.pfnOpenPortEx(nullptr, nullptr, szPort, nullptr, &hOther, &world().portMonitor.table));
   EXPECT_EQ(World::LogCount("Memory error [pIniPort:"), 1u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, UnknownPrinterIsRefusedAtTheStart) {
   const HANDLE hPort = Open("COM1");
   EXPECT_EQ(PrintOn(hPort, "x", "RAW", {}, "Nobody").dwError, ERROR_INVALID_PRINTER_NAME);
   EXPECT_EQ(World::LogCount("OpenPrinter [err:1801, PrinterName:Nobody]"), 1u);
-  world().spooler.ClosePort(hPort);
 }
 
 TEST_F(PortMonitorPath, InitialiseNeedsTheSpoolersRecord) {

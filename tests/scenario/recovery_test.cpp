@@ -24,9 +24,6 @@ class Recovery : public WorldTest, public ::testing::WithParamInterface<Protocol
         .data["AutoReprint"] = sim::Spooler::Dword(1);
     m_hPort = Open("USB001");
   }
-  ~Recovery() override {
-    if (m_hPort != nullptr) world().spooler.ClosePort(m_hPort);
-  }
   sim::Printer& Printer() { return world().PrinterOf("USB001"); }
   sim::PrintResult PrintText(const std::string& strData, const sim::PrintOptions& options = {}) {
     return PrintOn(m_hPort, strData, "TEXT", options);

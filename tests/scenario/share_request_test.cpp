@@ -12,7 +12,6 @@ class ShareRequest : public WorldTest {
     m_pQueue = &world().AddPrinter("Till", "USB001", kModel);
     m_hPort = Open("USB001");
   }
-  ~ShareRequest() override { world().spooler.ClosePort(m_hPort); }
   BOOL Request(const std::string& strValue, DWORD dwControl = 0, DWORD cbOut = 4, bool bSizePointer = true) {
     const sim::ActAsClient client;
     m_dwFlags = 0;

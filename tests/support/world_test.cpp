@@ -33,6 +33,7 @@ WorldTest::~WorldTest() { EndWorld(); }
 
 void WorldTest::EndWorld() {
   if (!m_world) return;
+  m_world->spooler.CloseAllPorts();
   EXPECT_EQ(m_world->library.HeldLocks(), 0u);
   EXPECT_EQ(m_world->journal.Count("violation"), 0u) << m_world->journal.Of("violation").front();
   m_world.reset();

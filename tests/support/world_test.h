@@ -32,9 +32,10 @@ class WorldTest : public ::testing::Test {
   WorldTest();
   ~WorldTest() override;
 
-  // Ends the world early, and with it the leak check.
+  // Closes the ports that are still open, looks for what else is and for broken rules. The test's end does it too.
   void EndWorld();
 
+  // Stays open until the test closes it or ends.
   HANDLE Open(const std::string& strPort, const std::string& strQueue = "Till") {
     return world().spooler.OpenPort(strPort, strQueue);
   }

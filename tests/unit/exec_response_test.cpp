@@ -195,7 +195,6 @@ TEST_F(Waits, DrainGoesOnWhileFailingReadsBringSomething) {
   CloseHandle(hThread);
   sdk.pDevIoCtrl = pfnReal;
   world().spooler.EndDoc(hPort);
-  world().spooler.ClosePort(hPort);
 }
 
 // Answers of direct output, one a call: bytes written and code.

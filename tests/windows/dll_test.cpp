@@ -171,6 +171,33 @@ TEST_F(Dll, JobFollowsTheRealServiceBetweenTheTwoPaths) {
   EXPECT_EQ(world().library.OpenSessions(), 0u);
 }
 
+TEST_F(Dll, JobIsConfirmedPrintedAgainWhenLostAndStoppedWhenDeleted) {
+  Service service;
+  ASSERT_TRUE(service.Start());
+  world().AddPrinter("Till", "USB001", kModel, {.cbBuffer = 4096, .dwBytesPerSecond = 20'000}).data["AutoReprint"] =
+      sim::Spooler::Dword(1);
+  sim::Spooler& spooler = world().spooler;
+  sim::Printer& printer = world().PrinterOf("USB001");
+  const HANDLE hPort = spooler.OpenPort("USB001", "Till");
+  printer.Plan({sim::FaultKind::PaperEnd, 3000, 1000});
+  EXPECT_TRUE(spooler.Print(hPort, spooler.NewJob("Till", "TEXT"), Receipt(6000)).bDelivered);
+  EXPECT_EQ(printer.LastStrip(), Receipt(6000));
+  EXPECT_EQ(World::LogCount("ReprintDumpData() done."), 1u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
+
+  printer.Plan({sim::FaultKind::CoverOpen, 7000, 30'000});  // the next job waits for that long, unless it is deleted
+  const DWORD dwJob = spooler.NewJob("Till", "TEXT");
+  const DWORD dwStart = GetTickCount();
+  auto pJob = spooler.PrintAsync(hPort, dwJob, Receipt(6000, 'X'));
+  Sleep(1500);
+  spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+  pJob->Join();
+  EXPECT_LT(GetTickCount() - dwStart, 15'000u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_CANCEL_IO_EX"), 2u);
+  spooler.ClosePort(hPort);
+  EXPECT_EQ(world().library.OpenSessions(), 0u);
+}
+
 TEST_F(Dll, LoadsAndUnloadsAHundredTimesWithoutALeak) {
   FreeLibrary(m_hDll);
   const sim::WideString path = ProgramFolder() + L"\\kelvane_lm.dll";

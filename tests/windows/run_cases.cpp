@@ -32,8 +32,18 @@ Result RunProgram(const std::wstring& commandLine) {
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdOutput = startup.hStdError = hOutput;
   PROCESS_INFORMATION process = {};
-  std::wstring line = commandLine;
-  if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+  const auto start = [&] {
+    std::wstring line = commandLine;
+    return CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+  };
+  // One start in some hundred fails inside Wine, before the program has begun.
+  BOOL bStarted = start();
+  for (int n = 0; n < 3 && !bStarted && GetLastError() == ERROR_INTERNAL_ERROR; ++n) {
+    std::printf("started again after error %ld: %ls\n", long{ERROR_INTERNAL_ERROR}, commandLine.c_str());
+    Sleep(100);
+    bStarted = start();
+  }
+  if (bStarted) {
     if (WaitForSingleObject(process.hProcess, kCaseTimeoutMs) == WAIT_TIMEOUT) {
       TerminateProcess(process.hProcess, 1);
       result.strOutput = "not over after five minutes\n";

@@ -212,13 +212,7 @@ void CheckQueue(Findings& findings, const PRINTER_INFO_2W& info, std::vector<Que
     facts.bArchive = Dword(findings, printer, strQueue, kJobSettingFlagsValue, true, dw) && dw != 0;
     if (Dword(findings, printer, strQueue, kJobValidDaysValue, false, dw)) facts.nDays = static_cast<LONG>(dw);
   }
-  DWORD dwType = 0;
-  std::vector<BYTE> root;
-  std::string strRoot;
-  if (printer.Data(kJobFilePathValue, dwType, root)) {
-    root.resize(root.size() + 2);
-    strRoot = Narrow(reinterpret_cast<const wchar_t*>(root.data()));
-  }
+  const std::string strRoot = printer.Text(kJobFilePathValue);
   findings.Ok(
       "queue",
       strQueue + ": port " + strPort + (bDevicePort ? " (device access)" : " (port monitor)") + ", driver " +
@@ -234,10 +228,11 @@ void CheckQueue(Findings& findings, const PRINTER_INFO_2W& info, std::vector<Que
     findings.Warning("queue",
                      strQueue + ": RAW jobs of a queue that is not shared are not confirmed, in spite of AutoReprint",
                      "share the queue, or print with another datatype");
-  DWORD cbGuid = 0;
+  DWORD dwType = 0;
   std::vector<BYTE> guid;
-  if (printer.Data(kUtilityGuidValue, dwType, guid) && (cbGuid = static_cast<DWORD>(guid.size())) > 128)
-    findings.Warning("queue", strQueue + ": UtilityGUID has " + std::to_string(cbGuid) + " bytes and counts as absent",
+  if (printer.Data(kUtilityGuidValue, dwType, guid) && guid.size() > 128)
+    findings.Warning("queue",
+                     strQueue + ": UtilityGUID has " + std::to_string(guid.size()) + " bytes and counts as absent",
                      "set one of at most 63 characters");
   if (facts.bArchive && !strRoot.empty()) CheckArchiveRoot(findings, strQueue, strRoot);
   if (facts.bArchive) queues.push_back(facts);

@@ -16,12 +16,7 @@
 namespace lmctl {
 
 std::string ArchiveRootOfQueue(const std::string& strQueue) {
-  const Printer printer(strQueue, PRINTER_ACCESS_USE);
-  DWORD dwType = 0;
-  std::vector<BYTE> bytes;
-  if (!printer.Data(kJobFilePathValue, dwType, bytes)) return {};
-  bytes.resize(bytes.size() + 2);
-  return Narrow(reinterpret_cast<const wchar_t*>(bytes.data()));
+  return Printer(strQueue, PRINTER_ACCESS_USE).Text(kJobFilePathValue);
 }
 
 unsigned PrintRaw(const std::string& strQueue, const std::string& strDocument, const std::string& strBytes) {

@@ -54,12 +54,8 @@ std::string Letters(DWORD dwMask) {
   return str.empty() ? "-" : str;
 }
 
-std::string Show(const Setting& setting, DWORD dwType, const std::vector<BYTE>& bytes) {
-  if (setting.kind == Kind::Text) {
-    std::vector<BYTE> text = bytes;
-    text.resize(text.size() + 2);
-    return Narrow(reinterpret_cast<const wchar_t*>(text.data()));
-  }
+std::string Show(const Setting& setting, const std::vector<BYTE>& bytes) {
+  if (setting.kind == Kind::Text) return TextOf(bytes);
   if (setting.kind == Kind::SixBytes) {
     std::string str;
     for (const BYTE by : bytes) str += (str.empty() ? "" : " ") + std::to_string(by);
@@ -68,7 +64,6 @@ std::string Show(const Setting& setting, DWORD dwType, const std::vector<BYTE>& 
   if (bytes.size() > sizeof(DWORD)) return "(" + std::to_string(bytes.size()) + " bytes)";
   DWORD dwValue = 0;
   std::memcpy(&dwValue, bytes.data(), bytes.size());
-  static_cast<void>(dwType);
   return setting.kind == Kind::Levels ? Letters(dwValue) : std::to_string(static_cast<LONG>(dwValue));
 }
 
@@ -81,12 +76,12 @@ bool IsRead(const Setting& setting, const std::vector<BYTE>& bytes) {
   }
 }
 
-std::optional<std::vector<BYTE>> MachineValue(const Setting& setting, const wchar_t* pszKey, DWORD& dwType) {
+std::optional<std::vector<BYTE>> MachineValue(const Setting& setting, const wchar_t* pszKey) {
   HKEY hKey = nullptr;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, pszKey, 0, KEY_QUERY_VALUE, &hKey) != ERROR_SUCCESS) return std::nullopt;
   std::vector<BYTE> bytes(1024);
   auto cb = static_cast<DWORD>(bytes.size());
-  const LSTATUS lError = RegQueryValueExW(hKey, setting.pszName, nullptr, &dwType, bytes.data(), &cb);
+  const LSTATUS lError = RegQueryValueExW(hKey, setting.pszName, nullptr, nullptr, bytes.data(), &cb);
   RegCloseKey(hKey);
   bytes.resize(lError == ERROR_SUCCESS ? cb : 0);
   return bytes;  // empty: the key is there, the value is not
@@ -98,14 +93,14 @@ void ShowOne(const Setting& setting, const Printer* pPrinter) {
   std::string strSource = "default";
   if (setting.pszKey == nullptr) {
     if (pPrinter->Data(setting.pszName, dwType, bytes)) strSource = "queue";
-  } else if (const auto value = MachineValue(setting, setting.pszKey, dwType)) {
+  } else if (const auto value = MachineValue(setting, setting.pszKey)) {
     bytes = *value;
     if (!bytes.empty()) strSource = "registry";
-  } else if (const auto fallback = MachineValue(setting, setting.pszKey32, dwType)) {
+  } else if (const auto fallback = MachineValue(setting, setting.pszKey32)) {
     bytes = *fallback;
     if (!bytes.empty()) strSource = "registry, 32-bit view";
   }
-  std::string strValue = bytes.empty() ? setting.pszDefault : Show(setting, dwType, bytes);
+  std::string strValue = bytes.empty() ? setting.pszDefault : Show(setting, bytes);
   if (!bytes.empty() && !IsRead(setting, bytes)) strSource += ", wrong size: the monitor ignores it";
   std::printf("%-18s %-28s %-22s %s\n", Narrow(setting.pszName).c_str(), strValue.c_str(), strSource.c_str(),
               setting.pszMeaning);

@@ -29,6 +29,12 @@ inline std::wstring Wide(const std::string& str) {
   return wstr;
 }
 
+// The text in a value's bytes, which need not end in a NUL.
+inline std::string TextOf(std::vector<BYTE> bytes) {
+  bytes.resize(bytes.size() + sizeof(wchar_t));
+  return Narrow(reinterpret_cast<const wchar_t*>(bytes.data()));
+}
+
 // An open print queue.
 class Printer {
  public:
@@ -51,6 +57,12 @@ class Printer {
     if ((dwError != ERROR_MORE_DATA && dwError != ERROR_SUCCESS) || cb == 0) return false;
     bytes.resize(cb);
     return GetPrinterDataW(m_hPrinter, const_cast<wchar_t*>(pszName), &dwType, bytes.data(), cb, &cb) == ERROR_SUCCESS;
+  }
+  // A text of the queue's printer data; empty when there is none.
+  std::string Text(const wchar_t* pszName) const {
+    DWORD dwType = 0;
+    std::vector<BYTE> bytes;
+    return Data(pszName, dwType, bytes) ? TextOf(bytes) : std::string();
   }
 
  private:
