@@ -193,7 +193,10 @@ TEST_F(Dll, JobIsConfirmedPrintedAgainWhenLostAndStoppedWhenDeleted) {
   spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
   pJob->Join();
   EXPECT_LT(GetTickCount() - dwStart, 15'000u);
-  EXPECT_EQ(world().journal.Count("sdk SDK_CANCEL_IO_EX"), 2u);
+  const std::vector<std::string> entries = world().journal.Of("sdk");
+  const std::vector<std::string> end(entries.end() - 3, entries.end());
+  EXPECT_EQ(end, (std::vector<std::string>{"sdk SDK_CANCEL_IO_EX timeout=0", "sdk SDK_SET_RESET timeout=5000",
+                                           "sdk SDK_CLR_LOCK timeout=0"}));
   spooler.ClosePort(hPort);
   EXPECT_EQ(world().library.OpenSessions(), 0u);
 }
