@@ -5,9 +5,10 @@ set -eu
 files=$(realpath "$1")
 make_package=$(realpath "$(dirname "$0")/../../package/make_package.sh")
 version=$(sed -n 's/^project(kelvane_lm VERSION \([0-9.]*\).*/\1/p' "$(dirname "$0")/../../CMakeLists.txt")
-rm -rf "$2"
-mkdir -p "$2"
-cd "$2"
+self=$(realpath "$0") work=$(realpath -m "$2")
+rm -rf "$work"
+mkdir -p "$work"
+cd "$work"
 export WINEPREFIX=$PWD/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree=;mshtml="
 trap 'wineserver -k 2>/dev/null || true' EXIT
 
@@ -42,7 +43,14 @@ product_code() { msiinfo export "$1" Property | tr -d '\r' | sed -n 's/^ProductC
 install() {  # expected exit status, the low byte of the installer's; arguments
   local expected=$1 got=0
   shift
-  wine msiexec "$@" /qn /l*v install.log || got=$?
+  timeout -k 5 100 wine msiexec "$@" /qn /l*v install.log || got=$?
+  # Once in some hundred installations Wine's installer waits for ever. Nothing can be told of the package then; one that
+  # hangs by itself does so every time.
+  if [ "$got" -ge 124 ] && [ "$got" -le 137 ] && [ "${ATTEMPT:-1}" -lt 3 ]; then
+    echo "Wine's installer hangs: all over again"
+    wineserver -k || true
+    ATTEMPT=$((${ATTEMPT:-1} + 1)) exec "$self" "$files" "$work"
+  fi
   is "msiexec $*" "$got" "$expected"
 }
 says() { tr -d '\r' <install.log | grep -aq "$1" || fail "the installer's log does not say: $1"; }
