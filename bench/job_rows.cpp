@@ -1,5 +1,6 @@
 // A job's whole way, its memory, and what many open ports cost.
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "base/memory.h"
@@ -256,13 +257,10 @@ void ManyPorts(Table& table) {
     for (int n = 0; n < 3; ++n) {
       Machine machine(kPorts[n]);
       for (int nWarm = 0; nWarm < 1000; ++nWarm) machine.Job();
-      LARGE_INTEGER start, stop, rate;
-      QueryPerformanceFrequency(&rate);
-      QueryPerformanceCounter(&start);
+      const auto start = std::chrono::steady_clock::now();
       for (int nJob = 0; nJob < kJobs; ++nJob) machine.Job();
-      QueryPerformanceCounter(&stop);
-      adBest[n] = std::min(adBest[n], static_cast<double>(stop.QuadPart - start.QuadPart) * 1e9 /
-                                          static_cast<double>(rate.QuadPart) / kJobs);
+      const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+      adBest[n] = std::min(adBest[n], elapsed.count() / kJobs);
     }
   }
   table.Add({"whole small job with 100 open ports", "the job with 1 port", "ns", adBest[0], adBest[1],

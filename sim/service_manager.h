@@ -3,12 +3,14 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 namespace sim {
 
 struct ServiceManager {
   bool bInstalled = true;
-  DWORD dwState = SERVICE_RUNNING;
-  unsigned nAsked = 0;  // status queries so far
+  std::atomic<DWORD> dwState = SERVICE_RUNNING;
+  std::atomic<unsigned> nAsked = 0;  // status queries so far
 };
 
 }  // namespace sim

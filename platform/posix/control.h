@@ -10,14 +10,11 @@
 
 namespace w32 {
 
-// How time passes. Simulated: one thread runs at a time and the clock jumps when none can run. Real: threads run freely
-// and the clock is the machine's, times the speed.
-enum class TimeMode { Simulated, Real };
+// How threads run: environment variable W32_TIME, read at the first call. "simulated", the default: one at a time, in an
+// order that the seed picks. "free": as the machine lets them, for the thread sanitizer and for measurements. In both the
+// clock jumps when no thread can run, and a platform call moves it on a little; how fast the machine is changes nothing.
 
-// The mode of this process: environment variable W32_TIME ("simulated", the default, or "real"), read at the first call.
-TimeMode CurrentTimeMode() noexcept;
-
-// Restarts the scheduler's and the random faults' pseudo-random sequence (simulated time only; W32_SEED sets the first).
+// Restarts the scheduler's and the random faults' pseudo-random sequence (W32_SEED sets the first; where threads run freely only the latter).
 void SetSeed(std::uint64_t ullSeed) noexcept;
 
 // Moves the clock forward without letting anything run; a thread whose time-out has passed runs at the next hand-over.

@@ -9,13 +9,44 @@
 namespace w32 {
 namespace {
 
-// In real time a host mutex, so that the thread sanitizer sees this lock and no other; in simulated time an owner and a
-// count under the world lock.
+// For free threads a host mutex, so that the thread sanitizer sees this lock and no other, unless one has to wait: that
+// it does under the world lock, since the clock has to know. In simulated time an owner and a count under the world lock.
 struct CriticalSection {
   std::recursive_mutex mutex;
+  std::atomic<int> nWaiting{0};
+  std::atomic<bool> bOwned{false};
   Thread* pOwner = nullptr;
   int nDepth = 0;
 };
+
+void EnterFree(CriticalSection& section) {
+  Scheduler& scheduler = Scheduler::Get();
+  if (!section.mutex.try_lock()) {
+    ++section.nWaiting;
+    do {
+      std::unique_lock<std::mutex> lock(scheduler.WorldLock());
+      scheduler.WaitUntil(
+          lock, "critical section", [&] { return !section.bOwned; }, INFINITE);
+    } while (!section.mutex.try_lock());
+    --section.nWaiting;
+  }
+  section.bOwned = true;
+  ++section.nDepth;
+}
+
+// Nothing of the section is touched behind the unlock: its next owner may delete it.
+void LeaveFree(CriticalSection& section) {
+  bool bAwaited = false;
+  if (--section.nDepth == 0) {
+    section.bOwned = false;
+    bAwaited = section.nWaiting != 0;
+  }
+  section.mutex.unlock();
+  if (!bAwaited) return;
+  Scheduler& scheduler = Scheduler::Get();
+  std::lock_guard<std::mutex> lock(scheduler.WorldLock());
+  scheduler.Changed();
+}
 
 CriticalSection& Of(LPCRITICAL_SECTION pSection) {
   if (pSection->pState == nullptr) Unsupported("use of a critical section that is not initialised");
@@ -37,8 +68,8 @@ VOID WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
 VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   CriticalSection& section = Of(lpCriticalSection);
   Scheduler& scheduler = Scheduler::Get();
-  if (scheduler.Mode() == TimeMode::Real) {
-    section.mutex.lock();
+  if (scheduler.Mode() == TimeMode::Free) {
+    EnterFree(section);
     return;
   }
   scheduler.Call();
@@ -53,8 +84,8 @@ VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
 VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   CriticalSection& section = Of(lpCriticalSection);
   Scheduler& scheduler = Scheduler::Get();
-  if (scheduler.Mode() == TimeMode::Real) {
-    section.mutex.unlock();
+  if (scheduler.Mode() == TimeMode::Free) {
+    LeaveFree(section);
     return;
   }
   Thread& self = scheduler.Self();
@@ -77,7 +108,7 @@ VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
 
 VOID WINAPI AcquireSRWLockExclusive(PSRWLOCK SRWLock) {
   Scheduler& scheduler = Scheduler::Get();
-  if (scheduler.Mode() == TimeMode::Real) {
+  if (scheduler.Mode() == TimeMode::Free) {
     std::atomic_ref<PVOID> word(SRWLock->Ptr);
     for (PVOID pFree = nullptr; !word.compare_exchange_weak(pFree, SRWLock, std::memory_order_acquire); pFree = nullptr)
       std::this_thread::yield();
@@ -94,7 +125,7 @@ VOID WINAPI AcquireSRWLockExclusive(PSRWLOCK SRWLock) {
 
 VOID WINAPI ReleaseSRWLockExclusive(PSRWLOCK SRWLock) {
   Scheduler& scheduler = Scheduler::Get();
-  if (scheduler.Mode() == TimeMode::Real) {
+  if (scheduler.Mode() == TimeMode::Free) {
     std::atomic_ref<PVOID>(SRWLock->Ptr).store(nullptr, std::memory_order_release);
     return;
   }

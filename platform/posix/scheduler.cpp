@@ -3,25 +3,33 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace w32 {
 namespace {
 
 constexpr std::int64_t kTicksPerMs = 10'000;
+constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 // What one platform call costs in simulated time: small, but enough that a loop without a pause lets time pass.
 constexpr std::int64_t kTicksPerCall = 100;
 // One platform call in this many hands over in simulated time.
 constexpr std::uint64_t kCallsPerHandOver = 8;
 // 18 November 2026, 09:00:00: where simulated time starts.
 constexpr std::uint64_t kSimulatedStart = 134'394'660'000'000'000ULL;
-constexpr std::uint64_t kUnixEpochTicks = 116'444'736'000'000'000ULL;
 
-thread_local std::shared_ptr<Thread> t_pSelf;
+// A free thread that CreateThread did not make (a benchmark's) leaves the list when it ends.
+struct OwnRecord {
+  std::shared_ptr<Thread> p;
+  ~OwnRecord() {
+    if (p && !p->bEnded && Scheduler::Get().Mode() == TimeMode::Free) Scheduler::Get().ThreadEnds();
+  }
+};
+thread_local OwnRecord t_self;
 
 }  // namespace
 
@@ -37,37 +45,23 @@ Scheduler& Scheduler::Get() {
 
 Scheduler::Scheduler() {
   const char* pszTime = std::getenv("W32_TIME");
-  if (pszTime != nullptr && std::strcmp(pszTime, "real") == 0) m_mode = TimeMode::Real;
-  const char* pszSpeed = std::getenv("W32_SPEED");
-  if (pszSpeed != nullptr && std::atoi(pszSpeed) > 0) m_nSpeed = std::atoi(pszSpeed);
+  if (pszTime != nullptr && std::strcmp(pszTime, "free") == 0) m_mode = TimeMode::Free;
   const char* pszSeed = std::getenv("W32_SEED");
   Seed(pszSeed != nullptr ? std::strtoull(pszSeed, nullptr, 10) : 1);
-  if (m_mode == TimeMode::Simulated) {
-    m_ullEpoch = kSimulatedStart;
-  } else {
-    using namespace std::chrono;
-    const auto sinceEpoch = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
-    m_ullEpoch = kUnixEpochTicks + static_cast<std::uint64_t>(sinceEpoch) * 10;
-    m_llRealStart = RealTicks();
-  }
-}
-
-std::int64_t Scheduler::RealTicks() const {
-  using namespace std::chrono;
-  return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count() / 100;
+  m_ullEpoch = kSimulatedStart;
 }
 
 Thread& Scheduler::Self() {
-  if (t_pSelf) return *t_pSelf;
+  if (t_self.p) return *t_self.p;
   const std::shared_ptr<Thread> pThread = NewThread();
-  t_pSelf = pThread;
+  t_self.p = pThread;
   if (m_mode == TimeMode::Simulated) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_pRunning != nullptr) Unsupported("a call from a thread that CreateThread did not make, in simulated time");
     m_pRunning = pThread.get();
   }
   Enlist(pThread);
-  return *t_pSelf;
+  return *pThread;
 }
 
 std::shared_ptr<Thread> Scheduler::NewThread() {
@@ -83,46 +77,55 @@ void Scheduler::Enlist(const std::shared_ptr<Thread>& pThread) {
 }
 
 void Scheduler::ThreadBegins(const std::shared_ptr<Thread>& pThread) {
-  t_pSelf = pThread;
+  t_self.p = pThread;
   std::unique_lock<std::mutex> lock(m_mutex);
   if (m_mode == TimeMode::Simulated) pThread->turn.wait(lock, [&] { return m_pRunning == pThread.get(); });
 }
 
 void Scheduler::ThreadEnds() {
   std::unique_lock<std::mutex> lock(m_mutex);
-  Thread& self = *t_pSelf;
+  Thread& self = *t_self.p;
   if (self.nSections != 0) Unsupported("a thread that ends while it owns a critical section");
   self.bEnded = true;
   std::erase_if(m_threads, [&](const std::shared_ptr<Thread>& p) { return p.get() == &self; });
-  if (m_mode == TimeMode::Real) {
-    Changed();
-    return;
+  if (m_mode == TimeMode::Simulated) {
+    HandOver(lock, self, true);
+  } else if (!m_threads.empty()) {
+    WakeFree();
   }
-  HandOver(lock, self, true);
 }
 
-Thread* Scheduler::PickNext(std::unique_lock<std::mutex>&) {
+std::vector<Thread*> Scheduler::WhoCanRun() {
   for (;;) {
     std::vector<Thread*> canRun;
-    Thread* pEarliest = nullptr;
+    std::int64_t llEarliest = kNever;
     for (const auto& pThread : m_threads) {
       const bool bTimedOut = pThread->bHasDeadline && pThread->llDeadline <= m_llNow;
-      if (pThread->pReady == nullptr || bTimedOut || (*pThread->pReady)()) canRun.push_back(pThread.get());
-      if (pThread->bHasDeadline && (pEarliest == nullptr || pThread->llDeadline < pEarliest->llDeadline))
-        pEarliest = pThread.get();
+      if (pThread->pReady == nullptr || bTimedOut || (*pThread->pReady)()) {
+        canRun.push_back(pThread.get());
+      } else if (pThread->bHasDeadline) {
+        llEarliest = std::min(llEarliest, pThread->llDeadline);
+      }
     }
-    if (!canRun.empty()) return canRun[canRun.size() == 1 ? 0 : Random() % canRun.size()];
-    if (pEarliest == nullptr) ReportDeadlock();
-    m_llNow = pEarliest->llDeadline;
+    m_llEarliest = llEarliest;
+    if (!canRun.empty()) return canRun;
+    if (llEarliest == kNever) ReportDeadlock();
+    m_llNow = llEarliest;
   }
 }
 
 void Scheduler::HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding) {
-  Thread* pNext = PickNext(lock);
+  const std::vector<Thread*> canRun = WhoCanRun();
+  Thread* pNext = canRun[canRun.size() == 1 ? 0 : Random() % canRun.size()];
   if (pNext == &self) return;
   m_pRunning = pNext;
   pNext->turn.notify_one();
   if (!bEnding) self.turn.wait(lock, [&] { return m_pRunning == &self; });
+}
+
+void Scheduler::WakeFree() {
+  for (Thread* pThread : WhoCanRun())
+    if (pThread->pReady != nullptr) pThread->turn.notify_one();
 }
 
 void Scheduler::ReportDeadlock() {
@@ -134,29 +137,13 @@ void Scheduler::ReportDeadlock() {
 
 bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWhat, const std::function<bool()>& bReady,
                           DWORD dwMilliseconds) {
-  const bool bForever = dwMilliseconds == INFINITE;
-  if (m_mode == TimeMode::Real) {
-    if (bReady() || dwMilliseconds == 0) return bReady();
-    lock.unlock();
-    Thread& self = Self();
-    lock.lock();
-    self.pReady = &bReady;
-    bool bDone = true;
-    if (bForever) {
-      self.turn.wait(lock, bReady);
-    } else {
-      const auto wait = std::chrono::nanoseconds(static_cast<std::int64_t>(dwMilliseconds) * 1'000'000 / m_nSpeed);
-      bDone = self.turn.wait_for(lock, wait, bReady);
-    }
-    self.pReady = nullptr;
-    return bDone;
-  }
-  if (!t_pSelf) {  // the main thread's first call may be a wait
+  if (!t_self.p) {  // a thread's first call may be a wait
     lock.unlock();
     Self();
     lock.lock();
   }
-  Thread& self = *t_pSelf;
+  Thread& self = *t_self.p;
+  const bool bForever = dwMilliseconds == INFINITE;
   const std::int64_t llDeadline = m_llNow + static_cast<std::int64_t>(dwMilliseconds) * kTicksPerMs;
   while (!bReady()) {
     if (!bForever && m_llNow >= llDeadline) return false;
@@ -164,7 +151,12 @@ bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWha
     self.bHasDeadline = !bForever;
     self.llDeadline = llDeadline;
     self.strWaitsFor = pszWhat;
-    HandOver(lock, self, false);
+    if (m_mode == TimeMode::Simulated) {
+      HandOver(lock, self, false);
+    } else {
+      WakeFree();
+      if (bForever || m_llNow < llDeadline) self.turn.wait(lock);
+    }
     self.pReady = nullptr;
     self.bHasDeadline = false;
   }
@@ -172,33 +164,36 @@ bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWha
 }
 
 void Scheduler::Changed() {
-  if (m_mode != TimeMode::Real) return;
+  if (m_mode == TimeMode::Simulated) return;
   for (const auto& pThread : m_threads)
     if (pThread->pReady != nullptr && (*pThread->pReady)()) pThread->turn.notify_one();
 }
 
 void Scheduler::Call() {
-  if (m_mode == TimeMode::Real) return;
   Thread& self = Self();
+  if (m_mode == TimeMode::Free) {
+    const std::int64_t llNow = m_llNow.fetch_add(kTicksPerCall, std::memory_order_relaxed) + kTicksPerCall;
+    if (llNow < m_llEarliest.load(std::memory_order_relaxed)) return;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    WakeFree();
+    return;
+  }
   std::unique_lock<std::mutex> lock(m_mutex);
   m_llNow += kTicksPerCall;
   if (m_threads.size() > 1 && Random() % kCallsPerHandOver == 0) HandOver(lock, self, false);
 }
 
-std::int64_t Scheduler::NowTicks() {
-  if (m_mode == TimeMode::Real) return (RealTicks() - m_llRealStart) * m_nSpeed;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_llNow;
-}
+std::int64_t Scheduler::NowTicks() { return m_llNow.load(std::memory_order_relaxed); }
 
 std::uint64_t Scheduler::LocalTicks() { return m_ullEpoch + static_cast<std::uint64_t>(NowTicks()); }
 
 DWORD Scheduler::TickCount() { return m_dwTickBase + static_cast<DWORD>(NowTicks() / kTicksPerMs); }
 
 void Scheduler::Advance(std::int64_t llTicks) {
-  if (m_mode == TimeMode::Real) Unsupported("moving the clock in real time");
-  std::lock_guard<std::mutex> lock(m_mutex);
   m_llNow += llTicks;
+  if (m_mode == TimeMode::Simulated) return;
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (!m_threads.empty()) WakeFree();
 }
 
 void Scheduler::SetLocal(std::uint64_t ullTicks) { m_ullEpoch = ullTicks - static_cast<std::uint64_t>(NowTicks()); }
@@ -213,7 +208,6 @@ std::uint64_t Scheduler::Random() {
   return z ^ (z >> 31);
 }
 
-TimeMode CurrentTimeMode() noexcept { return Scheduler::Get().Mode(); }
 void SetSeed(std::uint64_t ullSeed) noexcept { Scheduler::Get().Seed(ullSeed); }
 void AdvanceClock(std::uint64_t ullMilliseconds) noexcept {
   Scheduler::Get().Advance(static_cast<std::int64_t>(ullMilliseconds) * kTicksPerMs);
@@ -239,16 +233,6 @@ VOID WINAPI Sleep(DWORD dwMilliseconds) {
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   scheduler.WaitUntil(
       lock, "Sleep", [] { return false; }, dwMilliseconds);
-}
-
-// The clock's own units.
-BOOL WINAPI QueryPerformanceCounter(PLARGE_INTEGER lpPerformanceCount) {
-  lpPerformanceCount->QuadPart = Scheduler::Get().NowTicks();
-  return TRUE;
-}
-BOOL WINAPI QueryPerformanceFrequency(PLARGE_INTEGER lpFrequency) {
-  lpFrequency->QuadPart = 10'000'000;
-  return TRUE;
 }
 
 DWORD WINAPI GetTickCount() { return Scheduler::Get().TickCount(); }

@@ -1,8 +1,9 @@
 // The heart of the layer: who runs, what the time is, who waits for what.
 //
 // One mutex, the world lock, guards every waitable object's state. In simulated time exactly one thread runs: it keeps
-// the baton until it blocks or a platform call decides, by the seed, to hand over. In real time threads run freely and a
-// change of any object wakes those whose wait it ends.
+// the baton until it blocks or a platform call decides, by the seed, to hand over. Free threads run as the machine lets
+// them and a change of any object wakes those whose wait it ends; a call that does not wait takes no lock then, since
+// that would hide a race from the thread sanitizer. Either way the clock jumps only when nobody can run.
 #pragma once
 
 #include "control.h"
@@ -17,11 +18,13 @@
 
 namespace w32 {
 
+enum class TimeMode { Simulated, Free };
+
 struct Thread {
   DWORD dwId = 0;
   std::weak_ptr<Thread> pThis;
   bool bEnded = false;                            // world lock
-  std::condition_variable turn;                   // simulated time: signalled when the baton comes to this thread
+  std::condition_variable turn;                   // signalled when this thread may run
   const std::function<bool()>* pReady = nullptr;  // what the thread waits for; null while it can run
   bool bHasDeadline = false;
   std::int64_t llDeadline = 0;  // 100-ns units of the scheduler's clock
@@ -41,7 +44,7 @@ class Scheduler {
   std::shared_ptr<Thread> NewThread();
   // Makes a new thread known, so that it can be picked to run.
   void Enlist(const std::shared_ptr<Thread>& pThread);
-  // First and last acts of a thread made with NewThread.
+  // First and last acts of a thread made with NewThread; a free thread that is not of our making ends like one.
   void ThreadBegins(const std::shared_ptr<Thread>& pThread);
   void ThreadEnds();
 
@@ -66,18 +69,18 @@ class Scheduler {
 
  private:
   Scheduler();
-  std::int64_t RealTicks() const;
-  Thread* PickNext(std::unique_lock<std::mutex>& lock);
+  // Those that can run now, at least one: the clock jumps for it.
+  std::vector<Thread*> WhoCanRun();
   void HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding);
+  void WakeFree();
   [[noreturn]] void ReportDeadlock();
 
   std::mutex m_mutex;
   std::vector<std::shared_ptr<Thread>> m_threads;
   Thread* m_pRunning = nullptr;
   TimeMode m_mode = TimeMode::Simulated;
-  std::int64_t m_llNow = 0;
-  std::int64_t m_llRealStart = 0;
-  int m_nSpeed = 1;
+  std::atomic<std::int64_t> m_llNow{0};
+  std::atomic<std::int64_t> m_llEarliest{0};  // free threads: no wait's time is over before
   std::atomic<std::uint64_t> m_ullEpoch{0};
   std::atomic<DWORD> m_dwTickBase{0};
   std::uint64_t m_ullRandom = 1;

@@ -392,8 +392,6 @@ HANDLE WINAPI GetCurrentProcess();
 // Time. The local time is the clock's time; there is no time zone.
 VOID WINAPI Sleep(DWORD dwMilliseconds);
 DWORD WINAPI GetTickCount();
-BOOL WINAPI QueryPerformanceCounter(PLARGE_INTEGER lpPerformanceCount);
-BOOL WINAPI QueryPerformanceFrequency(PLARGE_INTEGER lpFrequency);
 VOID WINAPI GetLocalTime(LPSYSTEMTIME lpSystemTime);
 BOOL WINAPI SystemTimeToFileTime(const SYSTEMTIME* lpSystemTime, LPFILETIME lpFileTime);
 BOOL WINAPI FileTimeToSystemTime(const FILETIME* lpFileTime, LPSYSTEMTIME lpSystemTime);
