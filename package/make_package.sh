@@ -39,7 +39,7 @@ query "INSERT INTO \`Upgrade\` (\`UpgradeCode\`, \`VersionMin\`, \`VersionMax\`,
 query "UPDATE \`Property\` SET \`Value\` = 'OLDERVERSION;NEWERVERSION;MONITORNAME;LOGLEVEL;LOGLIFEDAYS;FORCE' WHERE \`Property\` = 'SecureCustomProperties'"
 query "UPDATE \`CustomAction\` SET \`Type\` = 1 WHERE \`Action\` = 'PrepareSetup'"
 query "UPDATE \`CustomAction\` SET \`Type\` = 1 WHERE \`Action\` = 'RefuseWhileInUse'"
-query "UPDATE \`CustomAction\` SET \`Type\` = 3329 WHERE \`Action\` = 'RollbackSpooler'"  # library, rollback, the system's rights
+query "UPDATE \`CustomAction\` SET \`Type\` = 3329 WHERE \`Action\` = 'TakeBackSetup'"  # library, rollback, the system's rights
 # The maker's folder goes with the tool when nothing else is in it.
 query "INSERT INTO \`RemoveFile\` (\`FileKey\`, \`Component_\`, \`DirProperty\`, \`InstallMode\`) VALUES ('MakerFolder', 'Tool', 'Maker', 2)"
 # The tool's folder in the machine's PATH, taken out again with the tool.

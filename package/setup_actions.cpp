@@ -12,6 +12,7 @@
 
 #include "base/setting_names.h"
 #include "log/level.h"
+#include "package/kept_state.h"
 #include "tools/lmctl/registered_monitor.h"
 
 namespace {
@@ -19,10 +20,8 @@ namespace {
 constexpr wchar_t kDefaultMonitorName[] = L"Kelvane Language Monitor";
 constexpr wchar_t kSpooler[] = L"Spooler";
 
-// What an installation leaves for the next one: the monitor's name, and while the spooler is stopped by the installer a mark
-// that it ran. An installation that was killed leaves the mark, so the next one starts the spooler again.
-constexpr wchar_t kSetupKey[] = L"SOFTWARE\\Kelvane\\LanguageMonitor";
-constexpr wchar_t kMonitorNameValue[] = L"MonitorName";
+// While the spooler is stopped by the installer, a mark that it ran. An installation that was killed leaves the mark, so the
+// next one starts the spooler again.
 constexpr wchar_t kSpoolerRanValue[] = L"SpoolerRan";
 
 std::wstring Property(MSIHANDLE hInstall, const wchar_t* pszName) {
@@ -47,7 +46,7 @@ UINT Refuse(MSIHANDLE hInstall, const std::wstring& sentence) {
 std::wstring RegisteredName() {
   wchar_t wszName[256] = {};
   DWORD cb = sizeof wszName;
-  RegGetValueW(HKEY_LOCAL_MACHINE, kSetupKey, kMonitorNameValue, RRF_RT_REG_SZ, nullptr, wszName, &cb);
+  RegGetValueW(HKEY_LOCAL_MACHINE, setup::kKey, setup::kMonitorNameValue, RRF_RT_REG_SZ, nullptr, wszName, &cb);
   return wszName;
 }
 
@@ -94,6 +93,11 @@ bool SetMachineSetting(MSIHANDLE hInstall, const wchar_t* pszProperty, const wch
   return true;
 }
 
+bool SpoolerRan() {
+  return RegGetValueW(HKEY_LOCAL_MACHINE, setup::kKey, kSpoolerRanValue, RRF_RT_REG_DWORD, nullptr, nullptr, nullptr) ==
+         ERROR_SUCCESS;
+}
+
 class SpoolerService {
  public:
   SpoolerService()
@@ -127,6 +131,14 @@ class SpoolerService {
   SC_HANDLE m_hService;
 };
 
+// The end of a setup, whether it succeeded or not.
+void LeaveSpoolerAsItWas() {
+  const SpoolerService spooler;
+  if (SpoolerRan() && !spooler.Runs()) spooler.Start();
+  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, setup::kKey, kSpoolerRanValue);
+  if (RegisteredName().empty()) RegDeleteKeyW(HKEY_LOCAL_MACHINE, setup::kKey);
+}
+
 }  // namespace
 
 // Settles what the tables need: MONITORNAME, the machine's settings, whether the spooler is to be stopped and started.
@@ -152,9 +164,7 @@ extern "C" UINT WINAPI PrepareSetup(MSIHANDLE hInstall) {
     return Refuse(hInstall, L"LOGLIFEDAYS must be a number of days.");
 
   const SpoolerService spooler;
-  const bool bRan = RegGetValueW(HKEY_LOCAL_MACHINE, kSetupKey, kSpoolerRanValue, RRF_RT_REG_DWORD, nullptr, nullptr,
-                                 nullptr) == ERROR_SUCCESS;
-  if (spooler.CanStart() && (bRan || spooler.Runs())) MsiSetPropertyW(hInstall, L"SpoolerRuns", L"1");
+  if (spooler.CanStart() && (SpoolerRan() || spooler.Runs())) MsiSetPropertyW(hInstall, L"SpoolerRuns", L"1");
   return ERROR_SUCCESS;
 }
 
@@ -171,15 +181,26 @@ extern "C" UINT WINAPI RefuseWhileInUse(MSIHANDLE hInstall) {
 
 extern "C" UINT WINAPI MarkSpoolerRan(MSIHANDLE) {
   const DWORD dwRan = 1;
-  RegSetKeyValueW(HKEY_LOCAL_MACHINE, kSetupKey, kSpoolerRanValue, REG_DWORD, &dwRan, sizeof dwRan);
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, setup::kKey, kSpoolerRanValue, REG_DWORD, &dwRan, sizeof dwRan);
   return ERROR_SUCCESS;
 }
 
-// After the spooler was started, or to start it when the installation is taken back.
-extern "C" UINT WINAPI SpoolerRunsAgain(MSIHANDLE) {
-  const SpoolerService spooler;
-  if (!spooler.Runs()) spooler.Start();
-  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSetupKey, kSpoolerRanValue);
-  if (RegisteredName().empty()) RegDeleteKeyW(HKEY_LOCAL_MACHINE, kSetupKey);
+// Before anything is changed.
+extern "C" UINT WINAPI BeginSetup(MSIHANDLE) {
+  setup::KeepState();
+  return ERROR_SUCCESS;
+}
+
+// After the spooler was started.
+extern "C" UINT WINAPI EndSetup(MSIHANDLE) {
+  setup::DropKeptState();
+  LeaveSpoolerAsItWas();
+  return ERROR_SUCCESS;
+}
+
+// When the installation failed, behind what the installer itself takes back.
+extern "C" UINT WINAPI TakeBackSetup(MSIHANDLE) {
+  setup::RestoreState();
+  LeaveSpoolerAsItWas();
   return ERROR_SUCCESS;
 }

@@ -54,7 +54,8 @@ install() {  # expected exit status, the low byte of the installer's; arguments
   is "msiexec $*" "$got" "$expected"
 }
 says() { tr -d '\r' <install.log | grep -aq "$1" || fail "the installer's log does not say: $1"; }
-refused=67  # ERROR_INSTALL_FAILURE, 1603
+refused=67            # ERROR_INSTALL_FAILURE, 1603
+failed_on_the_way=91  # ERROR_FUNCTION_FAILED, 1627
 installed() {  # the files whose copies must be there
   for file in "$system/kelvane_lm.dll" "$tool"; do cmp "$file" "$1/$(basename "$file")" || fail "$(basename "$file") is not of $1"; done
 }
@@ -155,17 +156,34 @@ done
 start "over a DLL and a key that were put there by hand"
 cp older/kelvane_lm.dll "$system"
 wine reg add 'HKLM\SYSTEM\CurrentControlSet\Control\Print\Monitors\By Hand' /v Driver /d kelvane_lm.dll /f >/dev/null
+install $failed_on_the_way /i failing.msi
+cmp "$system/kelvane_lm.dll" older/kelvane_lm.dll || fail "the DLL put there by hand did not come back"
+is "the monitor put there by hand" "$(monitor 'By Hand')" kelvane_lm.dll
 install 0 /i new.msi
 installed "$files"
 is "the monitor of that name" "$(monitor 'By Hand')" kelvane_lm.dll
 is "the monitor" "$(monitor)" ""
 
 start "an installation that fails after the DLL was put in place"
-install 91 /i failing.msi  # 1627, ERROR_FUNCTION_FAILED
+install $failed_on_the_way /i failing.msi
 cmp prefix/drive_c/seen.dll "$files/kelvane_lm.dll" || fail "the DLL was not in place"
 grep -q STOPPED prefix/drive_c/seen.txt || fail "the spooler ran while the DLL was replaced"
 gone
 is "the spooler" "$(spooler)" RUNNING
+
+start "an upgrade that fails after the DLL was replaced brings the old version back"
+install 0 /i older.msi
+install $failed_on_the_way /i failing.msi
+cmp prefix/drive_c/seen.dll "$files/kelvane_lm.dll" || fail "the DLL was not replaced"
+installed older
+is "the monitor" "$(monitor)" kelvane_lm.dll
+is "the name that was kept" "$(value 'HKLM\SOFTWARE\Kelvane\LanguageMonitor' MonitorName)" "Kelvane Language Monitor"
+is "the folder's places in PATH" "$(machine_path | grep -o 'Kelvane' | wc -l)" 1
+is "the spooler" "$(spooler)" RUNNING
+is "the copies" "$(find prefix/drive_c -name '*.kept')" ""
+install 0 /i new.msi
+installed "$files"
+is "the copies" "$(find prefix/drive_c -name '*.kept')" ""
 
 start "an installation that is killed, and run again"
 wine msiexec /i slow.msi /qn &
