@@ -58,13 +58,15 @@ std::string Leaks(const w32::Balance& before) {
   return str;
 }
 
-std::uint64_t FailEveryCall(const std::function<void(sim::World&)>& scenario) {
+std::uint64_t FailEveryCall(DWORD dwLogLevels, const Scenario& machine, const Scenario& scenario) {
   const auto run = [&](std::uint64_t ullPoint) {
     CleanMachine();
     const w32::Balance before = w32::CurrentBalance();
     {
       sim::World world;
+      sim::World::SetLogLevel(dwLogLevels);
       world.Attach();
+      machine(world);
       w32::ResetFaults();
       if (ullPoint != 0) w32::FailPoint(ullPoint);
       const w32::FaultsOn faults;
