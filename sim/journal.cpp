@@ -36,11 +36,16 @@ void Journal::Clear() {
 
 #ifdef _WIN32
 bool FaultHere(const char*, DWORD) { return false; }
+DWORD FaultCode(const char*, DWORD) { return ERROR_SUCCESS; }
 void Book(Owned, int) {}
 #else
 bool FaultHere(const char* pszApi, DWORD dwUsualError) {
   w32::PlatformCall();
   return w32::FaultHere(pszApi, dwUsualError);
+}
+DWORD FaultCode(const char* pszApi, DWORD dwUsualError) {
+  w32::PlatformCall();
+  return w32::FaultCode(pszApi, dwUsualError);
 }
 void Book(Owned owned, int nChange) {
   w32::Book(owned == Owned::PrinterHandle ? w32::Account::PrinterHandles : w32::Account::ServiceHandles, nChange);

@@ -57,6 +57,7 @@ class Journal {
 // One numbered fault point of the platform layer: true when the call must fail, with the last-error code set. On Windows,
 // where the platform is the real one, nothing fails here.
 bool FaultHere(const char* pszApi, DWORD dwUsualError);
+DWORD FaultCode(const char* pszApi, DWORD dwUsualError);
 
 // Books printer and service handles in the platform layer's accounts.
 enum class Owned { PrinterHandle, ServiceHandle };

@@ -78,7 +78,7 @@ DWORD SdkLibrary::OpenW(const wchar_t* pszPrinter, DWORD* pdwSession) {
   if (m_dwOpenDelay != 0) Sleep(m_dwOpenDelay);
   DWORD dwCode = 0;
   if (Planned("OpenW", dwCode)) return dwCode;
-  if (FaultHere("sdk OpenW", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
+  if (const DWORD dwFault = FaultCode("sdk OpenW", ERROR_GEN_FAILURE)) return dwFault;
   const Guard guard(m_lock);
   const auto it = m_queues.find(strPrinter);
   if (it == m_queues.end()) return ERROR_FILE_NOT_FOUND;
@@ -91,7 +91,7 @@ DWORD SdkLibrary::Close(DWORD dwSession) {
   m_journal.Add(IsImpersonating() ? "sdk Close as the client" : "sdk Close", SessionOf(dwSession).strQueue);
   DWORD dwCode = 0;
   if (Planned("Close", dwCode)) return dwCode;
-  if (FaultHere("sdk Close", ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
+  if (const DWORD dwFault = FaultCode("sdk Close", ERROR_GEN_FAILURE)) return dwFault;
   const Guard guard(m_lock);
   const auto it = m_sessions.find(dwSession);
   if (it == m_sessions.end()) return ERROR_INVALID_HANDLE;
@@ -163,7 +163,7 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
   }
   DWORD dwCode = 0;
   if (Planned(strRequest, dwCode)) return dwCode;
-  if (FaultHere(("sdk " + strRequest).c_str(), ERROR_GEN_FAILURE)) return ERROR_GEN_FAILURE;
+  if (const DWORD dwFault = FaultCode(("sdk " + strRequest).c_str(), ERROR_GEN_FAILURE)) return dwFault;
   Device* pDevice = session.pDevice;
   if (pDevice == nullptr) return ERROR_INVALID_HANDLE;
   if (strRequest == "send" || strRequest == "SDK_SET_RESET") NoteOwner(*pDevice, dwSession, strRequest);

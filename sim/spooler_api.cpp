@@ -185,7 +185,7 @@ BOOL WINAPI SetPrinterW(HANDLE hPrinter, DWORD, LPBYTE pBuf, DWORD) {
 DWORD WINAPI GetPrinterDataW(HANDLE hPrinter, LPWSTR pszValue, LPDWORD pdwType, LPBYTE pData, DWORD cbData,
                              LPDWORD pcbNeeded) {
   *pcbNeeded = 0;
-  if (FaultHere("GetPrinterDataW", ERROR_ACCESS_DENIED)) return GetLastError();
+  if (const DWORD dwFault = FaultCode("GetPrinterDataW", ERROR_ACCESS_DENIED)) return dwFault;
   const PrinterHandle* pHandle = HandleOf(hPrinter);
   if (pHandle == nullptr || pHandle->pQueue == nullptr) return ERROR_INVALID_HANDLE;
   const Guard guard(World::Get().spooler.lock);

@@ -61,6 +61,8 @@ class FaultsOn {
 // For routines that a program answers itself (the spooler's, say): one fault point. TRUE means the call must fail; the
 // last-error code is then dwUsualError or the one that the test asked for.
 bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept;
+// The same for a routine that returns its code and leaves the last-error code alone; ERROR_SUCCESS means go on.
+DWORD FaultCode(const char* pszApi, DWORD dwUsualError) noexcept;
 // For the same routines: counts a platform call, at which the scheduler may hand over.
 void PlatformCall() noexcept;
 

@@ -93,9 +93,9 @@ std::string LastFailedApi() {
   return plans.strLastFailed;
 }
 
-bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept {
+DWORD FaultCode(const char* pszApi, DWORD dwUsualError) noexcept {
   Plans& plans = ThePlans();
-  if (!t_bSubject || !plans.bActive.load(std::memory_order_relaxed)) return false;
+  if (!t_bSubject || !plans.bActive.load(std::memory_order_relaxed)) return ERROR_SUCCESS;
   std::lock_guard<std::mutex> lock(plans.mutex);
   ++plans.ullPassed;
   bool bFail = plans.ullPassed == plans.ullFailAt;
@@ -116,10 +116,15 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept {
     break;
   }
   if (!bFail && plans.nPerMille > 0) bFail = Scheduler::Get().Random() % 1000 < plans.nPerMille;
-  if (!bFail) return false;
+  if (!bFail) return ERROR_SUCCESS;
   plans.strLastFailed = pszApi;
-  t_dwLastError = dwError;
-  return true;
+  return dwError;
+}
+
+bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept {
+  const DWORD dwError = FaultCode(pszApi, dwUsualError);
+  if (dwError != ERROR_SUCCESS) t_dwLastError = dwError;
+  return dwError != ERROR_SUCCESS;
 }
 
 const char* AccountName(Account account) noexcept {

@@ -83,7 +83,7 @@ std::shared_ptr<Key> Walk(std::shared_ptr<Key> pKey, const std::u16string& strPa
 
 LSTATUS Open(const char* pszApi, HKEY hKey, const std::u16string& strPath, REGSAM samDesired, PHKEY phkResult) {
   PlatformCall();
-  if (FaultHere(pszApi, ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(GetLastError());
+  if (const DWORD dwFault = FaultCode(pszApi, ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_mutex);
   const auto pKey = Walk(KeyOf(hKey), strPath, false);
   if (!pKey) return ERROR_FILE_NOT_FOUND;
@@ -130,7 +130,7 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, LPWSTR, DWORD
                                const LPSECURITY_ATTRIBUTES, PHKEY phkResult, LPDWORD lpdwDisposition) {
   if (lpdwDisposition != nullptr) Unsupported("RegCreateKeyExW with a disposition");
   PlatformCall();
-  if (FaultHere("RegCreateKeyExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(GetLastError());
+  if (const DWORD dwFault = FaultCode("RegCreateKeyExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_mutex);
   *phkResult = HandleOf(new OpenKey{Walk(KeyOf(hKey), Wide(lpSubKey), true), samDesired});
   Book(Account::Keys, 1);
@@ -140,7 +140,7 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, LPWSTR, DWORD
 LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD, LPDWORD lpType, LPBYTE lpData,
                                 LPDWORD lpcbData) {
   PlatformCall();
-  if (FaultHere("RegQueryValueExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(GetLastError());
+  if (const DWORD dwFault = FaultCode("RegQueryValueExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (!Allows(hKey, KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
   const Value* pValue = KeyOf(hKey)->Find(Wide(lpValueName));
@@ -151,7 +151,7 @@ LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD, LPDWORD
 LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD lpType, LPBYTE lpData,
                                 LPDWORD lpcbData) {
   PlatformCall();
-  if (FaultHere("RegQueryValueExA", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(GetLastError());
+  if (const DWORD dwFault = FaultCode("RegQueryValueExA", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (!Allows(hKey, KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
   const Value* pValue = KeyOf(hKey)->Find(std::u16string(lpValueName, lpValueName + std::strlen(lpValueName)));
@@ -169,7 +169,7 @@ LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD 
 
 LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD, DWORD dwType, const BYTE* lpData, DWORD cbData) {
   PlatformCall();
-  if (FaultHere("RegSetValueExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(GetLastError());
+  if (const DWORD dwFault = FaultCode("RegSetValueExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (!Allows(hKey, KEY_SET_VALUE)) return ERROR_ACCESS_DENIED;
   Key& key = *KeyOf(hKey);
@@ -184,7 +184,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD, DWORD dwTyp
 LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcchValueName, LPDWORD,
                              LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData) {
   PlatformCall();
-  if (FaultHere("RegEnumValueW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(GetLastError());
+  if (const DWORD dwFault = FaultCode("RegEnumValueW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_mutex);
   const Key& key = *KeyOf(hKey);
   if (dwIndex >= key.values.size()) return ERROR_NO_MORE_ITEMS;

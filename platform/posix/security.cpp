@@ -78,7 +78,7 @@ DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
   if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION)
     Unsupported("GetSecurityInfo of this kind");
   PlatformCall();
-  if (FaultHere("GetSecurityInfo", ERROR_ACCESS_DENIED)) return GetLastError();
+  if (const DWORD dwFault = FaultCode("GetSecurityInfo", ERROR_ACCESS_DENIED)) return dwFault;
   const auto pFile = FindObject<File>(handle);
   if (!pFile) return ERROR_INVALID_HANDLE;
   if ((pFile->dwAccess & READ_CONTROL) == 0) return ERROR_ACCESS_DENIED;
@@ -96,7 +96,7 @@ DWORD WINAPI SetEntriesInAclW(ULONG cCountOfExplicitEntries, PEXPLICIT_ACCESS_W 
       pListOfExplicitEntries->Trustee.TrusteeForm != TRUSTEE_IS_SID)
     Unsupported("SetEntriesInAclW with anything but one granting entry by SID and no old list");
   PlatformCall();
-  if (FaultHere("SetEntriesInAclW", ERROR_NOT_ENOUGH_MEMORY)) return GetLastError();
+  if (const DWORD dwFault = FaultCode("SetEntriesInAclW", ERROR_NOT_ENOUGH_MEMORY)) return dwFault;
   const auto* pSid = reinterpret_cast<const Sid*>(pListOfExplicitEntries->Trustee.ptstrName);
   auto* pAcl = static_cast<_ACL*>(std::calloc(1, sizeof(_ACL)));
   Book(Account::LocalBlocks, 1);
@@ -113,7 +113,7 @@ DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
   if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION)
     Unsupported("SetSecurityInfo of this kind");
   PlatformCall();
-  if (FaultHere("SetSecurityInfo", ERROR_ACCESS_DENIED)) return GetLastError();
+  if (const DWORD dwFault = FaultCode("SetSecurityInfo", ERROR_ACCESS_DENIED)) return dwFault;
   const auto pFile = FindObject<File>(handle);
   if (!pFile) return ERROR_INVALID_HANDLE;
   if ((pFile->dwAccess & WRITE_DAC) == 0) return ERROR_ACCESS_DENIED;

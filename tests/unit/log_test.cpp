@@ -205,6 +205,14 @@ TEST_F(Log, FullFileIsMovedAside) {
   CloseHandle(hFile);
   Say(LOG_LEVEL_E, L"still");  // 32,000,000 bytes are not too much
   EXPECT_EQ(World::ListFolder(World::LogFolder()).size(), 1u);
+#ifndef _WIN32
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("SetFileInformationByHandle");
+    Say(LOG_LEVEL_E, L"too much, but it cannot be renamed");
+  }
+  EXPECT_EQ(World::ListFolder(World::LogFolder()).size(), 1u);
+#endif
   Say(LOG_LEVEL_E, L"too much");
   Say(LOG_LEVEL_E, L"fresh");
   const auto names = World::ListFolder(World::LogFolder());
@@ -227,7 +235,6 @@ TEST_F(Log, RoutineNamesComeOutOfTheCompilersText) {
   EXPECT_STREQ(clang.sz, "Drain");
 }
 
-// Threads log at once: no line is lost or mixed.
 TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
   CLogfile logfile;
   const auto folderFor = [&](const char* pszModule) {
@@ -248,6 +255,19 @@ TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
   EXPECT_EQ(folderFor(nullptr), "sixteen__letters");
 }
 
+TEST_F(Log, MutexThatItsOwnerAbandonedIsTaken) {
+  Mask(LOG_LEVEL_E);
+  const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
+  const HANDLE hThread = CreateThread(
+      nullptr, 0, [](LPVOID h) -> DWORD { return WaitForSingleObject(h, INFINITE); }, hMutex, 0, nullptr);
+  WaitForSingleObject(hThread, INFINITE);
+  CloseHandle(hThread);
+  Say(LOG_LEVEL_E, L"a line");
+  EXPECT_EQ(World::LogCount("a line"), 1u);
+  CloseHandle(hMutex);
+}
+
+// Threads log at once: no line is lost or mixed.
 class LogThreads : public Log {};
 
 TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
@@ -287,7 +307,36 @@ class LogClock : public Log {
   }
 };
 
-TEST_F(LogClock, NewMaskTakesEffectAfter15Seconds) {
+TEST_F(LogClock, LineWaitsASecondForItsTurnAndThenGoesOn) {
+  Mask(LOG_LEVEL_E);
+  Say(LOG_LEVEL_E, L"first");
+  w32::SetClock({2026, 11, 0, 18, 9, 0, 0, 0});
+  const auto start = [](LPTHREAD_START_ROUTINE pfn) { return CreateThread(nullptr, 0, pfn, nullptr, 0, nullptr); };
+  const HANDLE ahThreads[] = {start([](LPVOID) -> DWORD {
+                                const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
+                                WaitForSingleObject(hMutex, INFINITE);
+                                Sleep(30'000);
+                                ReleaseMutex(hMutex);
+                                return CloseHandle(hMutex) ? 0 : 1;
+                              }),
+                              start([](LPVOID) -> DWORD {
+                                Sleep(500);
+                                Say(LOG_LEVEL_E, L"has the turn and waits for the file");
+                                return 0;
+                              })};
+  Sleep(1000);
+  Say(LOG_LEVEL_E, L"beside");
+  for (const HANDLE hThread : ahThreads) {
+    WaitForSingleObject(hThread, INFINITE);
+    CloseHandle(hThread);
+  }
+  const std::string strLines = Lines();
+  const std::size_t nStamp = strLines.rfind("[11/18", strLines.find("beside"));
+  EXPECT_EQ(strLines.substr(nStamp, 16), "[11/18 09:00(02.");  // that of the moment when it went on
+}
+
+TEST_F(LogClock, NewMaskTakesEffectAfter15SecondsAcrossTheTickCountsEndToo) {
+  w32::SetTickBase(0u - 10'000u);
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"one");
   Say(LOG_LEVEL_E, L"two");  // the second call reads again, from then on it is every 15 seconds
