@@ -281,17 +281,6 @@ TEST_F(Ageing, FolderOf47HoursStaysAndOneOf49Goes) {
   EXPECT_TRUE(Exists("file.txt"));
 }
 
-TEST_F(Ageing, RunsAgainOnlyAfterAboutADay) {
-  m_pQueue->data["JobValidDays"] = Spooler::Dword(0);
-  ASSERT_TRUE(PrintOn(m_hPort, "first").bDelivered);
-  w32::AdvanceClock(20 * kHour);
-  ASSERT_TRUE(PrintOn(m_hPort, "20 hours later").bDelivered);
-  EXPECT_TRUE(Exists("20261118"));
-  w32::AdvanceClock(5 * kHour);
-  ASSERT_TRUE(PrintOn(m_hPort, "25 hours later").bDelivered);
-  EXPECT_FALSE(Exists("20261118"));
-}
-
 TEST_F(Ageing, RunsFromTheTwoHundredAndSecondUnitOn) {
   constexpr std::uint64_t kUnit = 1ULL << 32;
   const auto goTo = [](std::uint64_t ullTicks) { w32::AdvanceClock((ullTicks - w32::ClockTicks()) / 10'000); };

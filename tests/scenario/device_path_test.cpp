@@ -292,17 +292,16 @@ TEST_F(DevicePath, FileAndFaxPortsCauseNoQuery) {
   EXPECT_EQ(world().journal.Count("OpenPrinter ,XcvPort"), 0u);
 }
 
-class PortNameLength : public DevicePath, public ::testing::WithParamInterface<int> {};
-
-TEST_P(PortNameLength, LongNamesPrint) {
-  const std::string strPort(static_cast<std::size_t>(GetParam()), 'P');
-  world().AddPrinter("Any", strPort, kModel);
-  world().portMonitor.Port(strPort).nProtocol = 1;
-  const HANDLE hPort = Open(strPort, "Any");
-  ASSERT_NE(hPort, nullptr);
-  EXPECT_TRUE(PrintOn(hPort, "job", "RAW", {}, "Any").bDelivered);
+TEST_F(DevicePath, PortsWithNamesOfAnyLengthPrint) {
+  for (const std::size_t cch : {1u, 259u, 260u, 5000u}) {
+    const std::string strPort(cch, 'P');
+    world().AddPrinter(sim::Format("Queue %zu", cch), strPort, kModel);
+    world().portMonitor.Port(strPort).nProtocol = 1;
+    const HANDLE hPort = Open(strPort, sim::Format("Queue %zu", cch));
+    ASSERT_NE(hPort, nullptr);
+    EXPECT_TRUE(PrintOn(hPort, "job", "RAW", {}, sim::Format("Queue %zu", cch)).bDelivered);
+  }
 }
-INSTANTIATE_TEST_SUITE_P(All, PortNameLength, ::testing::Values(1, 259, 260, 5000));
 
 TEST_F(DevicePath, TwoPortsPrintWhileAThirdOpensSlowly) {
   world().AddPrinter("Second", "USB002", kModel);

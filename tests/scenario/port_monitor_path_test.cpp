@@ -162,7 +162,7 @@ TEST_F(PortMonitorPath, BadArgumentsAreRefusedAndThePortStaysIdle) {
   MONITOR2& monitor = *world().spooler.pMonitor;
   HANDLE hPort = nullptr;
   BYTE by = 'x';
-  DWORD dw = 0;
+  DWORD dw = 77;
   wchar_t szPort[] = L"COM1";
   wchar_t szName[] = L"Till";
   wchar_t szNone[] = L"";
@@ -170,6 +170,11 @@ TEST_F(PortMonitorPath, BadArgumentsAreRefusedAndThePortStaysIdle) {
   EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, nullptr, szName, &hPort, pPortMonitor); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szNone, szName, &hPort, pPortMonitor); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szPort, szName, nullptr, pPortMonitor); }));
+  EXPECT_FALSE(monitor.pfnOpenPortEx(nullptr, nullptr, szPort, nullptr, &hPort, pPortMonitor));
+  EXPECT_EQ(hPort, nullptr);
+  for (const char* pszLine : {"ERROR_INVALID_PARAMETER [pszPortName:Invalid param]",
+                              "ERROR_INVALID_PARAMETER [pszPortName:null]", "Memory error [pIniPort:"})
+    EXPECT_EQ(World::LogCount(pszLine), 1u) << pszLine;
   hPort = Open("COM1");
   EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hPort, szName, 1, 2, &by); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnStartDocPort(hPort, szName, 1, 1, nullptr); }));
@@ -181,7 +186,7 @@ TEST_F(PortMonitorPath, BadArgumentsAreRefusedAndThePortStaysIdle) {
   EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hPort, &by, 1, nullptr); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hPort, nullptr, 1, &dw); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnReadPort(hPort, &by, 0, &dw); }));
-  dw = 77;
+  EXPECT_EQ(dw, 77u);
   EXPECT_TRUE(monitor.pfnReadPort(hPort, &by, 1, &dw));
   EXPECT_EQ(dw, 0u);
   EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
@@ -204,38 +209,6 @@ TEST_F(PortMonitorPath, BadHandlesAreRefusedEverywhere) {
   }
   EXPECT_GT(World::LogCount("signature:0x12345678"), 0u);
   EXPECT_EQ(World::LogCount("ERROR_INVALID_PARAMETER [PortName:]"), 2u);
-}
-
-TEST_F(PortMonitorPath, BadArgumentsOnAGoodPort) {
-  MONITOR2& monitor = *world().spooler.pMonitor;
-  const HANDLE hPort = Open("COM1");
-  BYTE by = 0;
-  DWORD dw = 77;
-  wchar_t szName[] = L"Till";
-  wchar_t szEmpty[] = L"";
-  EXPECT_FALSE(monitor.pfnWritePort(hPort, &by, 0, &dw));
-  EXPECT_FALSE(monitor.pfnWritePort(hPort, nullptr, 1, &dw));
-  EXPECT_FALSE(monitor.pfnWritePort(hPort, &by, 1, nullptr));
-  EXPECT_FALSE(monitor.pfnReadPort(hPort, &by, 0, &dw));
-  EXPECT_FALSE(monitor.pfnReadPort(hPort, nullptr, 1, &dw));
-  EXPECT_FALSE(monitor.pfnStartDocPort(hPort, szName, 1, 2, &by));
-  EXPECT_FALSE(monitor.pfnStartDocPort(hPort, szName, 1, 1, nullptr));
-  EXPECT_FALSE(monitor.pfnStartDocPort(hPort, szEmpty, 1, 1, &by));
-  EXPECT_FALSE(monitor.pfnStartDocPort(hPort, nullptr, 1, 1, &by));
-  EXPECT_EQ(dw, 77u);
-  EXPECT_TRUE(monitor.pfnReadPort(hPort, &by, 1, &dw));
-  EXPECT_EQ(dw, 0u);
-  EXPECT_TRUE(PrintOn(hPort, "x").bDelivered);
-
-  HANDLE hOther = hPort;
-  EXPECT_FALSE(monitor.pfnOpenPortEx(nullptr, nullptr, szEmpty, szName, &hOther, &world().portMonitor.table));
-  EXPECT_FALSE(monitor.pfnOpenPortEx(nullptr, nullptr, nullptr, szName, &hOther, &world().portMonitor.table));
-  EXPECT_EQ(hOther, hPort);
-  EXPECT_EQ(World::LogCount("ERROR_INVALID_PARAMETER [pszPortName:Invalid param]"), 1u);
-  EXPECT_EQ(World::LogCount("ERROR_INVALID_PARAMETER [pszPortName:null]"), 1u);
-  wchar_t szPort[] = L"COM9";
-  EXPECT_FALSE(monitor.pfnOpenPortEx(nullptr, nullptr, szPort, nullptr, &hOther, &world().portMonitor.table));
-  EXPECT_EQ(World::LogCount("Memory error [pIniPort:"), 1u);
 }
 
 TEST_F(PortMonitorPath, UnknownPrinterIsRefusedAtTheStart) {

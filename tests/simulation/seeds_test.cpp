@@ -113,41 +113,4 @@ TEST(Simulation, RandomJobsUnderManySeeds) {
 // Run by the test above. Without a seed it is one of a few that cover little.
 TEST(Simulation, TheSeedOfThisProcess) { RunSeed(FromEnvironment("LM_THE_SEED", 1)); }
 
-// The scheduler's seed alone: the same four jobs, in many orders of events, always end the same way.
-TEST(Simulation, FourPortsPrintAtOnceUnderManySeeds) {
-  const std::uint64_t ullSeeds = FromEnvironment("LM_SEEDS", 300);
-  for (std::uint64_t ullSeed = 1; ullSeed <= ullSeeds; ++ullSeed) {
-    CleanMachine();
-    w32::SetSeed(ullSeed);
-    const w32::Balance before = w32::CurrentBalance();
-    {
-      sim::World world;
-      world.Attach();
-      world.services.dwState = SERVICE_STOPPED;
-      std::vector<HANDLE> ports;
-      std::vector<std::unique_ptr<sim::Spooler::Running>> jobs;
-      for (int n = 0; n < 4; ++n) {
-        world.AddPrinter(sim::Format("Till %d", n), sim::Format("COM%d", n), kModel);
-        ports.push_back(world.spooler.OpenPort(sim::Format("COM%d", n), sim::Format("Till %d", n)));
-      }
-      sim::PrintOptions options;
-      options.cbChunk = 1000;
-      for (int n = 0; n < 4; ++n)
-        jobs.push_back(world.spooler.PrintAsync(ports[static_cast<std::size_t>(n)],
-                                                world.spooler.NewJob(sim::Format("Till %d", n), "TEXT"),
-                                                Receipt(3000, static_cast<char>('A' + n)), options));
-      for (auto& pJob : jobs) ASSERT_TRUE(pJob->Join().bDelivered);
-      for (int n = 0; n < 4; ++n) {
-        EXPECT_EQ(world.portMonitor.Port(sim::Format("COM%d", n)).strDelivered,
-                  Receipt(3000, static_cast<char>('A' + n)));
-        EXPECT_EQ(world.spooler.FindJob(static_cast<DWORD>(n + 1))->nLastPageEjected, 1u);
-        world.spooler.ClosePort(ports[static_cast<std::size_t>(n)]);
-      }
-      EXPECT_EQ(world.journal.Count("violation"), 0u);
-    }
-    EXPECT_EQ(Leaks(before), "");
-    ASSERT_FALSE(HasFailure()) << "seed " << ullSeed;
-  }
-}
-
 }  // namespace

@@ -28,17 +28,6 @@ class JobCheckTest : public WorldTest {
   HANDLE m_hPort = nullptr;
 };
 
-TEST_F(JobCheckTest, EachJobIsComparedByItself) {
-  for (int n = 0; n < 2; ++n) {
-    const auto outcome = Check();
-    EXPECT_EQ(outcome.nWholeLast, 1u);
-    EXPECT_EQ(outcome.nWholeAll, 1u);
-    EXPECT_EQ(outcome.cbArchived, 3000u);
-    EXPECT_TRUE(outcome.bArchiveIsWire && outcome.bArchiveIsPaper);
-    EXPECT_FALSE(outcome.bConfirmed);
-  }
-}
-
 TEST_F(JobCheckTest, BufferThatTheArchiveMissesIsNoticed) {
   sim::PrintOptions options;
   options.cbChunk = 1000;

@@ -18,7 +18,10 @@ struct Keeping {
   LONG nUnits;  // the oldest age that stays
 };
 
-class Retention : public WorldTest, public ::testing::WithParamInterface<Keeping> {
+constexpr Keeping kTable[] = {{0, 0},        {1, 404}, {10, 2222}, {89, 18'180}, {90, 18'181},
+                              {500, 18'181}, {-1, 0},  {-2, -202}, {-10, -1818}};
+
+class Retention : public WorldTest {
  protected:
   // Sets the clock into the middle of the unit that lies so long before (or, negative, behind) the day of reckoning.
   static void GoToAge(LONG nUnits) {
@@ -28,26 +31,26 @@ class Retention : public WorldTest, public ::testing::WithParamInterface<Keeping
     FileTimeToSystemTime(&ft, &st);
     w32::SetClock(st);
   }
-  static bool Exists(const std::string& strPath) {
-    return GetFileAttributesW(sim::Wide(strPath).c_str()) != INVALID_FILE_ATTRIBUTES;
-  }
 };
 
-TEST_P(Retention, ArchiveFoldersStayAsLongAsTheTableSays) {
-  World::DeleteTree(kRoot);
-  CreateDirectoryW(sim::Wide(kRoot).c_str(), nullptr);
-  for (const LONG nAge : {GetParam().nUnits, GetParam().nUnits + 1}) {
-    GoToAge(nAge);
-    CreateDirectoryW(sim::Wide(kRoot + sim::Format("\\%d", static_cast<int>(nAge))).c_str(), nullptr);
+TEST_F(Retention, ArchiveFoldersStayAsLongAsTheTableSays) {
+  for (const Keeping& row : kTable) {
+    World::DeleteTree(kRoot);
+    CreateDirectoryW(sim::Wide(kRoot).c_str(), nullptr);
+    for (const LONG nAge : {row.nUnits, row.nUnits + 1}) {
+      GoToAge(nAge);
+      CreateDirectoryW(sim::Wide(kRoot + sim::Format("\\%d", static_cast<int>(nAge))).c_str(), nullptr);
+    }
+    GoToAge(0);
+    gJob.nJobValidDays = row.nDays;
+    gJob.DeleteOldJobFolders(w32::ClockTicks(), sim::Wide(kRoot).c_str());
+    EXPECT_EQ(World::ListFolder(kRoot), std::vector<std::string>{sim::Format("%d", static_cast<int>(row.nUnits))})
+        << row.nDays << " days";
   }
-  GoToAge(0);
-  gJob.nJobValidDays = GetParam().nDays;
-  gJob.DeleteOldJobFolders(w32::ClockTicks(), sim::Wide(kRoot).c_str());
-  EXPECT_EQ(World::ListFolder(kRoot), std::vector<std::string>{sim::Format("%d", static_cast<int>(GetParam().nUnits))});
   World::DeleteTree(kRoot);
 }
 
-TEST_P(Retention, LogFilesStayAsLongAsTheTableSays) {
+TEST_F(Retention, LogFilesStayAsLongAsTheTableSays) {
   CLogfile logfile;
   logfile.SetModuleFolder("RETAIN \0Retention");
   std::string strFolder;
@@ -56,28 +59,21 @@ TEST_P(Retention, LogFilesStayAsLongAsTheTableSays) {
     ASSERT_TRUE(logfile.CreateLogFolder("RETAIN \0Retention", folder));
     strFolder = sim::Narrow(folder.module.Path());
   }
-  for (const LONG nAge : {GetParam().nUnits, GetParam().nUnits + 1}) {
-    GoToAge(nAge);
-    World::WriteWholeFile(strFolder + (nAge == GetParam().nUnits ? "\\20stays.log" : "\\20goes.log"),
-                          "Kelvane Thermal Printer Log\r\n\r\n");
+  for (const Keeping& row : kTable) {
+    for (const LONG nAge : {row.nUnits, row.nUnits + 1}) {
+      GoToAge(nAge);
+      World::WriteWholeFile(strFolder + (nAge == row.nUnits ? "\\20stays.log" : "\\20goes.log"),
+                            "Kelvane Thermal Printer Log\r\n\r\n");
+    }
+    GoToAge(0);
+    SYSTEMTIME st;
+    GetLocalTime(&st);
+    logfile.NoteLineTime(st);
+    logfile.PurgeOldLogs(row.nDays);
+    EXPECT_EQ(World::ListFolder(strFolder), std::vector<std::string>{"20stays.log"}) << row.nDays << " days";
   }
-  GoToAge(0);
-  SYSTEMTIME st;
-  GetLocalTime(&st);
-  logfile.NoteLineTime(st);
-  logfile.PurgeOldLogs(GetParam().nDays);
-  EXPECT_EQ(World::ListFolder(strFolder), std::vector<std::string>{"20stays.log"});
   World::DeleteTree(strFolder);
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, Retention,
-                         ::testing::Values(Keeping{0, 0}, Keeping{1, 404}, Keeping{10, 2222}, Keeping{89, 18'180},
-                                           Keeping{90, 18'181}, Keeping{500, 18'181}, Keeping{-1, 0}, Keeping{-2, -202},
-                                           Keeping{-10, -1818}),
-                         [](const auto& instance) {
-                           const LONG n = instance.param.nDays;
-                           return (n < 0 ? "Minus" : "") + std::to_string(n < 0 ? -n : n) + "Days";
-                         });
 
 }  // namespace
 #endif

@@ -8,26 +8,6 @@ using namespace testing_support;
 
 namespace {
 
-TEST(Sdk, OpenOptionsAreThoseOfTheModelThatIsHandedIn) {
-  static DWORD s_dwOptions = 0;
-  constexpr DevInfo kInfo = {nullptr, DEVCAP_OPEN_OPTION};
-  constexpr RespInfo kResponses = {nullptr, RESP_ONE_BYTE_STATUS};
-  const DevData model{&kInfo, &kResponses, nullptr};
-  const DevData* pModel = &model;
-  CSdk sdk;
-  sdk.pOpenW = [](LPCWSTR, DWORD* pdwSession) -> DWORD {
-    s_dwOptions = *pdwSession;
-    *pdwSession = 9;
-    return 0;
-  };
-  EXPECT_EQ(sdk.Open(L"nobody", TRUE, &pModel), 0u);
-  EXPECT_EQ(s_dwOptions, 0x1000200u);
-  EXPECT_EQ(pModel, &model);
-  s_dwOptions = 0;
-  EXPECT_EQ(sdk.Open(L"nobody", TRUE, &pModel), 0u);  // a session is open: nothing happens
-  EXPECT_EQ(s_dwOptions, 0u);
-}
-
 class SdkFile : public WorldTest {};
 
 TEST_F(SdkFile, IsLoadedOnce) {
