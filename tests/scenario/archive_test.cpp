@@ -67,12 +67,12 @@ TEST_P(Archive, SwitchedOffMakesOnlyTheRoot) {
   m_pQueue->data["JobSettingFlags"] = Spooler::Dword(0);
   EXPECT_TRUE(Print("x"));
   EXPECT_TRUE(World::ListFolder(kRoot).empty());
-  EXPECT_NE(GetFileAttributesW(sim::Wide(kRoot).c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_TRUE(Exists(kRoot));
   m_pQueue->data.erase("JobFilePath");
   m_pQueue->data["JobSettingFlags"] = Spooler::Dword(1);
   World::DeleteTree(kRoot);
   EXPECT_TRUE(Print("x"));
-  EXPECT_EQ(GetFileAttributesW(sim::Wide(kRoot).c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_FALSE(Exists(kRoot));
 }
 
 TEST_P(Archive, ValuesOfTheWrongSizeSwitchItOff) {
@@ -184,11 +184,8 @@ TEST_P(Archive, FileThatIsHeldOpenMissesABuffer) {
 }
 
 TEST_P(Archive, RootThatGoesAwayInTheMiddleOfAJobOnlyCostsTheRestOfTheCopy) {
-  sim::PrintOptions options;
-  options.cbChunk = 10;
-  options.onProgress = [](std::uint64_t ullDone) {
-    if (ullDone == 20) World::DeleteTree(kRoot);
-  };
+  const auto options = AtByte(
+      20, [] { World::DeleteTree(kRoot); }, 10);
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(50), "TEXT", options).bDelivered);
   EXPECT_EQ(world().PrinterOf("USB001").LastStrip(), Receipt(50));
   EXPECT_EQ(World::LogCount("Fail to open the output job file."), 3u);
@@ -209,12 +206,9 @@ TEST_P(Archive, RefusedAndFullDisksOnlyCostTheirBuffer) {
                    {"WriteFile", ERROR_DISK_FULL, "Fail to write to output job file."}};
   for (const auto& failure : kFailures) {
     World::DeleteTree(kRoot);
-    sim::PrintOptions options;
-    options.cbChunk = 10;
     const w32::FaultsOn faults;
-    options.onProgress = [&](std::uint64_t ullDone) {
-      if (ullDone == 10) w32::FailCalls(failure.pszApi, 1, 0, failure.dwError);
-    };
+    const auto options = AtByte(
+        10, [&] { w32::FailCalls(failure.pszApi, 1, 0, failure.dwError); }, 10);
     EXPECT_TRUE(PrintOn(m_hPort, "0123456789abcdefghijKLMNOPQRST", "TEXT", options).bDelivered);
     const w32::FaultsOn exempt(false);
     EXPECT_EQ(Archived(), std::vector<std::string>{"0123456789KLMNOPQRST"}) << failure.pszApi;
@@ -255,9 +249,7 @@ class Ageing : public WorldTest {
     m_pQueue->data["UtilityGUID"] = Spooler::Text("{1234}");
     m_hPort = Open("COM1");
   }
-  bool Exists(const std::string& strName) {
-    return GetFileAttributesW(sim::Wide(std::string(kRoot) + "\\" + strName).c_str()) != INVALID_FILE_ATTRIBUTES;
-  }
+  static bool There(const std::string& strName) { return Exists(std::string(kRoot) + "\\" + strName); }
   static constexpr std::uint64_t kHour = 3'600'000;
   sim::Queue* m_pQueue = nullptr;
   HANDLE m_hPort = nullptr;
@@ -274,11 +266,11 @@ TEST_F(Ageing, FolderOf47HoursStaysAndOneOf49Goes) {
   CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\newer").c_str(), nullptr);
   w32::AdvanceClock(47 * kHour);
   ASSERT_TRUE(PrintOn(m_hPort, "later").bDelivered);
-  EXPECT_FALSE(Exists("20261118"));
-  EXPECT_FALSE(Exists("old"));
-  EXPECT_TRUE(Exists("newer"));
-  EXPECT_TRUE(Exists(".keep"));
-  EXPECT_TRUE(Exists("file.txt"));
+  EXPECT_FALSE(There("20261118"));
+  EXPECT_FALSE(There("old"));
+  EXPECT_TRUE(There("newer"));
+  EXPECT_TRUE(There(".keep"));
+  EXPECT_TRUE(There("file.txt"));
 }
 
 TEST_F(Ageing, RunsFromTheTwoHundredAndSecondUnitOn) {
@@ -290,10 +282,10 @@ TEST_F(Ageing, RunsFromTheTwoHundredAndSecondUnitOn) {
   ASSERT_TRUE(PrintOn(m_hPort, "stores the word").bDelivered);
   goTo(ullMiddle + 201 * kUnit);
   ASSERT_TRUE(PrintOn(m_hPort, "201 units later").bDelivered);
-  EXPECT_TRUE(Exists("20261118"));
+  EXPECT_TRUE(There("20261118"));
   goTo(ullMiddle + 202 * kUnit);
   ASSERT_TRUE(PrintOn(m_hPort, "202 units later").bDelivered);
-  EXPECT_FALSE(Exists("20261118"));
+  EXPECT_FALSE(There("20261118"));
 }
 
 TEST_F(Ageing, QueueWithoutAGuidRemembersTheRunInMemory) {
@@ -303,7 +295,7 @@ TEST_F(Ageing, QueueWithoutAGuidRemembersTheRunInMemory) {
   CreateDirectoryW(sim::Wide(std::string(kRoot) + "\\old").c_str(), nullptr);
   w32::AdvanceClock(2 * kHour);
   ASSERT_TRUE(PrintOn(m_hPort, "does not").bDelivered);
-  EXPECT_TRUE(Exists("old"));
+  EXPECT_TRUE(There("old"));
   EXPECT_EQ(World::LogCount("GetPrinterData [dwReturned:0]"), 3u);  // two starts, one run
 }
 
@@ -358,20 +350,13 @@ TEST_F(Ageing, QueueWhoseGuidCannotBeReadWholeHasNone) {
   for (std::uint64_t ullSeed = 1; ullSeed <= 60; ++ullSeed) {
     w32::SetSeed(ullSeed);
     gJob.dwChkJobFileTime = 1;
-    const HANDLE hThread = CreateThread(
-        nullptr, 0,
-        [](LPVOID) -> DWORD {
-          gJob.dwChkJobFileTime = 2;  // another queue's job end
-          return 0;
-        },
-        nullptr, 0, nullptr);
+    Beside other([] { gJob.dwChkJobFileTime = 2; });  // another queue's job end
     HANDLE hPrinter = nullptr;
     ASSERT_TRUE(OpenPrinterW(sim::Wide("Till").data(), &hPrinter, nullptr));
     wchar_t* pszRoot = nullptr;
     wchar_t* pszFile = nullptr;
     gJob.MakeSettings(hPrinter, {2026, 11, 0, 18, 9, 0, 0, 0}, &pszRoot, &pszFile, FALSE);
-    WaitForSingleObject(hThread, INFINITE);
-    CloseHandle(hThread);
+    other.Join();
     ClosePrinter(hPrinter);
     ReleaseMemory(pszRoot);
     ReleaseMemory(pszFile);
@@ -386,7 +371,7 @@ TEST_F(Ageing, QueueThatNeverRanDoesNotGoByAnotherQueuesRun) {
   w32::AdvanceClock(2 * kHour);
   m_pQueue->data["UtilityGUID"] = Spooler::Text("{5678}");
   ASSERT_TRUE(PrintOn(m_hPort, "runs it for the first time").bDelivered);
-  EXPECT_FALSE(Exists("old"));
+  EXPECT_FALSE(There("old"));
 }
 
 TEST_F(Ageing, DotNamedFolderKeepsItsParent) {
@@ -411,7 +396,7 @@ TEST_F(Ageing, LinkLeavesWhatItLeadsToAlone) {
   World::WriteWholeFile(std::string(kRoot) + "\\old\\stamp.txt", "gives the folder a time of this clock");
   w32::AdvanceClock(30 * kHour);
   ASSERT_TRUE(PrintOn(m_hPort, "later").bDelivered);
-  EXPECT_FALSE(Exists("old"));
+  EXPECT_FALSE(There("old"));
   std::string strText;
   EXPECT_TRUE(World::ReadWholeFile("C:\\Elsewhere\\precious.txt", strText));
 }

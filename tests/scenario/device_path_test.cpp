@@ -377,14 +377,11 @@ TEST_F(DevicePath, CloseWithARunningJobStopsItsWatcherFirst) {
 
 TEST_F(DevicePath, JobThatLeavesTheSpoolerEndsItsWatcherQuietly) {
   const HANDLE hPort = Open("USB001");
-  sim::PrintOptions options;
-  options.cbChunk = 10;
-  options.onProgress = [&](std::uint64_t ullDone) {
-    if (ullDone != 50) return;
+  const auto leave = [&] {
     world().spooler.RemoveJob(LastJob());
     Sleep(700);
   };
-  EXPECT_TRUE(PrintOn(hPort, Receipt(100), "RAW", options).bDelivered);
+  EXPECT_TRUE(PrintOn(hPort, Receipt(100), "RAW", AtByte(50, leave, 10)).bDelivered);
   EXPECT_EQ(World::LogCount("GetJob [err:87, dwJobId:1"), 1u);
   EXPECT_EQ(Paper(), Receipt(100));
 }

@@ -55,38 +55,25 @@ TEST_F(Hostile, WriteThatSawAPassingCancelLeavesTheJobItsConfirmation) {
 }
 
 TEST_F(Hostile, JobThatIsDeletedAtItsEndIsNotConfirmed) {
-  sim::PrintOptions options;
-  options.onProgress = [&](std::uint64_t ullDone) {
-    if (ullDone == 900) world().spooler.SetStatus(LastJob(), JOB_STATUS_DELETING);
-  };
+  const auto options = AtByte(900, [&] { world().spooler.SetStatus(LastJob(), JOB_STATUS_DELETING); });
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(900), "TEXT", options).bDelivered);
   EXPECT_EQ(world().journal.Count("transfer begins timeout=10000"), 1u);  // that before the first byte
   EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
 }
 
 TEST_F(Hostile, RequestBesideACloseIsServedToItsEndAndALaterOneRefused) {
-  struct Asking {
-    World* pWorld;
-    HANDLE hPort;
-    BOOL bForwarded = FALSE;
-  } asking{&world(), m_hPort};
-  const HANDLE hThread = CreateThread(
-      nullptr, 0,
-      [](LPVOID p) -> DWORD {
-        auto& a = *static_cast<Asking*>(p);
-        const sim::ActAsClient client;
-        sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
-        DWORD cb = 0;
-        a.bForwarded = a.pWorld->spooler.pMonitor->pfnGetPrinterDataFromPort(a.hPort, 0, request.data(), nullptr, 0,
-                                                                             nullptr, 0, &cb);
-        return 0;
-      },
-      &asking, 0, nullptr);
+  BOOL bForwarded = FALSE;
+  Beside driver([&] {
+    const sim::ActAsClient client;
+    sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
+    DWORD cb = 0;
+    bForwarded =
+        world().spooler.pMonitor->pfnGetPrinterDataFromPort(m_hPort, 0, request.data(), nullptr, 0, nullptr, 0, &cb);
+  });
   Sleep(100);  // it pauses between its two steps
   EXPECT_TRUE(world().spooler.ClosePort(m_hPort));
-  EXPECT_EQ(WaitForSingleObject(hThread, 0), WAIT_OBJECT_0);
-  CloseHandle(hThread);
-  EXPECT_TRUE(asking.bForwarded);
+  EXPECT_TRUE(driver.Ends(0));
+  EXPECT_TRUE(bForwarded);
   EXPECT_EQ(world().spooler.FindQueue("Till")->strShare, "Front");
   EXPECT_FALSE(
       world().spooler.pMonitor->pfnGetPrinterDataFromPort(m_hPort, 1, nullptr, nullptr, 0, nullptr, 0, nullptr));
@@ -97,19 +84,12 @@ TEST_F(Hostile, RequestBesideACloseIsServedToItsEndAndALaterOneRefused) {
 
 TEST_F(Hostile, LogThatAnotherProcessHoldsCostsAMinuteAndALine) {
   const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
-  struct Holder {
-    HANDLE hMutex;
-    std::atomic<bool> bStop{false};
-  } holder{hMutex};
-  const HANDLE hThread = CreateThread(
-      nullptr, 0,
-      [](LPVOID p) -> DWORD {
-        auto& h = *static_cast<Holder*>(p);
-        WaitForSingleObject(h.hMutex, INFINITE);
-        while (!h.bStop) Sleep(100);
-        return ReleaseMutex(h.hMutex) ? 0 : 1;
-      },
-      &holder, 0, nullptr);
+  std::atomic<bool> bStop{false};
+  Beside holder([&] {
+    WaitForSingleObject(hMutex, INFINITE);
+    while (!bStop) Sleep(100);
+    EXPECT_TRUE(ReleaseMutex(hMutex));
+  });
   Sleep(50);
   DWORD dwStart = GetTickCount();
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(500), "TEXT").bDelivered);
@@ -118,9 +98,8 @@ TEST_F(Hostile, LogThatAnotherProcessHoldsCostsAMinuteAndALine) {
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(500, 'B'), "TEXT").bDelivered);
   EXPECT_LT(GetTickCount() - dwStart, 5'000u);
   EXPECT_EQ(Printer().LastStrip(), Receipt(500) + Receipt(500, 'B'));
-  holder.bStop = true;
-  WaitForSingleObject(hThread, INFINITE);
-  CloseHandle(hThread);
+  bStop = true;
+  holder.Join();
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(500, 'C'), "TEXT").bDelivered);
   EXPECT_EQ(World::LogCount("<=== Log output here failed"), 1u);
   EXPECT_GT(World::LogCount("JobId:3"), 0u);
@@ -220,10 +199,7 @@ TEST_F(Hostile, ClientThatCannotBeImpersonatedAgainLosesTheArchiveAndNothingElse
 
 TEST_F(Hostile, DeviceThatRefusesEverythingIsAskedTwiceASecond) {
   const std::string strJob = Receipt(3000);
-  sim::PrintOptions options;
-  options.onProgress = [&](std::uint64_t ullDone) {
-    if (ullDone == strJob.size()) world().library.Answer("send", ERROR_GEN_FAILURE, 1'000'000);
-  };
+  const auto options = AtByte(strJob.size(), [&] { world().library.Answer("send", ERROR_GEN_FAILURE, 1'000'000); });
   m_dwJob = world().spooler.NewJob("Till", "TEXT");
   const auto pJob = world().spooler.PrintAsync(m_hPort, m_dwJob, strJob, options);
   EXPECT_FALSE(pJob->Wait(900'000));  // a quarter of an hour

@@ -48,15 +48,12 @@ TEST_F(Links, FileWithASecondNameElsewhereIsNeverWrittenTo) {
   const HANDLE hPort = OpenArchived();
   EXPECT_TRUE(PrintOn(hPort, "first").bDelivered);
   const std::string strOutside = std::string(kOutside) + "\\file";
-  sim::PrintOptions options;
-  options.cbChunk = 6;
-  options.onProgress = [&](std::uint64_t ullDone) {  // the job's file is replaced in the middle of the job
-    if (ullDone != 6) return;
+  const auto replace = [&] {  // the job's file, in the middle of the job
     const std::string strFile = DayFolder() + "\\" + World::ListFolder(DayFolder()).back();
     DeleteFileW(sim::Wide(strFile).c_str());
     CreateHardLinkW(sim::Wide(strFile).c_str(), sim::Wide(strOutside).c_str(), nullptr);
   };
-  EXPECT_TRUE(PrintOn(hPort, "second job", "RAW", options).bDelivered);
+  EXPECT_TRUE(PrintOn(hPort, "second job", "RAW", AtByte(6, replace, 6)).bDelivered);
   EXPECT_EQ(world().portMonitor.Port("COM1").strDelivered, "firstsecond job");
   EXPECT_EQ(World::LogCount("Fail to open the output job file. ["), 1u);
 
@@ -108,7 +105,7 @@ TEST_F(Links, ArchiveRootMayBeALinkAndItsDayFolderMayNot) {
   const HANDLE hAgain = Open("COM1");
   EXPECT_TRUE(PrintOn(hAgain, "three days later").bDelivered);
   world().spooler.ClosePort(hAgain);
-  EXPECT_EQ(GetFileAttributesW(sim::Wide("C:\\RealJobs\\" + strDay).c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_FALSE(Exists("C:\\RealJobs\\" + strDay));
   EXPECT_EQ(OutsideFile(), "somebody's");
   EndWorld();
   RemoveDirectoryW(sim::Wide(kRoot).c_str());
@@ -141,29 +138,20 @@ void Swapping(const Swap& swap) {
     w32::SetSeed(ullSeed);
     swap.setUp();
     const auto before = World::ArchivedFiles("C:\\Target");
-    struct Swapper {
-      std::string strPlace;
-      std::atomic<bool> bStop{false};
-    } swapper{swap.strPlace};
-    const HANDLE hThread = CreateThread(
-        nullptr, 0,
-        [](LPVOID p) -> DWORD {
-          auto& s = *static_cast<Swapper*>(p);
-          const sim::WideString place = sim::Wide(s.strPlace);
-          const sim::WideString aside = sim::Wide(s.strPlace + "-aside");
-          while (!s.bStop) {
-            if (!MoveFileW(place.c_str(), aside.c_str())) continue;
-            CreateSymbolicLinkW(place.c_str(), L"C:\\Target\\Inner", SYMBOLIC_LINK_FLAG_DIRECTORY);
-            RemoveDirectoryW(place.c_str());
-            MoveFileW(aside.c_str(), place.c_str());
-          }
-          return 0;
-        },
-        &swapper, 0, nullptr);
+    std::atomic<bool> bStop{false};
+    Beside swapper([&] {
+      const sim::WideString place = sim::Wide(swap.strPlace);
+      const sim::WideString aside = sim::Wide(swap.strPlace + "-aside");
+      while (!bStop) {
+        if (!MoveFileW(place.c_str(), aside.c_str())) continue;
+        CreateSymbolicLinkW(place.c_str(), L"C:\\Target\\Inner", SYMBOLIC_LINK_FLAG_DIRECTORY);
+        RemoveDirectoryW(place.c_str());
+        MoveFileW(aside.c_str(), place.c_str());
+      }
+    });
     swap.work();
-    swapper.bStop = true;
-    WaitForSingleObject(hThread, INFINITE);
-    CloseHandle(hThread);
+    bStop = true;
+    swapper.Join();
     ASSERT_EQ(World::ArchivedFiles("C:\\Target"), before) << swap.pszName << ", seed " << ullSeed;
   }
 }

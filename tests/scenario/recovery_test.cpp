@@ -36,14 +36,6 @@ class Recovery : public WorldTest, public ::testing::WithParamInterface<Protocol
     world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
     return pJob;
   }
-  // Does something when the last byte of a job was taken, before its end is confirmed.
-  static sim::PrintOptions BeforeTheEnd(std::uint64_t cb, std::function<void()> act) {
-    sim::PrintOptions options;
-    options.onProgress = [=](std::uint64_t ullDone) {
-      if (ullDone == cb) act();
-    };
-    return options;
-  }
   std::size_t Reprints() { return World::LogCount("ReprintDumpData() done."); }
   HANDLE m_hPort = nullptr;
 };
@@ -130,7 +122,7 @@ TEST_P(Recovery, OffLineLineIsWaitedFor) {
 }
 
 TEST_P(Recovery, LineLostAtTheConfirmationEndsInAReprint) {
-  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { world().library.Answer("send", 1167, 1); })).bDelivered);
+  EXPECT_TRUE(PrintText(Receipt(500), AtByte(500, [&] { world().library.Answer("send", 1167, 1); })).bDelivered);
   // Once from the request that did not go out, once from the wait for its answer.
   EXPECT_EQ(World::LogCount("Fail to get exec resp. [OFFLINE][Port:USB001]"), 2u);
   EXPECT_EQ(Reprints(), 1u);
@@ -139,21 +131,21 @@ TEST_P(Recovery, LineLostAtTheConfirmationEndsInAReprint) {
 
 TEST_P(Recovery, ReprintThatTheLibraryMiscountsOrThatHasNoDataEndsTheJob) {
   Printer().Plan({FaultKind::BlankStatus, 400, 0});
-  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { world().library.SetSurplus(1); })).bDelivered);
+  EXPECT_TRUE(PrintText(Receipt(500), AtByte(500, [&] { world().library.SetSurplus(1); })).bDelivered);
   EXPECT_EQ(World::LogCount("[srv:USB001] MonWritePort pmWrite() overrun!!"), 1u);
   EXPECT_EQ(World::LogCount("ReprintDumpData ERROR_INVALID_PARAMETER [Port:USB001]"), 1u);
   world().library.SetSurplus(0);
   while (!Printer().Idle()) Sleep(100);
   Printer().Plan({FaultKind::BlankStatus, Printer().BytesProcessed() + 400, 0});
   auto& cache = static_cast<IniPort*>(m_hPort)->reprintMng;
-  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { ManageReprintMng(&cache, 0); })).bDelivered);
+  EXPECT_TRUE(PrintText(Receipt(500), AtByte(500, [&] { ManageReprintMng(&cache, 0); })).bDelivered);
   EXPECT_EQ(World::LogCount("ReprintDumpData ERROR_INVALID_PARAMETER [Port:USB001]"), 2u);
   EXPECT_EQ(Reprints(), 0u);
 }
 
 TEST_P(Recovery, ReprintGoesOnWhereATimeoutStoppedIt) {
   Printer().Plan({FaultKind::BlankStatus, 400, 0});
-  EXPECT_TRUE(PrintText(Receipt(500), BeforeTheEnd(500, [&] { world().library.SetPartialSends(200); })).bDelivered);
+  EXPECT_TRUE(PrintText(Receipt(500), AtByte(500, [&] { world().library.SetPartialSends(200); })).bDelivered);
   EXPECT_EQ(World::LogCount("[srv:USB001] MonWritePort pmWrite() [TIMEOUT]"), 2u);
   EXPECT_EQ(World::LogCount("ReprintDumpData() done.[DATALEN:100]"), 1u);
   EXPECT_EQ(Printer().LastStrip(), Receipt(500));
@@ -166,10 +158,7 @@ TEST_P(Recovery, JobThatCannotBeCachedIsRefused) {
   sim::PrintResult result;
   unsigned nSkip = 0;
   while (nSkip < 50 && World::LogCount("CashWriteData [ERR_WORKAREA_NO_MEMORY]") == 0) {
-    sim::PrintOptions options;
-    options.onProgress = [&](std::uint64_t ullDone) {
-      if (ullDone == 0) w32::FailCalls("HeapAlloc", 1, nSkip);
-    };
+    const auto options = AtByte(0, [&] { w32::FailCalls("HeapAlloc", 1, nSkip); });
     result = PrintText(Receipt(500), options);
     w32::ResetFaults();
     ++nSkip;

@@ -96,25 +96,11 @@ class Simulation {
       w32::FailCalls("CreateThread", 1 + Pick(2), Pick(6));
       if (Chance(2)) w32::FailCalls("GetJobW", 1 + Pick(2), 3 + Pick(40));
     }
-    const HANDLE hLogHolder = m_bLogHeld ? HoldLogMutex(Pick(100'000)) : nullptr;
-    const HANDLE hLinkMaker = m_bLinks ? MakeLinks() : nullptr;
-    struct Start {
-      Simulation* pSimulation;
-      PortPlan* pPort;
-    };
-    std::vector<Start> starts;
-    std::vector<HANDLE> threads;
-    for (PortPlan& port : m_ports) starts.push_back({this, &port});
-    for (Start& start : starts) {
-      threads.push_back(CreateThread(
-          nullptr, 0,
-          [](LPVOID p) -> DWORD {
-            auto& s = *static_cast<Start*>(p);
-            s.pSimulation->PrintJobs(*s.pPort);
-            return 0;
-          },
-          &start, 0, nullptr));
-    }
+    std::vector<std::unique_ptr<Beside>> others;
+    if (m_bLogHeld) others.push_back(HoldLogMutex(Pick(100'000)));
+    if (m_bLinks) others.push_back(MakeLinks());
+    std::vector<std::unique_ptr<Beside>> threads;
+    for (PortPlan& port : m_ports) threads.push_back(std::make_unique<Beside>([this, &port] { PrintJobs(port); }));
     if (!bSharedDevice && Chance(3)) {  // the service goes and comes between the jobs
       Sleep(Pick(4000));
       world.services.dwState = SERVICE_STOPPED;
@@ -127,17 +113,12 @@ class Simulation {
       const DWORD dwMask = Chance(2) ? 0x596 : 0x002;
       if (m_dwMask == 0) world.SetLogLevel(dwMask);
     }
-    for (const HANDLE hThread : threads) {
-      if (WaitForSingleObject(hThread, kLongestRunMs) != WAIT_OBJECT_0) Hang();
-      CloseHandle(hThread);
-    }
+    for (const auto& pThread : threads)
+      if (!pThread->Ends(kLongestRunMs)) Hang();
     w32::ResetFaults();
     m_bStopLinks = true;
-    for (const HANDLE hThread : {hLogHolder, hLinkMaker}) {
-      if (hThread == nullptr) continue;
-      WaitForSingleObject(hThread, INFINITE);
-      CloseHandle(hThread);
-    }
+    threads.clear();
+    others.clear();
     Sleep(60'000);  // the paper comes out
     for (PortPlan& port : m_ports)
       if (!m_bHostile) Check(port);
@@ -254,25 +235,19 @@ class Simulation {
   }
 
   // Another process that has the log's mutex and does not give it back for a while.
-  static HANDLE HoldLogMutex(DWORD dwMilliseconds) {
-    static DWORD s_dwMilliseconds;
-    s_dwMilliseconds = dwMilliseconds;
-    return CreateThread(
-        nullptr, 0,
-        [](LPVOID) -> DWORD {
-          const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
-          if (WaitForSingleObject(hMutex, INFINITE) == WAIT_OBJECT_0) {
-            Sleep(s_dwMilliseconds);
-            ReleaseMutex(hMutex);
-          }
-          CloseHandle(hMutex);
-          return 0;
-        },
-        nullptr, 0, nullptr);
+  static std::unique_ptr<Beside> HoldLogMutex(DWORD dwMilliseconds) {
+    return std::make_unique<Beside>([dwMilliseconds] {
+      const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
+      if (WaitForSingleObject(hMutex, INFINITE) == WAIT_OBJECT_0) {
+        Sleep(dwMilliseconds);
+        ReleaseMutex(hMutex);
+      }
+      CloseHandle(hMutex);
+    });
   }
 
   // A user who puts links to a folder outside in the place of log and archive folders, for a while each.
-  HANDLE MakeLinks() {
+  std::unique_ptr<Beside> MakeLinks() {
     CreateDirectoryW(L"C:\\Outside", nullptr);
     CreateDirectoryW(L"C:\\Outside\\PrinterDriver", nullptr);
     sim::World::WriteWholeFile("C:\\Outside\\PrinterDriver\\20261118.log", "somebody's");
@@ -281,45 +256,32 @@ class Simulation {
       if (!port.strRoot.empty()) m_places.push_back(port.strRoot + "\\20261118");
     for (unsigned n = 0; n < 12; ++n)
       m_linkPlan.push_back({m_places[Pick(static_cast<unsigned>(m_places.size()))], Pick(700)});
-    return CreateThread(
-        nullptr, 0,
-        [](LPVOID p) -> DWORD {
-          auto& simulation = *static_cast<Simulation*>(p);
-          for (const auto& [strPlace, dwWait] : simulation.m_linkPlan) {
-            if (simulation.m_bStopLinks) break;
-            Sleep(dwWait);
-            const sim::WideString place = sim::Wide(strPlace);
-            const sim::WideString aside = sim::Wide(strPlace + ".aside");
-            MoveFileW(place.c_str(), aside.c_str());
-            if (!CreateSymbolicLinkW(place.c_str(), L"C:\\Outside\\PrinterDriver", SYMBOLIC_LINK_FLAG_DIRECTORY))
-              continue;
-            Sleep(dwWait);
-            RemoveDirectoryW(place.c_str());
-            MoveFileW(aside.c_str(), place.c_str());
-          }
-          return 0;
-        },
-        this, 0, nullptr);
+    return std::make_unique<Beside>([this] {
+      for (const auto& [strPlace, dwWait] : m_linkPlan) {
+        if (m_bStopLinks) break;
+        Sleep(dwWait);
+        const sim::WideString place = sim::Wide(strPlace);
+        const sim::WideString aside = sim::Wide(strPlace + ".aside");
+        MoveFileW(place.c_str(), aside.c_str());
+        if (!CreateSymbolicLinkW(place.c_str(), L"C:\\Outside\\PrinterDriver", SYMBOLIC_LINK_FLAG_DIRECTORY)) continue;
+        Sleep(dwWait);
+        RemoveDirectoryW(place.c_str());
+        MoveFileW(aside.c_str(), place.c_str());
+      }
+    });
   }
 
   // The driver asks while the spooler closes the port.
   void CloseBesideRequests(PortPlan& port) {
-    const HANDLE hThread = CreateThread(
-        nullptr, 0,
-        [](LPVOID p) -> DWORD {
-          const sim::ActAsClient client;
-          sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
-          DWORD cb = 0;
-          for (int n = 0; n < 3; ++n)
-            sim::World::Get().spooler.pMonitor->pfnGetPrinterDataFromPort(p, 0, request.data(), nullptr, 0, nullptr, 0,
-                                                                          &cb);
-          return 0;
-        },
-        port.hPort, 0, nullptr);
+    Beside driver([&] {
+      const sim::ActAsClient client;
+      sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
+      DWORD cb = 0;
+      for (int n = 0; n < 3; ++n)
+        world.spooler.pMonitor->pfnGetPrinterDataFromPort(port.hPort, 0, request.data(), nullptr, 0, nullptr, 0, &cb);
+    });
     Sleep(static_cast<DWORD>(m_ullSeed % 3) * 300);
     world.spooler.ClosePort(port.hPort);
-    WaitForSingleObject(hThread, INFINITE);
-    CloseHandle(hThread);
   }
 
   bool Happened(const std::string& strText) {

@@ -20,6 +20,35 @@ void CleanMachine() {
     DeleteFileW(sim::Wide(sim::World::LogFolder() + "\\" + strName).c_str());
 }
 
+Beside::Beside(std::function<void()> act) : m_act(std::move(act)) {
+  const auto run = [](LPVOID p) -> DWORD {
+    static_cast<Beside*>(p)->m_act();
+    return 0;
+  };
+  DWORD dwThreadId = 0;
+  m_hThread = CreateThread(nullptr, 0, run, this, 0, &dwThreadId);
+}
+
+void Beside::Join() {
+  if (m_hThread == nullptr) return;
+  WaitForSingleObject(m_hThread, INFINITE);
+  CloseHandle(m_hThread);
+  m_hThread = nullptr;
+}
+
+sim::PrintOptions AtByte(std::uint64_t ullDone, std::function<void()> act, DWORD cbChunk) {
+  sim::PrintOptions options;
+  if (cbChunk != 0) options.cbChunk = cbChunk;
+  options.onProgress = [=](std::uint64_t ullNow) {
+    if (ullNow == ullDone) act();
+  };
+  return options;
+}
+
+bool Exists(const std::string& strPath) {
+  return GetFileAttributesW(sim::Wide(strPath).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 WorldTest::WorldTest() {
   CleanMachine();
 #ifndef _WIN32

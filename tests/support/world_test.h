@@ -27,6 +27,26 @@ std::string Receipt(std::size_t cb, char cFirst = 'A');
 // Everything of the monitor's surroundings as on a fresh machine.
 void CleanMachine();
 
+// Something that another thread does meanwhile; it ends before this object does.
+class Beside {
+ public:
+  explicit Beside(std::function<void()> act);
+  ~Beside() { Join(); }
+  Beside(const Beside&) = delete;
+  Beside& operator=(const Beside&) = delete;
+  bool Ends(DWORD dwMilliseconds) { return WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0; }
+  void Join();
+
+ private:
+  std::function<void()> m_act;
+  HANDLE m_hThread;
+};
+
+// Print options that do something each time when so many bytes of the job were taken.
+sim::PrintOptions AtByte(std::uint64_t ullDone, std::function<void()> act, DWORD cbChunk = 0);
+
+bool Exists(const std::string& strPath);
+
 class WorldTest : public ::testing::Test {
  protected:
   WorldTest();

@@ -178,21 +178,16 @@ TEST_F(Waits, DrainGoesOnWhileFailingReadsBringSomething) {
   const auto pfnReal = sdk.pDevIoCtrl;
   sdk.pDevIoCtrl = FailingReads;
   g_nDrainReads = 0;
-  const HANDLE hThread = CreateThread(
-      nullptr, 0,
-      [](LPVOID p) -> DWORD {
-        Sleep(2000);
-        sim::World::Get().spooler.SetStatus(*static_cast<DWORD*>(p), JOB_STATUS_DELETING);
-        return 0;
-      },
-      const_cast<DWORD*>(&dwJob), 0, nullptr);
+  Beside user([&] {
+    Sleep(2000);
+    world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
+  });
   BYTE abyData[4] = {};
   DWORD cbWritten = 0;
   EXPECT_TRUE(world().spooler.pMonitor->pfnWritePort(hPort, abyData, 4, &cbWritten));
   EXPECT_EQ(cbWritten, 4u);  // the wait that followed ended with the job's deletion
   EXPECT_EQ(g_nDrainReads, 3);
-  WaitForSingleObject(hThread, INFINITE);
-  CloseHandle(hThread);
+  user.Join();
   sdk.pDevIoCtrl = pfnReal;
   world().spooler.EndDoc(hPort);
 }

@@ -1,6 +1,7 @@
 // The log: filter, trace ring, line format, files.
 #include "log/log.h"
 
+#include <array>
 #include <cstring>
 
 #include "log/log_message.h"
@@ -250,10 +251,7 @@ TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
 TEST_F(Log, MutexThatItsOwnerAbandonedIsTaken) {
   Mask(LOG_LEVEL_E);
   const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
-  const HANDLE hThread = CreateThread(
-      nullptr, 0, [](LPVOID h) -> DWORD { return WaitForSingleObject(h, INFINITE); }, hMutex, 0, nullptr);
-  WaitForSingleObject(hThread, INFINITE);
-  CloseHandle(hThread);
+  Beside([&] { WaitForSingleObject(hMutex, INFINITE); }).Join();
   Say(LOG_LEVEL_E, L"a line");
   EXPECT_EQ(World::LogCount("a line"), 1u);
   CloseHandle(hMutex);
@@ -264,25 +262,15 @@ class LogThreads : public Log {};
 
 TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
   Mask(LOG_LEVEL_E);
-  constexpr int kThreads = 4;
   constexpr int kLines = 50;
-  HANDLE ahThreads[kThreads];
-  for (HANDLE& hThread : ahThreads)
-    hThread = CreateThread(
-        nullptr, 0,
-        [](LPVOID) -> DWORD {
-          for (int n = 0; n < kLines; ++n) {
-            Say(LOG_LEVEL_T, L"trace");
-            Say(LOG_LEVEL_E, L"0123456789 a whole line 9876543210");
-          }
-          return 0;
-        },
-        nullptr, 0, nullptr);
-  for (const HANDLE hThread : ahThreads) {
-    WaitForSingleObject(hThread, INFINITE);
-    CloseHandle(hThread);
-  }
-  EXPECT_EQ(World::LogCount("\tRoutine(7) \t0123456789 a whole line 9876543210\r\n"), std::size_t{kThreads * kLines});
+  const auto say = [] {
+    for (int n = 0; n < kLines; ++n) {
+      Say(LOG_LEVEL_T, L"trace");
+      Say(LOG_LEVEL_E, L"0123456789 a whole line 9876543210");
+    }
+  };
+  for (Beside& thread : std::array<Beside, 4>{Beside(say), Beside(say), Beside(say), Beside(say)}) thread.Join();
+  EXPECT_EQ(World::LogCount("\tRoutine(7) \t0123456789 a whole line 9876543210\r\n"), std::size_t{4 * kLines});
 }
 
 #ifndef _WIN32
@@ -294,33 +282,27 @@ class LogClock : public Log {
   void Old(const char* pszName, const char* pszText) {
     World::WriteWholeFile(World::LogFolder() + "\\" + pszName, pszText);
   }
-  bool Exists(const char* pszName) {
-    return GetFileAttributesW(sim::Wide(World::LogFolder() + "\\" + pszName).c_str()) != INVALID_FILE_ATTRIBUTES;
-  }
+  static bool There(const char* pszName) { return Exists(World::LogFolder() + "\\" + pszName); }
 };
 
 TEST_F(LogClock, LineWaitsASecondForItsTurnAndThenGoesOn) {
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"first");
   w32::SetClock({2026, 11, 0, 18, 9, 0, 0, 0});
-  const auto start = [](LPTHREAD_START_ROUTINE pfn) { return CreateThread(nullptr, 0, pfn, nullptr, 0, nullptr); };
-  const HANDLE ahThreads[] = {start([](LPVOID) -> DWORD {
-                                const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
-                                WaitForSingleObject(hMutex, INFINITE);
-                                Sleep(30'000);
-                                ReleaseMutex(hMutex);
-                                return CloseHandle(hMutex) ? 0 : 1;
-                              }),
-                              start([](LPVOID) -> DWORD {
-                                Sleep(500);
-                                Say(LOG_LEVEL_E, L"has the turn and waits for the file");
-                                return 0;
-                              })};
-  Sleep(1000);
-  Say(LOG_LEVEL_E, L"beside");
-  for (const HANDLE hThread : ahThreads) {
-    WaitForSingleObject(hThread, INFINITE);
-    CloseHandle(hThread);
+  {
+    const Beside holder([] {
+      const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
+      WaitForSingleObject(hMutex, INFINITE);
+      Sleep(30'000);
+      ReleaseMutex(hMutex);
+      CloseHandle(hMutex);
+    });
+    const Beside first([] {
+      Sleep(500);
+      Say(LOG_LEVEL_E, L"has the turn and waits for the file");
+    });
+    Sleep(1000);
+    Say(LOG_LEVEL_E, L"beside");
   }
   const std::string strLines = Lines();
   const std::size_t nStamp = strLines.rfind("[11/18", strLines.find("beside"));
@@ -347,11 +329,11 @@ TEST_F(LogClock, ChangedLifeDaysPurgeOnTheSameDay) {
   Old("20261101.log", "Kelvane Thermal Printer Log\r\n\r\nold");
   w32::AdvanceClock(kDay / 48);
   Say(LOG_LEVEL_E, L"half an hour later");
-  EXPECT_TRUE(Exists("20261101.log"));
+  EXPECT_TRUE(There("20261101.log"));
   World::SetMachineDword("SOFTWARE\\Kelvane\\ThermalPrinterSdk", "LogLifeDays", 0);
   w32::AdvanceClock(15'000);
   Say(LOG_LEVEL_E, L"and the new value is read");
-  EXPECT_FALSE(Exists("20261101.log"));
+  EXPECT_FALSE(There("20261101.log"));
 }
 
 TEST_F(LogClock, TraceIsKeptOnlyForAMaskThatShowsErrors) {
@@ -390,11 +372,11 @@ TEST_F(LogClock, PurgeDeletesOnlyOldFilesOfOurs) {
   Old("20261128.log", "Kelvane Thermal Printer Log\r\n\r\nyounger");
   w32::AdvanceClock(1 * kDay + kDay / 12);
   Say(LOG_LEVEL_E, L"eleven days later");
-  EXPECT_FALSE(Exists("20261001.log"));
-  EXPECT_FALSE(Exists("20261118.log"));
-  EXPECT_TRUE(Exists("20261128.log"));
-  EXPECT_TRUE(Exists("2026notes.log"));
-  EXPECT_TRUE(Exists("19991231.log"));
+  EXPECT_FALSE(There("20261001.log"));
+  EXPECT_FALSE(There("20261118.log"));
+  EXPECT_TRUE(There("20261128.log"));
+  EXPECT_TRUE(There("2026notes.log"));
+  EXPECT_TRUE(There("19991231.log"));
 }
 
 TEST_F(LogClock, FolderIsMadeForEveryUserAndAFullDiskLosesNoOrder) {
