@@ -54,4 +54,13 @@ std::string Format(const char* pszFormat, ...) {
   return szText;
 }
 
+std::string Receipt(std::size_t cb, char cFirst) {
+  std::string str;
+  str.reserve(cb);
+  for (std::size_t n = 0; n < cb; ++n)
+    str +=
+        n % 40 == 39 ? '\n' : static_cast<char>('A' + (static_cast<std::size_t>(cFirst - 'A') + n * 7 + n / 40) % 26);
+  return str;
+}
+
 }  // namespace sim

@@ -44,6 +44,8 @@ using WideString = std::basic_string<wchar_t, WideTraits>;
 std::string Narrow(const wchar_t* pszText);
 WideString Wide(const std::string& strText);
 bool SameText(const std::string& strLeft, const std::string& strRight);  // without regard to the case of A to Z
+// Printable text of a size, with line ends; no byte of it is part of a printer request or a real-time command.
+std::string Receipt(std::size_t cb, char cFirst = 'A');
 std::string Format(const char* pszFormat, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace sim

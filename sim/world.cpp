@@ -235,4 +235,12 @@ void World::DeleteTree(const std::string& strFolder) {
   RemoveDirectoryW(Wide(strFolder).c_str());
 }
 
+void World::CleanMachine() {
+  DeleteMachineKey("SOFTWARE\\Kelvane\\ThermalPrinterSdk");
+  DeleteMachineKey("SOFTWARE\\Kelvane\\PrinterDriver");
+  DeleteMachineKey("SOFTWARE\\Wow6432Node\\Kelvane");
+  RegDeleteTreeW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane");
+  for (const std::string& strName : ListFolder(LogFolder())) DeleteFileW(Wide(LogFolder() + "\\" + strName).c_str());
+}
+
 }  // namespace sim

@@ -50,6 +50,9 @@ class World {
   static void DeleteMachineKey(const char* pszKey);
   static void AddSerialDevice(const std::string& strDevice, const std::string& strPort);
 
+  // Everything of the monitor's surroundings as on a fresh machine: settings, queues' words, log files.
+  static void CleanMachine();
+
   // The log: its level mask, all its text and the messages that contain a text.
   static void SetLogLevel(DWORD dwMask);
   static std::string LogFolder();

@@ -85,6 +85,8 @@ const char* AccountName(Account account) noexcept;
 void Book(Account account, int nChange) noexcept;
 using Balance = std::array<int, static_cast<std::size_t>(Account::Count)>;
 Balance CurrentBalance() noexcept;
+// What is open now and was not before: one line an account, empty when nothing is.
+std::string Leaks(const Balance& before);
 // Bytes of the process heap that are in use, the allocator's rounding included, and the most that ever were.
 struct HeapCount {
   std::uint64_t ullNow;

@@ -144,6 +144,18 @@ Balance CurrentBalance() noexcept {
   return balance;
 }
 
+std::string Leaks(const Balance& before) {
+  const Balance now = CurrentBalance();
+  std::string str;
+  for (std::size_t n = 0; n < now.size(); ++n)
+    if (now[n] != before[n])
+      str.append(AccountName(static_cast<Account>(n)))
+          .append(": ")
+          .append(std::to_string(now[n] - before[n]))
+          .append("\n");
+  return str;
+}
+
 }  // namespace w32
 
 extern "C" {

@@ -113,7 +113,7 @@ TEST_F(Links, ArchiveRootMayBeALinkAndItsDayFolderMayNot) {
 }
 
 TEST(LinksAtLoad, BaseFolderIsNotMadeBehindALink) {
-  CleanMachine();
+  World::CleanMachine();
   World::DeleteTree("C:\\ProgramData\\Kelvane");
   CreateDirectoryW(L"C:\\Elsewhere", nullptr);
   Link("C:\\ProgramData\\Kelvane", "C:\\Elsewhere");
@@ -165,7 +165,7 @@ void MakeTarget() {
 }
 
 TEST(SwappedFolders, PurgeOfTheLog) {
-  CleanMachine();
+  World::CleanMachine();
   CLogfile logfile;
   logfile.SetModuleFolder("SWAP   \0Swapped");
   const std::string strFolder = "C:\\ProgramData\\Kelvane\\Logs\\Swapped";
@@ -183,7 +183,7 @@ TEST(SwappedFolders, PurgeOfTheLog) {
 }
 
 TEST(SwappedFolders, LinesAndRotation) {
-  CleanMachine();
+  World::CleanMachine();
   World::SetLogLevel(LOG_LEVEL_E);
   LogObject().SetModuleFolder("DRV_LM \0PrinterDriver");
   Swapping({"rotation", World::LogFolder(),
@@ -204,7 +204,7 @@ TEST(SwappedFolders, LinesAndRotation) {
 }
 
 TEST(SwappedFolders, WritingAndAgeingOfTheArchive) {
-  CleanMachine();
+  World::CleanMachine();
   const std::string strDay = std::string(kRoot) + "\\20261118";
   Swapping({"archive", strDay,
             [&] {

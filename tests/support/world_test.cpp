@@ -1,40 +1,8 @@
 #include "tests/support/world_test.h"
 
+using sim::World;
+
 namespace testing_support {
-
-std::string Receipt(std::size_t cb, char cFirst) {
-  std::string str;
-  str.reserve(cb);
-  for (std::size_t n = 0; n < cb; ++n)
-    str +=
-        n % 40 == 39 ? '\n' : static_cast<char>('A' + (static_cast<std::size_t>(cFirst - 'A') + n * 7 + n / 40) % 26);
-  return str;
-}
-
-void CleanMachine() {
-  sim::World::DeleteMachineKey("SOFTWARE\\Kelvane\\ThermalPrinterSdk");
-  sim::World::DeleteMachineKey("SOFTWARE\\Kelvane\\PrinterDriver");
-  sim::World::DeleteMachineKey("SOFTWARE\\Wow6432Node\\Kelvane");
-  RegDeleteTreeW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane");
-  for (const std::string& strName : sim::World::ListFolder(sim::World::LogFolder()))
-    DeleteFileW(sim::Wide(sim::World::LogFolder() + "\\" + strName).c_str());
-}
-
-Beside::Beside(std::function<void()> act) : m_act(std::move(act)) {
-  const auto run = [](LPVOID p) -> DWORD {
-    static_cast<Beside*>(p)->m_act();
-    return 0;
-  };
-  DWORD dwThreadId = 0;
-  m_hThread = CreateThread(nullptr, 0, run, this, 0, &dwThreadId);
-}
-
-void Beside::Join() {
-  if (m_hThread == nullptr) return;
-  WaitForSingleObject(m_hThread, INFINITE);
-  CloseHandle(m_hThread);
-  m_hThread = nullptr;
-}
 
 sim::PrintOptions AtByte(std::uint64_t ullDone, std::function<void()> act, DWORD cbChunk) {
   sim::PrintOptions options;
@@ -50,7 +18,7 @@ bool Exists(const std::string& strPath) {
 }
 
 WorldTest::WorldTest() {
-  CleanMachine();
+  World::CleanMachine();
 #ifndef _WIN32
   m_before = w32::CurrentBalance();
 #endif
@@ -67,7 +35,7 @@ void WorldTest::EndWorld() {
   EXPECT_EQ(m_world->journal.Count("violation"), 0u) << m_world->journal.Of("violation").front();
   m_world.reset();
 #ifndef _WIN32
-  EXPECT_EQ(Leaks(m_before), "");
+  EXPECT_EQ(w32::Leaks(m_before), "");
 #endif
 }
 
@@ -78,22 +46,13 @@ sim::PrintResult WorldTest::PrintOn(HANDLE hPort, const std::string& strData, co
 }
 
 #ifndef _WIN32
-std::string Leaks(const w32::Balance& before) {
-  const w32::Balance now = w32::CurrentBalance();
-  std::string str;
-  for (std::size_t n = 0; n < now.size(); ++n)
-    if (now[n] != before[n])
-      str += sim::Format("%s: %+d\n", w32::AccountName(static_cast<w32::Account>(n)), now[n] - before[n]);
-  return str;
-}
-
 std::uint64_t FailEveryCall(DWORD dwLogLevels, const Scenario& machine, const Scenario& scenario) {
   const auto run = [&](std::uint64_t ullPoint) {
-    CleanMachine();
+    World::CleanMachine();
     const w32::Balance before = w32::CurrentBalance();
     {
-      sim::World world;
-      sim::World::SetLogLevel(dwLogLevels);
+      World world;
+      World::SetLogLevel(dwLogLevels);
       world.Attach();
       machine(world);
       w32::ResetFaults();
@@ -108,7 +67,7 @@ std::uint64_t FailEveryCall(DWORD dwLogLevels, const Scenario& machine, const Sc
                                                         << ullPoint << " (" << w32::LastFailedApi() << ") failed";
       }
     }
-    EXPECT_EQ(Leaks(before), "") << "call " << ullPoint << " (" << w32::LastFailedApi() << ") failed";
+    EXPECT_EQ(w32::Leaks(before), "") << "call " << ullPoint << " (" << w32::LastFailedApi() << ") failed";
     const std::uint64_t ullPassed = w32::FaultPointsPassed();
     w32::ResetFaults();
     return ullPassed;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/beside.h"
 #include "sim/world.h"
 
 #ifndef _WIN32
@@ -16,31 +17,13 @@
 
 namespace testing_support {
 
+using sim::Beside;
+using sim::Receipt;
+
 constexpr char kModel[] = "Kelvane HM-520";  // eight-byte statuses
 constexpr char kOneByteModel[] = "Kelvane Tagline 62";
 constexpr char kFlagModel[] = "Kelvane PX-9";  // keeps its archive settings in "LogSettingFlags"
 constexpr char kUnknownModel[] = "Somebody's Laser";
-
-// Printable text of a size, with line ends; no byte of it is part of a printer request or a real-time command.
-std::string Receipt(std::size_t cb, char cFirst = 'A');
-
-// Everything of the monitor's surroundings as on a fresh machine.
-void CleanMachine();
-
-// Something that another thread does meanwhile; it ends before this object does.
-class Beside {
- public:
-  explicit Beside(std::function<void()> act);
-  ~Beside() { Join(); }
-  Beside(const Beside&) = delete;
-  Beside& operator=(const Beside&) = delete;
-  bool Ends(DWORD dwMilliseconds) { return WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0; }
-  void Join();
-
- private:
-  std::function<void()> m_act;
-  HANDLE m_hThread;
-};
 
 // Print options that do something each time when so many bytes of the job were taken.
 sim::PrintOptions AtByte(std::uint64_t ullDone, std::function<void()> act, DWORD cbChunk = 0);
@@ -81,9 +64,6 @@ constexpr DWORD kAllLevels = 0x596;
 constexpr DWORD kErrorsAlone = 0x002;
 using Scenario = std::function<void(sim::World&)>;
 std::uint64_t FailEveryCall(DWORD dwLogLevels, const Scenario& machine, const Scenario& scenario);
-
-// What is open now and was not before: one line an account, empty when nothing is.
-std::string Leaks(const w32::Balance& before);
 #endif
 
 }  // namespace testing_support

@@ -59,7 +59,7 @@ bool Ends(pid_t nChild) {
 
 TEST(LogProcesses, TenThousandLinesEachAndNoneIsLostOrMixed) {
   constexpr int kLines = 10'000;
-  CleanMachine();
+  World::CleanMachine();
   World::SetLogLevel(0x2);
   const auto first = Start(sim::Format("%d first", kLines));
   const auto second = Start(sim::Format("%d second", kLines));

@@ -23,7 +23,7 @@ void Say(DWORD dwLevel, const wchar_t* pszText, const char* pszRoutine = "Routin
 class Log : public ::testing::Test {
  protected:
   Log() {
-    CleanMachine();
+    World::CleanMachine();
     LogObject().SetModuleFolder(kModule);
   }
   void Mask(DWORD dwMask) { World::SetLogLevel(dwMask); }

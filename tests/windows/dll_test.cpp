@@ -54,7 +54,7 @@ struct Image {
 class Dll : public ::testing::Test {
  protected:
   Dll() {
-    CleanMachine();
+    World::CleanMachine();
     m_world.emplace();
     m_hDll = LoadLibraryW((ProgramFolder() + L"\\kelvane_lm.dll").c_str());
     if (m_hDll == nullptr) return;

@@ -1,6 +1,6 @@
 // Many seeds of random jobs, printer faults, cancels, service stops, refused calls and changed settings on several ports at
 // once, some with platform calls that fail at random; and what must hold after each.
-#include "tests/simulation/random_jobs.h"
+#include "tools/lmsim/random_jobs.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,15 +8,20 @@
 #include <map>
 #include <random>
 
-#include "tests/simulation/story_judge.h"
-#include "tests/support/world_test.h"
+#include "posix/control.h"
+#include "sim/beside.h"
+#include "sim/world.h"
+#include "tools/lmsim/story_judge.h"
+#include "tools/lmsim/verdict.h"
 
-using namespace testing_support;
+using sim::Beside;
 using sim::Fault;
 using sim::FaultKind;
 
 namespace {
 
+constexpr char kModel[] = "Kelvane HM-520";  // eight-byte statuses
+constexpr char kOneByteModel[] = "Kelvane Tagline 62";
 constexpr DWORD kCancelled = JOB_STATUS_DELETING | JOB_STATUS_DELETED | JOB_STATUS_RESTART;
 // A deletion is noticed within one poll of the job's watcher; the rest is for the transfer that is under way.
 constexpr DWORD kNoticedMs = 600;
@@ -123,21 +128,30 @@ class Simulation {
     for (PortPlan& port : m_ports)
       if (!m_bHostile) Check(port);
     if (!m_bHostile && m_dwMask != 0) JudgeStories();
+    verdict.About("the world");
     for (PortPlan& port : m_ports) CloseBesideRequests(port);
     if (m_bLinks) {
-      EXPECT_EQ(sim::World::ArchivedFiles("C:\\Outside"), m_outside);
+      verdict.Holds(sim::World::ArchivedFiles("C:\\Outside") == m_outside, "what lies behind the links is untouched");
       sim::World::DeleteTree("C:\\Outside");
     }
     if (!m_bHostile) {
-      EXPECT_EQ(world.library.HeldLocks(), 0u);
-      EXPECT_EQ(world.library.OpenSessions(), 0u);
-      EXPECT_EQ(world.journal.Of("violation"), std::vector<std::string>());
+      verdict.Equal(world.library.HeldLocks(), 0u, "locks that are held");
+      verdict.Equal(world.library.OpenSessions(), 0u, "open sessions");
+      for (const std::string& strText : world.journal.Of("violation")) verdict.Holds(false, strText);
     }
     for (PortPlan& port : m_ports)
       if (!port.strRoot.empty()) sim::World::DeleteTree(port.strRoot);
   }
 
+  void Show() {
+    for (const std::string& strEntry : world.journal.Entries()) std::printf("%s\n", strEntry.c_str());
+    for (PortPlan& port : m_ports)
+      std::printf("%s: %s\n", port.strPort.c_str(), world.PrinterOf(port.strPort).State().c_str());
+    std::printf("%s\n", sim::World::LogText().c_str());
+  }
+
   sim::World world;
+  Verdict verdict;
 
  private:
   unsigned Pick(unsigned nBelow) { return static_cast<unsigned>(m_random() % nBelow); }
@@ -171,7 +185,7 @@ class Simulation {
     for (unsigned nJob = 0; nJob < nJobs; ++nJob) {
       RandomJob job;
       job.strData =
-          sim::Format("<%u.%u>", n, nJob) + Receipt(1 + Pick(12'000), static_cast<char>('A' + Pick(26))) + "</>";
+          sim::Format("<%u.%u>", n, nJob) + sim::Receipt(1 + Pick(12'000), static_cast<char>('A' + Pick(26))) + "</>";
       job.dwId = world.spooler.NewJob(port.strQueue, Chance(5) ? "RAW" : "TEXT");
       if (Chance(4)) {
         constexpr DWORD kChanges[] = {JOB_STATUS_DELETING, JOB_STATUS_DELETING | JOB_STATUS_DELETED, JOB_STATUS_RESTART,
@@ -295,29 +309,31 @@ class Simulation {
     const std::vector<std::string> strips = world.PrinterOf(port.strPort).Strips();
     std::pair<std::size_t, std::size_t> before;  // strip and position of the job before
     for (const RandomJob& job : port.jobs) {
+      verdict.About(sim::Format("job %u on %s", static_cast<unsigned>(job.dwId), port.strPort.c_str()));
       const sim::Job& spooled = *world.spooler.FindJob(job.dwId);
       if (!spooled.bGone) {
-        EXPECT_EQ(spooled.nSentToPrinter, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
-        EXPECT_EQ(spooled.nLastPageEjected, job.result.bStarted ? 1u : 0u) << "job " << job.dwId;
+        verdict.Equal(spooled.nSentToPrinter, job.result.bStarted ? 1u : 0u, "reports of its data");
+        verdict.Equal(spooled.nLastPageEjected, job.result.bStarted ? 1u : 0u, "reports of its last page");
       }
-      EXPECT_LE(job.result.nMostOffers, kMostOffers) << "job " << job.dwId;
-      EXPECT_TRUE(job.result.bStarted || job.result.dwError != 0) << "job " << job.dwId;
+      verdict.AtMost(job.result.nMostOffers, kMostOffers, "offers of one buffer");
+      verdict.Holds(job.result.bStarted || job.result.dwError != 0, "a refusal has a code");
       const bool bOnPortMonitor =
           Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), static_cast<unsigned>(job.dwId)));
       if (job.IsCancelled() && job.result.bStarted && !bOnPortMonitor) CheckCancelled(port, job);
       if (job.IsCancelled() || !job.result.bDelivered) continue;
       if (!strArchive.empty() && !m_bLinks) {
-        EXPECT_EQ(CountIn(strArchive, job.strData), 1u) << "job " << job.dwId << " in the archive";
+        verdict.Equal(CountIn(strArchive, job.strData), 1u, "whole in the archive");
       }
       if (spooled.strDatatype == "RAW" || bOnPortMonitor) continue;  // nobody asks the printer to confirm these
       // Whole exactly once on the last strip that has any of it, behind the job before.
       std::size_t nLast = strips.size();
       for (std::size_t n = 0; n < strips.size(); ++n)
         if (CountIn(strips[n], job.strData.substr(0, 5)) != 0) nLast = n;
-      ASSERT_LT(nLast, strips.size()) << "job " << job.dwId << " is not on paper";
-      EXPECT_EQ(CountIn(strips[nLast], job.strData), 1u) << "job " << job.dwId << " on " << port.strPort;
+      verdict.Holds(nLast < strips.size(), "it is on paper");
+      if (nLast == strips.size()) return;
+      verdict.Equal(CountIn(strips[nLast], job.strData), 1u, "whole on the last strip that has any of it");
       const std::pair<std::size_t, std::size_t> here(nLast, strips[nLast].find(job.strData));
-      EXPECT_GE(here, before) << "job " << job.dwId << " on " << port.strPort;
+      verdict.Holds(here >= before, "it stands behind the job before");
       before = here;
     }
   }
@@ -360,7 +376,7 @@ class Simulation {
         truths.push_back(truth);
       }
     }
-    Judge(StoriesOf(sim::World::LogText()), truths, m_dwMask == 0x596, m_bLogHeld || m_bLinks);
+    Judge(StoriesOf(sim::World::LogText()), truths, m_dwMask == 0x596, m_bLogHeld || m_bLinks, verdict);
   }
 
   // From the moment on when a deletion was noticed nothing is sent, and the device is cleared behind the job.
@@ -411,24 +427,22 @@ class Simulation {
         strLast = event.strText;
       }
       if (dwNoticed != 0 && event.strText.starts_with("transfer begins")) {
-        EXPECT_LE(event.dwTime, std::max(dwNoticed, dwLocked + kNoticedMs)) << "deleted job " << job.dwId;
+        verdict.AtMost(event.dwTime, std::max(dwNoticed, dwLocked + kNoticedMs),
+                       "time of a transfer after its deletion");
       }
     }
     if (dwChanged != 0) {
       const DWORD dwCall = (m_bLostWatchers ? kLongestTransferMs : 0) + (m_bLogHeld ? kLongestLogWaitMs : 0);
-      EXPECT_LE(job.dwEnded, std::max(dwChanged, dwLocked + kLockMs) + kEndsMs + dwCall) << "deleted job " << job.dwId;
+      verdict.AtMost(job.dwEnded, std::max(dwChanged, dwLocked + kLockMs) + kEndsMs + dwCall, "end after its deletion");
     }
     if (!bMustClear) return;
-    EXPECT_EQ(strBeforeLast, "sdk SDK_CANCEL_IO_EX timeout=0") << "deleted job " << job.dwId;
-    EXPECT_EQ(strLast, "sdk SDK_SET_RESET timeout=5000") << "deleted job " << job.dwId;
+    verdict.Equal(strBeforeLast, "sdk SDK_CANCEL_IO_EX timeout=0", "last but one of the clearing requests");
+    verdict.Equal(strLast, "sdk SDK_SET_RESET timeout=5000", "last of the clearing requests");
   }
 
   // Threads that never end cannot be left behind: the process ends with the story so far.
   [[noreturn]] void Hang() {
-    for (const std::string& strEntry : world.journal.Entries()) std::printf("%s\n", strEntry.c_str());
-    for (PortPlan& port : m_ports)
-      std::printf("%s: %s\n", port.strPort.c_str(), world.PrinterOf(port.strPort).State().c_str());
-    if (std::getenv("LM_SHOW") != nullptr) std::printf("%s\n", sim::World::LogText().c_str());
+    Show();
     std::printf("a job never ends\n");
     std::fflush(stdout);
     std::abort();
@@ -451,16 +465,17 @@ class Simulation {
 
 }  // namespace
 
-void RunSeed(std::uint64_t ullSeed) {
-  CleanMachine();
+bool RunSeed(std::uint64_t ullSeed, bool bShow) {
+  sim::World::CleanMachine();
   const w32::Balance before = w32::CurrentBalance();
+  bool bAllWell = false;
   {
     Simulation simulation(ullSeed);
     simulation.Run();
-    if (::testing::Test::HasFailure() && std::getenv("LM_SHOW") != nullptr) {
-      for (const std::string& strEntry : simulation.world.journal.Entries()) std::printf("%s\n", strEntry.c_str());
-      std::printf("%s\n", sim::World::LogText().c_str());
-    }
+    if (bShow) simulation.Show();
+    bAllWell = simulation.verdict.AllWell();
   }
-  EXPECT_EQ(Leaks(before), "");
+  const std::string strLeaks = w32::Leaks(before);
+  if (!strLeaks.empty()) std::printf("left open:\n%s", strLeaks.c_str());
+  return bAllWell && strLeaks.empty();
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/lmctl/job_story.h"
+#include "tools/lmsim/verdict.h"
 
 // What the world knows of a job.
 struct JobTruth {
@@ -27,4 +28,4 @@ std::vector<lmctl::Story> StoriesOf(const std::string& strLog);
 
 // bAllLevels: every member must be told; otherwise what is told must be true. bLinesLost: jobs may be missing.
 void Judge(const std::vector<lmctl::Story>& stories, const std::vector<JobTruth>& truths, bool bAllLevels,
-           bool bLinesLost);
+           bool bLinesLost, Verdict& verdict);
