@@ -1,6 +1,7 @@
 // The reprint cache and its resend.
 #include "monitor/reprint.h"
 
+#include <algorithm>
 #include <deque>
 
 #include "monitor/sdk.h"
@@ -18,6 +19,7 @@ TEST(ReprintCache, StartsAtTheSizeOfTheLastJobsAndDoubles) {
   EXPECT_EQ(mng.cbAlloc, 3'145'728u);
   EXPECT_EQ(CashWriteData(&port, bytes.data(), 20'000'000), 0u);  // more than twice the capacity
   EXPECT_EQ(mng.cbData, 20'000'010u);
+  EXPECT_TRUE(std::all_of(mng.pBuf, mng.pBuf + mng.cbData, [](BYTE by) { return by == 7; }));  // old bytes and new
   EXPECT_EQ(mng.cbAlloc, 3'145'728u * 8);
   for (const DWORD cb : {1000u, 3000u}) ManageReprintMng(&mng, cb);
   CashWriteData(&port, bytes.data(), 1500);

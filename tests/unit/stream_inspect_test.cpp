@@ -29,6 +29,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(CommandCase{"\x13(reset\x13reset)", "\x13(reset\x13resev)"},
                       CommandCase{"\x13(clr)", "\x13(cls)"},
                       CommandCase{std::string("\x10\x14\x01\x00\x05", 5), std::string("\x10\x14\x01\x00\x15", 5)},
+                      CommandCase{std::string("\x10\x14\x01\x00\x01", 5), std::string("\x10\x14\x01\x00\x11", 5)},
                       CommandCase{std::string("\x10\x14\x01\xFF\x08", 5), std::string("\x10\x14\x01\xFF\x18", 5)},
                       CommandCase{std::string("\x10\x14\x01\x00\x09", 5), std::string("\x10\x14\x01\x00\x09", 5)},
                       CommandCase{std::string("\x10\x14\x01\x00\x00", 5), std::string("\x10\x14\x01\x00\x00", 5)},
