@@ -10,27 +10,26 @@
 
 namespace {
 
-// Bytes that the queue's level-2 information takes; 0 when the spooler does not tell.
-DWORD InfoSize(HANDLE hPrinter) noexcept {
-  DWORD cbNeeded = 0;
-  GetPrinterW(hPrinter, 2, nullptr, 0, &cbNeeded);
-  return cbNeeded;
+enum class Query { Done, NoSize, NoMemory, Failed };
+
+// The queue's level-2 information. Failed: with the last-error code of the call.
+Query QueryInfo(HANDLE hPrinter, HeapPtr<PRINTER_INFO_2W>& info) noexcept {
+  DWORD cb = 0;
+  GetPrinterW(hPrinter, 2, nullptr, 0, &cb);
+  if (cb == 0) return Query::NoSize;
+  info = AllocBlock<PRINTER_INFO_2W>(cb);
+  if (!info) return Query::NoMemory;
+  return GetPrinterW(hPrinter, 2, reinterpret_cast<BYTE*>(info.get()), cb, &cb) ? Query::Done : Query::Failed;
 }
 
 }  // namespace
 
 BOOL Get_Driver_Name(HANDLE hPrinter, std::span<wchar_t> name) noexcept {
-  DWORD cb = InfoSize(hPrinter);
-  if (cb == 0) {
-    LogE(L"GetPrinter size is 0.");
-    return FALSE;
-  }
-  const auto info = AllocBlock<PRINTER_INFO_2W>(cb);
-  if (!info) return FALSE;
-  if (!GetPrinterW(hPrinter, 2, reinterpret_cast<BYTE*>(info.get()), cb, &cb)) {
-    LogE(L"GetPrinter is Failed.[err:%d]", GetLastError());
-    return FALSE;
-  }
+  HeapPtr<PRINTER_INFO_2W> info;
+  const Query query = QueryInfo(hPrinter, info);
+  if (query == Query::NoSize) LogE(L"GetPrinter size is 0.");
+  if (query == Query::Failed) LogE(L"GetPrinter is Failed.[err:%d]", GetLastError());
+  if (query != Query::Done) return FALSE;
   CopyIfFits(name, info->pDriverName);
   return TRUE;
 }
@@ -43,17 +42,11 @@ BOOL Get_Share_Name(HANDLE hPrinter, wchar_t* pszShare) noexcept {
   }
   const std::span<wchar_t> share(pszShare, kShareNameChars);
   std::fill(share.begin(), share.end(), L'\0');
-  DWORD cb = InfoSize(hPrinter);
-  if (cb == 0) {
-    LogE(L"GetPrinter size is 0.");
-    return FALSE;
-  }
-  const auto info = AllocBlock<PRINTER_INFO_2W>(cb);
-  if (!info) return FALSE;
-  if (!GetPrinterW(hPrinter, 2, reinterpret_cast<BYTE*>(info.get()), cb, &cb)) {
-    LogE(L"GetPrinter returns 0.");
-    return FALSE;
-  }
+  HeapPtr<PRINTER_INFO_2W> info;
+  const Query query = QueryInfo(hPrinter, info);
+  if (query == Query::NoSize) LogE(L"GetPrinter size is 0.");
+  if (query == Query::Failed) LogE(L"GetPrinter returns 0.");
+  if (query != Query::Done) return FALSE;
   CopyIfFits(share, info->pShareName);
   return TRUE;
 }
