@@ -2,8 +2,7 @@
 //
 // A line of the log is one line of code: LogE(L"OpenPrinter [err:%d, PrinterName:%s]", dwError, pszPrinterName);
 // The macros add level, module, routine, source place, process and thread, and evaluate nothing of it while the level is
-// off. Each folder of the product says once which
-// module it reports as: LOG_MODULE in its log_module.h.
+// off. Each folder of the product says once which module it reports as: LOG_MODULE in its log_module.h.
 #pragma once
 
 #include <windows.h>
