@@ -4,7 +4,6 @@
 namespace w32 {
 namespace {
 
-constexpr std::uint64_t kTicksPerMs = 10'000;
 constexpr std::uint64_t kTicksPerDay = 86'400'000 * kTicksPerMs;
 
 // Days since 1 January 1601 and back, by the Gregorian calendar counted in years that begin with March.

@@ -98,7 +98,7 @@ void ResetHeapPeak() noexcept;
 // ---- sandbox ----------------------------------------------------------------------------------------------------------
 // Host folder that stands for the drives: drive C is its subfolder "c", and so on. Environment variable W32_ROOT, or a
 // temporary folder that is removed when the process ends.
-std::string SandboxRoot();
+const std::string& SandboxRoot();
 // Removes the temporary folder, for a program that starts itself anew with another one.
 void DropSandbox();
 // Host path of a Windows path (the part that does not exist yet is taken as written).

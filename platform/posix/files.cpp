@@ -23,11 +23,6 @@ std::set<File*>& OpenFiles() {
   return *pFiles;
 }
 
-bool Fails(DWORD dwError) {
-  SetLastError(dwError);
-  return false;
-}
-
 DWORD FromErrno(int nError) {
   switch (nError) {
     case ENOENT: return ERROR_FILE_NOT_FOUND;
@@ -102,6 +97,11 @@ File::~File() {
   StampWithClock(ParentOf(strDeleteAtClose));
 }
 
+BOOL Fails(DWORD dwError) {
+  SetLastError(dwError);
+  return FALSE;
+}
+
 bool IsEmptyFolder(const std::string& strHostPath) {
   std::error_code ignored;
   return std::filesystem::is_empty(strHostPath, ignored);
@@ -118,6 +118,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
   if (hTemplateFile != nullptr) Unsupported("CreateFileW with a template");
   PlatformCall();
   if (FaultHere("CreateFileW", ERROR_ACCESS_DENIED)) return INVALID_HANDLE_VALUE;
+  std::lock_guard<std::mutex> lock(g_openMutex);
   const MappedPath path = MapPath(lpFileName);
   const auto fail = [](DWORD dwError) {
     SetLastError(dwError);
@@ -125,9 +126,8 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
   };
   if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
 
-  std::lock_guard<std::mutex> lock(g_openMutex);
-  struct stat target {};
-  bool bExisted = lstat(path.strHost.c_str(), &target) == 0;
+  struct stat target = path.status;
+  bool bExisted = path.bThere;
   const bool bThroughLink = bExisted && S_ISLNK(target.st_mode);
   if (bThroughLink) bExisted = stat(path.strHost.c_str(), &target) == 0;
   const bool bLink = bThroughLink && (dwFlagsAndAttributes & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
@@ -189,7 +189,7 @@ BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrit
     if (n < 0) return Fails(errno == EBADF ? ERROR_ACCESS_DENIED : FromErrno(errno));
     *lpNumberOfBytesWritten += static_cast<DWORD>(n);
   }
-  StampWithClock(pFile->strHostPath);
+  StampWithClock(pFile->nFile);
   return TRUE;
 }
 
@@ -225,19 +225,17 @@ BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
 BOOL WINAPI SetFileTime(HANDLE hFile, const FILETIME*, const FILETIME*, const FILETIME* lpLastWriteTime) {
   if (lpLastWriteTime == nullptr) return TRUE;
   const std::uint64_t ullTicks =
-      ((static_cast<std::uint64_t>(lpLastWriteTime->dwHighDateTime) << 32) | lpLastWriteTime->dwLowDateTime) -
-      116'444'736'000'000'000ULL;
-  const timespec stamp{static_cast<time_t>(ullTicks / 10'000'000), static_cast<long>(ullTicks % 10'000'000) * 100};
-  const timespec both[2] = {stamp, stamp};
-  if (futimens(HostFile(hFile), both) != 0) return Fails(ERROR_INVALID_HANDLE);
+      (static_cast<std::uint64_t>(lpLastWriteTime->dwHighDateTime) << 32) | lpLastWriteTime->dwLowDateTime;
+  if (futimens(HostFile(hFile), HostStamp(ullTicks).data()) != 0) return Fails(ERROR_INVALID_HANDLE);
   return TRUE;
 }
 
 DWORD WINAPI GetFileAttributesW(LPCWSTR lpFileName) {
   PlatformCall();
   const MappedPath path = MapPath(lpFileName);
-  struct stat status {};
-  if (path.dwError != ERROR_SUCCESS || stat(path.strHost.c_str(), &status) != 0) {
+  struct stat status = path.status;
+  const bool bThere = path.bThere && (!S_ISLNK(status.st_mode) || stat(path.strHost.c_str(), &status) == 0);
+  if (path.dwError != ERROR_SUCCESS || !bThere) {
     SetLastError(path.dwError != ERROR_SUCCESS ? path.dwError : NotFound(path.strHost));
     return INVALID_FILE_ATTRIBUTES;
   }
@@ -296,8 +294,7 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
   if (FaultHere("RemoveDirectoryW", ERROR_ACCESS_DENIED)) return FALSE;
   const MappedPath path = MapPath(lpPathName);
   if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
-  struct stat status {};
-  const bool bLink = lstat(path.strHost.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  const bool bLink = path.bThere && S_ISLNK(path.status.st_mode);
   if (!FreeToGo(path.strHost)) return Fails(ERROR_SHARING_VIOLATION);
   if ((bLink ? unlink(path.strHost.c_str()) : rmdir(path.strHost.c_str())) != 0) return Fails(FromErrno(errno));
   StampWithClock(ParentOf(path.strHost));

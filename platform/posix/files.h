@@ -3,6 +3,9 @@
 
 #include "objects.h"
 
+#include <sys/stat.h>
+
+#include <array>
 #include <string>
 
 namespace w32 {
@@ -21,18 +24,28 @@ class File : public Object {
   std::string strDeleteAtClose;  // the entry that goes with this handle; empty: none
 };
 
-// A Windows path, checked and mapped. dwError is the code that a call on an impossible path reports.
+// A Windows path, checked and mapped.
 struct MappedPath {
   std::string strHost;
-  DWORD dwError = ERROR_SUCCESS;
+  DWORD dwError = ERROR_SUCCESS;  // what a call on an impossible path reports
+  bool bThere = false;
+  struct stat status {};  // of what is there, of a link itself
 };
 MappedPath MapPath(const wchar_t* pszPath);
+
+// Sets the error code; returns FALSE.
+BOOL Fails(DWORD dwError);
 
 bool IsEmptyFolder(const std::string& strHostPath);
 
 std::u16string FromUtf8(const std::string& strText);
 
+// Times of a host file, as futimens takes them (access and change alike), and as Windows tells them.
+std::array<timespec, 2> HostStamp(std::uint64_t ullTicks);
+FILETIME FileTimeOf(const timespec& time);
+
 // Stamps a host file or folder with the layer's clock.
 void StampWithClock(const std::string& strHostPath);
+void StampWithClock(int nHostFile);
 
 }  // namespace w32

@@ -43,9 +43,7 @@ bool Describe(const std::string& strFolder, const std::string& strName, WIN32_FI
   struct stat link {};
   if (lstat(strPath.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
     data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-  const std::uint64_t ullTicks = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 10'000'000 +
-                                 static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 100 + 116'444'736'000'000'000ULL;
-  data.ftLastWriteTime = {static_cast<DWORD>(ullTicks), static_cast<DWORD>(ullTicks >> 32)};
+  data.ftLastWriteTime = FileTimeOf(status.st_mtim);
   data.nFileSizeLow = static_cast<DWORD>(status.st_size);
   const std::u16string strWide = FromUtf8(strName);
   if (strWide.size() >= MAX_PATH) return false;

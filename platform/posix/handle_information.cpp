@@ -28,17 +28,6 @@ const std::string& RealRoot() {
   return *pRoot;
 }
 
-BOOL Fails(DWORD dwError) {
-  SetLastError(dwError);
-  return FALSE;
-}
-
-FILETIME TimeOf(const timespec& time) {
-  const std::uint64_t ullTicks = static_cast<std::uint64_t>(time.tv_sec) * 10'000'000 +
-                                 static_cast<std::uint64_t>(time.tv_nsec) / 100 + 116'444'736'000'000'000ULL;
-  return {static_cast<DWORD>(ullTicks), static_cast<DWORD>(ullTicks >> 32)};
-}
-
 DWORD AttributesOf(const File& file, const struct stat& status) {
   struct stat target {};
   if (S_ISLNK(status.st_mode)) {
@@ -83,7 +72,7 @@ BOOL WINAPI GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATIO
   if (!pFile || fstat(pFile->nFile, &status) != 0) return Fails(ERROR_INVALID_HANDLE);
   *lpFileInformation = {};
   lpFileInformation->dwFileAttributes = AttributesOf(*pFile, status);
-  lpFileInformation->ftLastWriteTime = TimeOf(status.st_mtim);
+  lpFileInformation->ftLastWriteTime = FileTimeOf(status.st_mtim);
   lpFileInformation->dwVolumeSerialNumber = 0x1234;
   lpFileInformation->nFileSizeHigh = static_cast<DWORD>(static_cast<std::uint64_t>(status.st_size) >> 32);
   lpFileInformation->nFileSizeLow = static_cast<DWORD>(status.st_size);

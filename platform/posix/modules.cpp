@@ -13,7 +13,7 @@ struct Module {
   std::vector<FARPROC> entryPoints;
 };
 
-std::mutex g_mutex;
+std::mutex g_moduleMutex;
 std::map<std::string, Module>& Provided() {
   static auto* pModules = new std::map<std::string, Module>;
   return *pModules;
@@ -46,7 +46,7 @@ BOOL Wow64Process(HANDLE, PBOOL pbWow64) {
 }  // namespace
 
 void ProvideLibrary(const wchar_t* pszFileName, FARPROC const* ppEntryPoints, int nEntryPoints) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(g_moduleMutex);
   Provided()[FileNameOf(pszFileName)].entryPoints.assign(ppEntryPoints, ppEntryPoints + nEntryPoints);
 }
 
@@ -59,7 +59,7 @@ extern "C" {
 HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
   PlatformCall();
   if (FaultHere("LoadLibraryW", ERROR_MOD_NOT_FOUND)) return nullptr;
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(g_moduleMutex);
   const auto it = Provided().find(FileNameOf(lpLibFileName));
   if (it == Provided().end() || !PathFileExistsW(lpLibFileName)) {
     SetLastError(ERROR_MOD_NOT_FOUND);

@@ -15,6 +15,9 @@ namespace w32 {
 namespace {
 
 constexpr const char* kCurrentFolder = "c:\\Windows\\System32";
+constexpr std::uint64_t kUnixEpoch = 116'444'736'000'000'000ULL;  // 1 January 1970 in ticks since 1601
+constexpr std::int64_t kTicksPerSecond = 1000 * kTicksPerMs;
+constexpr std::int64_t kNanosecondsPerTick = 100;
 pid_t g_nOwner = 0;
 
 void RemoveSandbox() {
@@ -56,24 +59,28 @@ std::string Resolve(const std::string& strFolder, const std::string& strName) {
   return strFound;
 }
 
-// Most paths name something that is there, in the very case: one look tells. Appends the path to the drive's host folder then.
-bool IsThereAsWritten(const std::string& strPath, std::string& strDrive, struct stat& status) {
-  if (strPath.find("\\\\") != std::string::npos || strPath.find("\\.") != std::string::npos ||
-      strPath.find(".\\") != std::string::npos || strPath.find(" \\") != std::string::npos || strPath.back() == '.' ||
-      strPath.back() == ' ')
-    return false;
-  std::string strHost = strDrive + strPath.substr(std::min<std::size_t>(2, strPath.size()));
-  for (char& c : strHost)
-    if (c == '\\') c = '/';
-  while (strHost.back() == '/') strHost.pop_back();
-  if (lstat(strHost.c_str(), &status) != 0) return false;
-  strDrive = strHost;
-  return true;
+// Most paths name something that is there, in the very case: one look tells. strPath: with its drive.
+bool IsThereAsWritten(const std::string& strPath, const std::string& strDriveFolder, MappedPath& mapped) {
+  std::string strHost(strDriveFolder.size() + strPath.size(), '\0');
+  char* pTo = std::copy(strDriveFolder.begin(), strDriveFolder.end(), strHost.data());
+  char cBefore = 0;
+  const auto isCut = [](char c) { return c == '.' || c == ' '; };  // a name loses these at its end; ".." is none
+  for (const char *p = strPath.c_str() + 2, *pEnd = strPath.c_str() + strPath.size(); p < pEnd; ++p) {
+    if (*p == '\\' && (cBefore == '\\' || isCut(cBefore))) return false;
+    cBefore = *p;
+    *pTo++ = *p == '\\' ? '/' : *p;
+  }
+  if (isCut(cBefore)) return false;
+  if (cBefore == '\\') --pTo;
+  strHost.resize(static_cast<std::size_t>(pTo - strHost.data()));
+  if (lstat(strHost.c_str(), &mapped.status) != 0) return false;
+  mapped.strHost = std::move(strHost);
+  return mapped.bThere = true;
 }
 
 }  // namespace
 
-std::string SandboxRoot() {
+const std::string& SandboxRoot() {
   static const std::string* pRoot = new std::string(MakeRoot());
   return *pRoot;
 }
@@ -95,10 +102,9 @@ MappedPath MapPath(const wchar_t* pszPath) {
   const char cDrive = static_cast<char>(strPath[0] | 0x20);
   if (cDrive < 'a' || cDrive > 'z') return {"", ERROR_INVALID_NAME};
   std::string strHost = SandboxRoot() + "/" + cDrive;
-  struct stat status {};
   const std::size_t nRoot = strHost.size();
-  if (IsThereAsWritten(strPath, strHost, status)) return {strHost, ERROR_SUCCESS};
-  if (stat(strHost.c_str(), &status) != 0) return {strHost, ERROR_PATH_NOT_FOUND};
+  if (IsThereAsWritten(strPath, strHost, mapped)) return mapped;
+  if (stat(strHost.c_str(), &mapped.status) != 0) return {strHost, ERROR_PATH_NOT_FOUND};
   for (std::size_t nStart = 3; nStart < strPath.size();) {
     std::size_t nEnd = strPath.find('\\', nStart);
     if (nEnd == std::string::npos) nEnd = strPath.size();
@@ -115,7 +121,8 @@ MappedPath MapPath(const wchar_t* pszPath) {
     const std::string strEntry = Resolve(strHost, strName);
     strHost.append("/").append(strEntry);
   }
-  mapped.strHost = strHost;
+  mapped.bThere = lstat(strHost.c_str(), &mapped.status) == 0;
+  mapped.strHost = std::move(strHost);
   return mapped;
 }
 
@@ -123,6 +130,7 @@ std::string HostPath(const wchar_t* pszPath) { return MapPath(pszPath).strHost; 
 
 std::u16string FromUtf8(const std::string& strText) {
   std::u16string str;
+  str.reserve(strText.size());
   for (std::size_t n = 0; n < strText.size();) {
     const auto by = static_cast<unsigned char>(strText[n]);
     const std::size_t nLength = by < 0x80 ? 1 : by < 0xE0 ? 2 : by < 0xF0 ? 3 : 4;
@@ -140,13 +148,22 @@ std::u16string FromUtf8(const std::string& strText) {
   return str;
 }
 
-void StampWithClock(const std::string& strHostPath) {
-  const std::uint64_t ullTicks = ClockTicks() - 116'444'736'000'000'000ULL;
-  timespec stamp{};
-  stamp.tv_sec = static_cast<time_t>(ullTicks / 10'000'000);
-  stamp.tv_nsec = static_cast<long>(ullTicks % 10'000'000) * 100;
-  const timespec both[2] = {stamp, stamp};
-  utimensat(AT_FDCWD, strHostPath.c_str(), both, 0);
+std::array<timespec, 2> HostStamp(std::uint64_t ullTicks) {
+  const auto llTicks = static_cast<std::int64_t>(ullTicks - kUnixEpoch);
+  const timespec stamp{llTicks / kTicksPerSecond, llTicks % kTicksPerSecond * kNanosecondsPerTick};
+  return {stamp, stamp};
 }
+
+FILETIME FileTimeOf(const timespec& time) {
+  const auto ullTicks =
+      static_cast<std::uint64_t>(time.tv_sec * kTicksPerSecond + time.tv_nsec / kNanosecondsPerTick) + kUnixEpoch;
+  return {static_cast<DWORD>(ullTicks), static_cast<DWORD>(ullTicks >> 32)};
+}
+
+void StampWithClock(const std::string& strHostPath) {
+  utimensat(AT_FDCWD, strHostPath.c_str(), HostStamp(ClockTicks()).data(), 0);
+}
+
+void StampWithClock(int nHostFile) { futimens(nHostFile, HostStamp(ClockTicks()).data()); }
 
 }  // namespace w32

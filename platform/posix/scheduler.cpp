@@ -13,7 +13,6 @@
 namespace w32 {
 namespace {
 
-constexpr std::int64_t kTicksPerMs = 10'000;
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 // What one platform call costs in simulated time: small, but enough that a loop without a pause lets time pass.
 constexpr std::int64_t kTicksPerCall = 100;
@@ -95,27 +94,27 @@ void Scheduler::ThreadEnds() {
   }
 }
 
-std::vector<Thread*> Scheduler::WhoCanRun() {
+const std::vector<Thread*>& Scheduler::WhoCanRun() {
   for (;;) {
-    std::vector<Thread*> canRun;
+    m_canRun.clear();
     std::int64_t llEarliest = kNever;
     for (const auto& pThread : m_threads) {
       const bool bTimedOut = pThread->bHasDeadline && pThread->llDeadline <= m_llNow;
       if (pThread->pReady == nullptr || bTimedOut || (*pThread->pReady)()) {
-        canRun.push_back(pThread.get());
+        m_canRun.push_back(pThread.get());
       } else if (pThread->bHasDeadline) {
         llEarliest = std::min(llEarliest, pThread->llDeadline);
       }
     }
     m_llEarliest = llEarliest;
-    if (!canRun.empty()) return canRun;
+    if (!m_canRun.empty()) return m_canRun;
     if (llEarliest == kNever) ReportDeadlock();
     m_llNow = llEarliest;
   }
 }
 
 void Scheduler::HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding) {
-  const std::vector<Thread*> canRun = WhoCanRun();
+  const std::vector<Thread*>& canRun = WhoCanRun();
   Thread* pNext = canRun[canRun.size() == 1 ? 0 : Random() % canRun.size()];
   if (pNext == &self) return;
   m_pRunning = pNext;

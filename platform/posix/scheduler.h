@@ -18,6 +18,9 @@
 
 namespace w32 {
 
+// The clock's unit is 100 ns.
+constexpr std::int64_t kTicksPerMs = 10'000;
+
 enum class TimeMode { Simulated, Free };
 
 struct Thread {
@@ -69,14 +72,15 @@ class Scheduler {
 
  private:
   Scheduler();
-  // Those that can run now, at least one: the clock jumps for it.
-  std::vector<Thread*> WhoCanRun();
+  // Those that can run now, at least one: the clock jumps for it. Good until the world lock is let go.
+  const std::vector<Thread*>& WhoCanRun();
   void HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding);
   void WakeFree();
   [[noreturn]] void ReportDeadlock();
 
   std::mutex m_mutex;
   std::vector<std::shared_ptr<Thread>> m_threads;
+  std::vector<Thread*> m_canRun;
   Thread* m_pRunning = nullptr;
   TimeMode m_mode = TimeMode::Simulated;
   std::atomic<std::int64_t> m_llNow{0};

@@ -25,7 +25,7 @@ struct Sid {
   DWORD adwSubAuthorities[8];
 };
 
-std::mutex g_mutex;
+std::mutex g_listsMutex;
 std::map<std::string, std::string>& Lists() {
   static auto* pLists = new std::map<std::string, std::string>;
   return *pLists;
@@ -34,7 +34,7 @@ std::map<std::string, std::string>& Lists() {
 }  // namespace
 
 std::string AccessListOf(const wchar_t* pszFolder) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(g_listsMutex);
   const auto it = Lists().find(HostPath(pszFolder));
   return it == Lists().end() ? std::string() : it->second;
 }
@@ -122,7 +122,7 @@ DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
     strEntry.append("-").append(std::to_string(pDacl->adwSubAuthorities[n]));
   char szRights[48];
   std::snprintf(szRights, sizeof szRights, " 0x%08x %u", pDacl->dwMask, pDacl->dwFlags);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(g_listsMutex);
   Lists()[pFile->strHostPath] = strEntry + szRights;
   return ERROR_SUCCESS;
 }

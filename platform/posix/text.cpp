@@ -39,29 +39,33 @@ std::atomic<void (*)(const std::string&)> g_pfnDebugSink{nullptr};
 }  // namespace
 
 std::string ToUtf8(const wchar_t* pszText) {
-  std::string str;
-  for (const wchar_t* p = pszText; p != nullptr && *p != 0; ++p) {
+  if (pszText == nullptr) return {};
+  std::string str(3 * wcslen(pszText), '\0');  // a pair of two units becomes four bytes
+  char* pTo = str.data();
+  const auto put = [&](std::uint32_t n) { *pTo++ = static_cast<char>(n); };
+  for (const wchar_t* p = pszText; *p != 0; ++p) {
     std::uint32_t n = static_cast<std::uint16_t>(*p);
     if (IsHigh(*p) && IsLow(p[1])) {
       n = 0x10000 + ((n - 0xD800) << 10) + (static_cast<std::uint16_t>(p[1]) - 0xDC00u);
       ++p;
     }
     if (n < 0x80) {
-      str += static_cast<char>(n);
-    } else if (n < 0x800) {
-      str += static_cast<char>(0xC0 | (n >> 6));
-      str += static_cast<char>(0x80 | (n & 0x3F));
-    } else if (n < 0x10000) {
-      str += static_cast<char>(0xE0 | (n >> 12));
-      str += static_cast<char>(0x80 | ((n >> 6) & 0x3F));
-      str += static_cast<char>(0x80 | (n & 0x3F));
-    } else {
-      str += static_cast<char>(0xF0 | (n >> 18));
-      str += static_cast<char>(0x80 | ((n >> 12) & 0x3F));
-      str += static_cast<char>(0x80 | ((n >> 6) & 0x3F));
-      str += static_cast<char>(0x80 | (n & 0x3F));
+      put(n);
+      continue;
     }
+    if (n < 0x800) {
+      put(0xC0 | (n >> 6));
+    } else if (n < 0x10000) {
+      put(0xE0 | (n >> 12));
+      put(0x80 | ((n >> 6) & 0x3F));
+    } else {
+      put(0xF0 | (n >> 18));
+      put(0x80 | ((n >> 12) & 0x3F));
+      put(0x80 | ((n >> 6) & 0x3F));
+    }
+    put(0x80 | (n & 0x3F));
   }
+  str.resize(static_cast<std::size_t>(pTo - str.data()));
   return str;
 }
 
