@@ -159,12 +159,32 @@ bool Printer::AnswerRequest() {
   return false;
 }
 
+// How many bytes in front begin no command and are reached before the next fault: they are printed in one piece.
+std::size_t Printer::PlainBytes() const {
+  std::uint64_t ullMost = m_settings.dwBytesPerSecond == 0 ? m_buffer.size() : m_ullCredit / 1000;
+  for (const Fault& fault : m_planned) ullMost = std::min(ullMost, fault.ullAtByte - m_ullProcessed);
+  std::size_t n = 0;
+  for (auto it = m_buffer.begin(); n < ullMost && it != m_buffer.end(); ++it, ++n) {
+    const BYTE by = *it;
+    if (by == 0x01 || by == 0x10 || by == 0x12 || by == 0x1D || by == 0xA5) break;
+  }
+  return n;
+}
+
 void Printer::Process(DWORD dwMilliseconds) {
   const bool bInstant = m_settings.dwBytesPerSecond == 0;
   m_ullCredit += static_cast<std::uint64_t>(dwMilliseconds) * m_settings.dwBytesPerSecond;
   while (true) {
     StartFaults();
     if (m_buffer.empty() || Is(FaultKind::PowerCycle)) break;
+    if (const std::size_t cb = Halted() ? 0 : PlainBytes(); cb > 0) {
+      const auto end = m_buffer.begin() + static_cast<std::ptrdiff_t>(cb);
+      m_strips.back().append(m_buffer.begin(), end);
+      m_buffer.erase(m_buffer.begin(), end);
+      m_ullProcessed += cb;
+      m_ullCredit -= bInstant ? 0 : std::uint64_t{cb} * 1000;
+      continue;
+    }
     if (AnswerRequest()) continue;
     // A request may still be on its way: its first bytes wait for the rest.
     const bool bMayBeRequest = !m_settings.bOneByteStatus && m_buffer.size() < 3 &&

@@ -88,6 +88,7 @@ class Printer {
   void StartFaults();
   void EndFault(FaultKind kind);
   bool AnswerRequest();
+  std::size_t PlainBytes() const;
   void Say(std::initializer_list<BYTE> bytes);
   void SayStatus();
   void NewStrip();
