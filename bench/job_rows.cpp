@@ -17,11 +17,11 @@
 namespace bench {
 namespace {
 
-constexpr DWORD kBuffer = 64 * 1024;
+constexpr DWORD kBufferBytes = 64 * 1024;
 constexpr DWORD kWritesPerJob = 100;
 
 std::vector<BYTE> TextBuffer() {
-  std::vector<BYTE> bytes(kBuffer);
+  std::vector<BYTE> bytes(kBufferBytes);
   for (std::size_t n = 0; n < bytes.size(); ++n) bytes[n] = static_cast<BYTE>('A' + n % 26);
   return bytes;
 }
@@ -54,7 +54,7 @@ class BareWrite {
     m_day = sim::Wide(strRoot + "\\20260101");
     m_file = sim::Wide(strRoot + "\\20260101\\bare.prn");
     CreateDirectoryW(m_day.c_str(), nullptr);
-    m_cache.resize(std::size_t{kBuffer} * kWritesPerJob);
+    m_cache.resize(std::size_t{kBufferBytes} * kWritesPerJob);
   }
   ~BareWrite() { ClosePrinter(m_hPrinter); }
   BareWrite(const BareWrite&) = delete;
@@ -65,7 +65,7 @@ class BareWrite {
     Query([&](BYTE* p, DWORD cb, DWORD* pcb) { GetJobW(m_hPrinter, dwJob, 1, p, cb, pcb); });
     const HANDLE hToken = RevertToPrinterSelf();
     DWORD cbWritten = 0;
-    TakeEverything(1, nullptr, bytes.data(), kBuffer, &cbWritten, nullptr, 0, nullptr, 90'000);
+    TakeEverything(1, nullptr, bytes.data(), kBufferBytes, &cbWritten, nullptr, 0, nullptr, 90'000);
     ImpersonatePrinterClient(hToken);
 
     BY_HANDLE_FILE_INFORMATION information;
@@ -84,10 +84,10 @@ class BareWrite {
     GetFileInformationByHandle(hFile, &information);
     GetFinalPathNameByHandleW(hFile, wszFinal, 300, VOLUME_NAME_NONE);
     SetFilePointer(hFile, 0, nullptr, FILE_END);
-    WriteFile(hFile, bytes.data(), kBuffer, &cbWritten, nullptr);
+    WriteFile(hFile, bytes.data(), kBufferBytes, &cbWritten, nullptr);
     CloseHandle(hFile);
     CloseHandle(hDay);
-    std::memcpy(m_cache.data() + nWrite * kBuffer, bytes.data(), kBuffer);
+    std::memcpy(m_cache.data() + nWrite * kBufferBytes, bytes.data(), kBufferBytes);
   }
   void NextJob() { DeleteFileW(m_file.c_str()); }
 
@@ -135,7 +135,7 @@ void DeviceWrites(Table& table) {
   BareWrite bare(strRoot);
   const sim::ActAsClient client;
   DWORD cbWritten = 0;
-  const auto write = [&] { world.spooler.pMonitor->pfnWritePort(hPort, bytes.data(), kBuffer, &cbWritten); };
+  const auto write = [&] { world.spooler.pMonitor->pfnWritePort(hPort, bytes.data(), kBufferBytes, &cbWritten); };
   write();  // the one that asks the printer
   std::size_t nOurs = 1;
   std::size_t nBare = 0;
@@ -173,7 +173,7 @@ void DeviceWrites(Table& table) {
         }
         write();
       },
-      [&] { CheckRealCmd(&inspectedPort, bytes.data(), kBuffer); });
+      [&] { CheckRealCmd(&inspectedPort, bytes.data(), kBufferBytes); });
   end();
   world.spooler.ClosePort(hPort);
   sim::World::DeleteTree(strRoot);
@@ -197,7 +197,7 @@ void PortMonitorJob(Table& table) {
   world.spooler.StartDoc(hPort, world.spooler.NewJob("Till", "TEXT"));
   const sim::ActAsClient client;
   std::vector<BYTE> bytes = TextBuffer();
-  constexpr int kWrites = 100'000'000 / static_cast<int>(kBuffer);
+  constexpr int kWrites = 100'000'000 / static_cast<int>(kBufferBytes);
   const auto job = [&](auto write) {
     SetFilePointer(g_hFilePort, 0, nullptr, FILE_BEGIN);
     for (int n = 0; n < kWrites; ++n) {
@@ -209,8 +209,8 @@ void PortMonitorJob(Table& table) {
   const HANDLE hUnder = static_cast<IniPort*>(hPort)->hPort;
   table.Time(
       "100 MB job in 64 KiB buffers, port-monitor path", "the bare loop over the port monitor", Goal::TimesAtMost, 1.25,
-      [&] { job([&](DWORD* pcb) { fn.pfnWritePort(hUnder, bytes.data(), kBuffer, pcb); }); },
-      [&] { job([&](DWORD* pcb) { world.spooler.pMonitor->pfnWritePort(hPort, bytes.data(), kBuffer, pcb); }); });
+      [&] { job([&](DWORD* pcb) { fn.pfnWritePort(hUnder, bytes.data(), kBufferBytes, pcb); }); },
+      [&] { job([&](DWORD* pcb) { world.spooler.pMonitor->pfnWritePort(hPort, bytes.data(), kBufferBytes, pcb); }); });
   world.spooler.EndDoc(hPort);
   world.spooler.ClosePort(hPort);
   CloseHandle(g_hFilePort);
@@ -297,9 +297,9 @@ void Memory(Table& table) {
   constexpr double kJob = 100e6;
   {
     const sim::ActAsClient client;
-    for (double d = 0; d < kJob; d += kBuffer) {
+    for (double d = 0; d < kJob; d += kBufferBytes) {
       DWORD cbWritten = 0;
-      world.spooler.pMonitor->pfnWritePort(ports[0], bytes.data(), kBuffer, &cbWritten);
+      world.spooler.pMonitor->pfnWritePort(ports[0], bytes.data(), kBufferBytes, &cbWritten);
     }
   }
   const double dPeak = static_cast<double>(w32::HeapBytes().ullPeak - start.ullNow);

@@ -8,7 +8,7 @@
 namespace sim {
 namespace {
 
-constexpr DWORD kPollMs = 20;
+constexpr DWORD kDevicePollMs = 20;
 // Job data comes with this time-out, requests to the printer with a shorter one.
 constexpr DWORD kDataTimeoutMs = 90'000;
 
@@ -111,7 +111,7 @@ DWORD SdkLibrary::SetLock(Device& device, DWORD dwSession, DWORD dwTimeoutMs) {
       }
     }
     if (GetTickCount() - dwStart >= dwTimeoutMs) return ERROR_TIMEOUT;
-    Sleep(kPollMs);
+    Sleep(kDevicePollMs);
   }
 }
 
@@ -135,7 +135,7 @@ DWORD SdkLibrary::Send(Device& device, const std::string& strQueue, const BYTE* 
       dwCode = ERROR_TIMEOUT;
       break;
     }
-    if (WaitForSingleObject(device.hCancel, std::min(kPollMs, dwTimeoutMs - dwElapsed)) == WAIT_OBJECT_0) {
+    if (WaitForSingleObject(device.hCancel, std::min(kDevicePollMs, dwTimeoutMs - dwElapsed)) == WAIT_OBJECT_0) {
       dwCode = ERROR_OPERATION_ABORTED;
       break;
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr DWORD kPollMs = 500;
+constexpr DWORD kWatchMs = 500;
 constexpr int kPollsToEnd = 10;
 
 void CloseAndClear(HANDLE& hObject) noexcept {
@@ -30,7 +30,7 @@ DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
   auto info = AllocBlock<JOB_INFO_1W>(cb);
   if (!info) return 0;
   do {
-    const DWORD dwWait = WaitForSingleObject(job.hEventStop, kPollMs);
+    const DWORD dwWait = WaitForSingleObject(job.hEventStop, kWatchMs);
     if (dwWait == WAIT_OBJECT_0) return 0;
     if (dwWait != WAIT_TIMEOUT) {
       LogE(L"WaitForSingleObject dwJobId:%d, pPrinterName:%s", job.JobId, info->pPrinterName);
@@ -62,7 +62,8 @@ void StopCancelWatcher(IniJob& job) noexcept {
     if (job.hEventStop != nullptr) SetEvent(job.hEventStop);
     // Without a stop event the watcher has ended on its first wait. Should the wait for it fail, it gets the time of some
     // polls to see the stop, since it reads the record that its owner is about to free.
-    for (int n = 0; n < kPollsToEnd && WaitForSingleObject(job.hThread, INFINITE) != WAIT_OBJECT_0; ++n) Sleep(kPollMs);
+    for (int n = 0; n < kPollsToEnd && WaitForSingleObject(job.hThread, INFINITE) != WAIT_OBJECT_0; ++n)
+      Sleep(kWatchMs);
   }
   CloseAndClear(job.hThread);
   CloseAndClear(job.hEventStop);

@@ -7,7 +7,7 @@
 namespace {
 
 constexpr std::size_t kBuckets = 256;
-constexpr DWORD kPollMs = 10;
+constexpr DWORD kCallsPollMs = 10;
 
 // A lock and a table that need no construction before the first use and no destruction behind the last.
 SRWLOCK g_lock = SRWLOCK_INIT;
@@ -63,7 +63,7 @@ IniPort* RemovePortHandle(HANDLE hPort) noexcept {
     const TableLock lock;
     return pIniPort->dwCallsInFlight != 0;
   };
-  while (busy()) Sleep(kPollMs);
+  while (busy()) Sleep(kCallsPollMs);
   return pIniPort;
 }
 

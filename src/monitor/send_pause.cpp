@@ -4,7 +4,7 @@ namespace {
 
 constexpr DWORD kQuickMs = 50;
 constexpr DWORD kQuickFailures = 16;
-constexpr DWORD kPauseMs = 500;
+constexpr DWORD kRefusedPauseMs = 500;
 
 }  // namespace
 
@@ -16,5 +16,5 @@ void SendPause::End(bool bFailed, DWORD cbWritten, const IniJob& job) noexcept {
   const bool bQuickFailure = bFailed && GetTickCount() - m_dwStart < kQuickMs;
   // Once the loop pauses, only bytes that are taken end that.
   if (m_nQuickFailures < kQuickFailures) m_nQuickFailures = bQuickFailure ? m_nQuickFailures + 1 : 0;
-  if (bFailed && m_nQuickFailures == kQuickFailures) WaitForSingleObject(job.hEventCancel, kPauseMs);
+  if (bFailed && m_nQuickFailures == kQuickFailures) WaitForSingleObject(job.hEventCancel, kRefusedPauseMs);
 }

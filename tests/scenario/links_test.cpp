@@ -14,28 +14,28 @@ using sim::World;
 namespace {
 
 constexpr char kOutside[] = "C:\\Outside";
-constexpr char kRoot[] = "C:\\Jobs";
+constexpr char kArchive[] = "C:\\Jobs";
 
 class Links : public WorldTest {
  protected:
   Links() {
     World::DeleteTree(kOutside);
-    World::DeleteTree(kRoot);
+    World::DeleteTree(kArchive);
     CreateDirectoryW(sim::Wide(kOutside).c_str(), nullptr);
     World::WriteWholeFile(std::string(kOutside) + "\\file", "somebody's");
   }
   ~Links() override {
     World::DeleteTree(kOutside);
-    World::DeleteTree(kRoot);
+    World::DeleteTree(kArchive);
   }
   HANDLE OpenArchived() {
     world().services.dwState = SERVICE_STOPPED;
     sim::Queue& queue = world().AddPrinter("Till", "COM1", kModel);
-    queue.data["JobFilePath"] = sim::Spooler::Text(kRoot);
+    queue.data["JobFilePath"] = sim::Spooler::Text(kArchive);
     queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
     return Open("COM1");
   }
-  static std::string DayFolder() { return std::string(kRoot) + "\\" + World::ListFolder(kRoot).at(0); }
+  static std::string DayFolder() { return std::string(kArchive) + "\\" + World::ListFolder(kArchive).at(0); }
   static std::string OutsideFile() {
     std::string strText;
     World::ReadWholeFile(std::string(kOutside) + "\\file", strText);
@@ -89,7 +89,7 @@ TEST_F(Links, LogFolderThatIsALinkHoldsTheLinesUntilItIsAFolderAgain) {
 
 TEST_F(Links, ArchiveRootMayBeALinkAndItsDayFolderMayNot) {
   CreateDirectoryW(L"C:\\RealJobs", nullptr);
-  Link(kRoot, "C:\\RealJobs");
+  Link(kArchive, "C:\\RealJobs");
   const HANDLE hPort = OpenArchived();
   EXPECT_TRUE(PrintOn(hPort, "kept").bDelivered);
   const std::string strDay = World::ListFolder("C:\\RealJobs").at(0);
@@ -108,7 +108,7 @@ TEST_F(Links, ArchiveRootMayBeALinkAndItsDayFolderMayNot) {
   EXPECT_FALSE(Exists("C:\\RealJobs\\" + strDay));
   EXPECT_EQ(OutsideFile(), "somebody's");
   EndWorld();
-  RemoveDirectoryW(sim::Wide(kRoot).c_str());
+  RemoveDirectoryW(sim::Wide(kArchive).c_str());
   World::DeleteTree("C:\\RealJobs");
 }
 
@@ -205,11 +205,11 @@ TEST(SwappedFolders, LinesAndRotation) {
 
 TEST(SwappedFolders, WritingAndAgeingOfTheArchive) {
   World::CleanMachine();
-  const std::string strDay = std::string(kRoot) + "\\20261118";
+  const std::string strDay = std::string(kArchive) + "\\20261118";
   Swapping({"archive", strDay,
             [&] {
               MakeTarget();
-              CreateDirectoryW(sim::Wide(kRoot).c_str(), nullptr);
+              CreateDirectoryW(sim::Wide(kArchive).c_str(), nullptr);
               CreateDirectoryW(sim::Wide(strDay).c_str(), nullptr);
               World::WriteWholeFile(strDay + "\\a.prn", "old");
               CreateDirectoryW(sim::Wide(strDay + "\\deeper").c_str(), nullptr);
@@ -218,9 +218,9 @@ TEST(SwappedFolders, WritingAndAgeingOfTheArchive) {
             [&] {
               gJob.OutputJobFile(sim::Wide(strDay + "\\a.prn").c_str(), reinterpret_cast<const BYTE*>("more"), 4);
               w32::AdvanceClock(3 * 86'400'000);
-              gJob.DeleteOldJobFolders(w32::ClockTicks(), sim::Wide(kRoot).c_str());
+              gJob.DeleteOldJobFolders(w32::ClockTicks(), sim::Wide(kArchive).c_str());
             }});
-  World::DeleteTree(kRoot);
+  World::DeleteTree(kArchive);
 }
 #endif
 
