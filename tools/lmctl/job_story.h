@@ -91,13 +91,14 @@ class StoryMachine {
 
  private:
   struct Job;
-  struct Process;
   using Key = std::uint64_t;
 
   static Key KeyOf(std::uint32_t nProcess, std::uint32_t nThread) { return Key{nProcess} << 32 | nThread; }
   Job* JobOfThread(const LogLine& line);
   Job* JobOfPort(std::uint32_t nProcess, std::string_view port);
   Job* JobOfId(std::uint32_t nProcess, std::int64_t nJob);
+  // The line's thread works for the job from here on.
+  void Join(Job& job, const LogLine& line);
   Job& Begin(const LogLine& line, std::string_view queue, std::int64_t nJob);
   void Finish(Job* pJob, bool bOver, LocalMs llEnded);
   void Conclude(Job& job) const;
@@ -121,7 +122,8 @@ class StoryMachine {
   Place m_place;
   std::vector<std::unique_ptr<Job>> m_jobs;
   std::unordered_map<Key, Job*> m_threads;  // jobs by the thread of their calls, and by that of their watcher
-  std::unordered_map<std::uint32_t, Process> m_processes;
+  // By process: a queue's port as it was opened; empty for a queue with several.
+  std::unordered_map<std::uint32_t, std::unordered_map<std::string, std::string>> m_portOfQueue;
 };
 
 }  // namespace lmctl
