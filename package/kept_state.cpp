@@ -15,7 +15,6 @@ constexpr wchar_t kCompleteValue[] = L"Complete";
 constexpr wchar_t kInPathValue[] = L"InPath";
 // One value for each name that the monitor is registered under, with the DLL's name.
 constexpr wchar_t kKeptMonitorsKey[] = L"SOFTWARE\\Kelvane\\LanguageMonitor\\Kept\\Monitors";
-constexpr wchar_t kMonitorsKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\";
 constexpr wchar_t kEnvironmentKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
 
 std::wstring ToolFolder() {
@@ -44,15 +43,7 @@ void Restore(const KeptFile& file) {
     MoveFileExW(file.copy.c_str(), file.place.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT);
 }
 
-std::wstring Text(const wchar_t* pszKey, const wchar_t* pszValue) {
-  DWORD cb = 0;
-  constexpr DWORD dwFlags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
-  if (RegGetValueW(HKEY_LOCAL_MACHINE, pszKey, pszValue, dwFlags, nullptr, nullptr, &cb) != ERROR_SUCCESS) return {};
-  std::wstring text(cb / sizeof(wchar_t), L'\0');
-  if (RegGetValueW(HKEY_LOCAL_MACHINE, pszKey, pszValue, dwFlags, nullptr, text.data(), &cb) != ERROR_SUCCESS)
-    return {};
-  return text.c_str();
-}
+std::wstring MonitorKey(const std::wstring& name) { return std::wstring(lmctl::kMonitorsKey) + L"\\" + name; }
 
 void PutText(const std::wstring& key, const wchar_t* pszValue, const std::wstring& text, DWORD dwType = REG_SZ) {
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), pszValue, dwType, text.c_str(),
@@ -69,7 +60,7 @@ void Mark(const wchar_t* pszValue) {
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKeptKey, pszValue, REG_DWORD, &dwOne, sizeof dwOne);
 }
 
-bool ToolIsInPath() { return Text(kEnvironmentKey, L"PATH").find(ToolFolder()) != std::wstring::npos; }
+bool ToolIsInPath() { return lmctl::MachineText(kEnvironmentKey, L"PATH").find(ToolFolder()) != std::wstring::npos; }
 
 void RestoreMonitors() {
   HKEY hKey = nullptr;
@@ -77,7 +68,7 @@ void RestoreMonitors() {
   wchar_t wszName[256];
   DWORD cch = 256;
   for (DWORD n = 0; RegEnumValueW(hKey, n, wszName, &cch, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS; ++n) {
-    PutText(kMonitorsKey + std::wstring(wszName), L"Driver", Text(kKeptMonitorsKey, wszName));
+    PutText(MonitorKey(wszName), L"Driver", lmctl::MachineText(kKeptMonitorsKey, wszName));
     cch = 256;
   }
   RegCloseKey(hKey);
@@ -90,8 +81,8 @@ void KeepState() {
   DropKeptState();
   for (const KeptFile& file : Files()) CopyFileW(file.place.c_str(), file.copy.c_str(), FALSE);
   for (const std::wstring& name : lmctl::MonitorNames())
-    PutText(kKeptMonitorsKey, name.c_str(), Text((kMonitorsKey + name).c_str(), L"Driver"));
-  const std::wstring name = Text(kKey, kMonitorNameValue);
+    PutText(kKeptMonitorsKey, name.c_str(), lmctl::MachineText(MonitorKey(name), L"Driver"));
+  const std::wstring name = lmctl::MachineText(kKey, kMonitorNameValue);
   if (!name.empty()) PutText(kKeptKey, kMonitorNameValue, name);
   if (ToolIsInPath()) Mark(kInPathValue);
   Mark(kCompleteValue);
@@ -101,10 +92,11 @@ void RestoreState() {
   if (!IsKept(kCompleteValue)) return;
   for (const KeptFile& file : Files()) Restore(file);
   RestoreMonitors();
-  const std::wstring name = Text(kKeptKey, kMonitorNameValue);
+  const std::wstring name = lmctl::MachineText(kKeptKey, kMonitorNameValue);
   if (!name.empty()) PutText(kKey, kMonitorNameValue, name);
   if (IsKept(kInPathValue) && !ToolIsInPath())
-    PutText(kEnvironmentKey, L"PATH", Text(kEnvironmentKey, L"PATH") + L";" + ToolFolder(), REG_EXPAND_SZ);
+    PutText(kEnvironmentKey, L"PATH", lmctl::MachineText(kEnvironmentKey, L"PATH") + L";" + ToolFolder(),
+            REG_EXPAND_SZ);
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKeptKey);
 }
 

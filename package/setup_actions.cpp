@@ -43,12 +43,7 @@ UINT Refuse(MSIHANDLE hInstall, const std::wstring& sentence) {
   return ERROR_INSTALL_FAILURE;
 }
 
-std::wstring RegisteredName() {
-  wchar_t wszName[256] = {};
-  DWORD cb = sizeof wszName;
-  RegGetValueW(HKEY_LOCAL_MACHINE, setup::kKey, setup::kMonitorNameValue, RRF_RT_REG_SZ, nullptr, wszName, &cb);
-  return wszName;
-}
+std::wstring RegisteredName() { return lmctl::MachineText(setup::kKey, setup::kMonitorNameValue); }
 
 // A number, decimal or 0x with hexadecimal digits, or letters of the log's levels.
 std::optional<DWORD> Number(const std::wstring& text) {

@@ -7,7 +7,6 @@
 namespace lmctl {
 namespace {
 
-constexpr wchar_t kMonitorsKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors";
 constexpr wchar_t kEnvironmentsKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Environments";
 
 // The paths of the keys below one, with their names; none when it cannot be read.
@@ -28,20 +27,23 @@ std::vector<SubKey> SubKeys(const std::wstring& path) {
   return keys;
 }
 
-std::wstring TextValue(const std::wstring& path, const wchar_t* pszValue) {
-  wchar_t wszText[512] = {};
-  DWORD cb = sizeof wszText;
-  return RegGetValueW(HKEY_LOCAL_MACHINE, path.c_str(), pszValue, RRF_RT_REG_SZ, nullptr, wszText, &cb) == ERROR_SUCCESS
-             ? wszText
-             : std::wstring();
-}
-
 }  // namespace
+
+std::wstring MachineText(const std::wstring& key, const wchar_t* pszValue) {
+  constexpr DWORD dwFlags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
+  DWORD cb = 0;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), pszValue, dwFlags, nullptr, nullptr, &cb) != ERROR_SUCCESS)
+    return {};
+  std::wstring text(cb / sizeof(wchar_t), L'\0');
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), pszValue, dwFlags, nullptr, text.data(), &cb) != ERROR_SUCCESS)
+    return {};
+  return text.c_str();
+}
 
 std::vector<std::wstring> MonitorNames() {
   std::vector<std::wstring> names;
   for (const SubKey& monitor : SubKeys(kMonitorsKey)) {
-    const std::wstring dll = TextValue(monitor.path, L"Driver");
+    const std::wstring dll = MachineText(monitor.path, L"Driver");
     if (_wcsicmp(dll.c_str() + dll.find_last_of(L"\\/:") + 1, kMonitorDll) == 0) names.push_back(monitor.name);
   }
   return names;
@@ -58,7 +60,7 @@ std::vector<std::wstring> DriversNaming(const std::vector<std::wstring>& monitor
   for (const SubKey& environment : SubKeys(kEnvironmentsKey))
     for (const SubKey& version : SubKeys(environment.path + L"\\Drivers"))
       for (const SubKey& driver : SubKeys(version.path))
-        if (IsOneOf(monitors, TextValue(driver.path, L"Monitor").c_str())) drivers.push_back(driver.name);
+        if (IsOneOf(monitors, MachineText(driver.path, L"Monitor").c_str())) drivers.push_back(driver.name);
   return drivers;
 }
 

@@ -7,6 +7,10 @@
 namespace lmctl {
 
 inline constexpr wchar_t kMonitorDll[] = L"kelvane_lm.dll";
+inline constexpr wchar_t kMonitorsKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors";
+
+// A text below HKEY_LOCAL_MACHINE, its variables as they stand; empty when there is none.
+std::wstring MachineText(const std::wstring& key, const wchar_t* pszValue);
 
 // The names under which the DLL is registered as a monitor.
 std::vector<std::wstring> MonitorNames();
