@@ -238,12 +238,8 @@ void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const n
   if (hFind.get() == INVALID_HANDLE_VALUE) return;
   do {
     const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (!bFolder || entry.cFileName[0] == L'.' || entry.ftLastWriteTime.dwHighDateTime >= dwLimit) continue;
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      root.DeleteEntry(entry.cFileName);
-    } else {
-      DeleteFolderTree(root, entry.cFileName);
-    }
+    if (bFolder && entry.cFileName[0] != L'.' && entry.ftLastWriteTime.dwHighDateTime < dwLimit)
+      DeleteListed(root, entry);
   } while (FindNextFileW(hFind.get(), &entry));
 }
 

@@ -50,12 +50,7 @@ static void DeleteContent(const SafeFolder& folder) noexcept {
   if (hFind.get() == INVALID_HANDLE_VALUE) return;
   do {
     const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (bFolder && entry.cFileName[0] == L'.') continue;
-    if (bFolder && (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
-      DeleteFolderTree(folder, entry.cFileName);
-    } else {
-      folder.DeleteEntry(entry.cFileName);
-    }
+    if (!bFolder || entry.cFileName[0] != L'.') DeleteListed(folder, entry);
   } while (FindNextFileW(hFind.get(), &entry));
 }
 
@@ -66,4 +61,13 @@ void DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept
     if (folder.Open(parent, pszName) == SafeOpen::Opened) DeleteContent(folder);
   }
   parent.DeleteEntry(pszName);
+}
+
+void DeleteListed(const SafeFolder& folder, const WIN32_FIND_DATAW& entry) noexcept {
+  const DWORD dwKind = entry.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+  if (dwKind == FILE_ATTRIBUTE_DIRECTORY) {
+    DeleteFolderTree(folder, entry.cFileName);
+  } else {
+    folder.DeleteEntry(entry.cFileName);
+  }
 }

@@ -33,13 +33,17 @@ BOOL IsCancelJob(IniPort* pIniPort) noexcept {
   return TRUE;
 }
 
+bool IsCancelSeen(const IniJob& job) noexcept {
+  return job.hEventCancel != nullptr && WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0;
+}
+
 static bool IsWatched(const IniJob& job) noexcept {
   return job.hThread != nullptr && WaitForSingleObject(job.hThread, 0) == WAIT_TIMEOUT;
 }
 
 bool IsJobCancelled(IniPort& port) noexcept {
   const IniJob& job = *port.pIniJob;
-  if (job.hEventCancel != nullptr && WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0) return true;
+  if (IsCancelSeen(job)) return true;
   if (IsWatched(job) || !IsCancelJob(&port)) return false;
   if (job.hEventCancel != nullptr) SetEvent(job.hEventCancel);
   return true;

@@ -15,6 +15,9 @@ bool ReadJobStatus(const IniJob& job, HeapPtr<JOB_INFO_1W>* ppInfo, DWORD* pcbIn
 // the device-access path; a failed query counts as not cancelled. On the thread of the job's calls.
 BOOL IsCancelJob(IniPort* pIniPort) noexcept;
 
+// Whether the job's cancel event is set: what was seen once holds, whatever the spooler says of the job now. Any thread.
+bool IsCancelSeen(const IniJob& job) noexcept;
+
 // The one cancel test of every wait, resend and confirmation: the current job's cancel event is set, or the job has no
 // running watcher and the spooler says so now, which then sets the event. On the thread of the job's calls.
 bool IsJobCancelled(IniPort& port) noexcept;

@@ -99,10 +99,7 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
   const bool bWatched = pIniJob != nullptr && (!bRaw || bShared);
   LogI(L"[pszPortName:%s, cbBuf:%d]", pIniPort->pszPortName, cbBuf);
   if (IsCancelJob(pIniPort)) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
-  // A job that was seen to be deleted stays deleted, whatever the spooler says of it now.
-  const bool bCancelled = pIniJob != nullptr && pIniJob->hEventCancel != nullptr &&
-                          WaitForSingleObject(pIniJob->hEventCancel, 0) == WAIT_OBJECT_0;
-  if (bCancelled) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
+  if (pIniJob != nullptr && IsCancelSeen(*pIniJob)) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
   if (!bRaw) CheckRealCmd(pIniPort, pBuf, cbBuf);
 
   BOOL bWritten = FALSE;

@@ -22,8 +22,7 @@ static bool EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
   const bool bWatched = bShared || !IsRawJob(&job);
   if (bWatched && (port.dwPortFlags & (PORT_VIRTUAL_COM | PORT_AUTO_REPRINT)) != 0 && !IsCancelJob(&port))
     ConfirmJobEndAndReprint(&port);
-  // What the watcher saw holds, also when the job has left the spooler since.
-  const bool bSeen = job.hEventCancel != nullptr && WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0;
+  const bool bSeen = IsCancelSeen(job);
   StopCancelWatcher(job);
   if (!IsCancelJob(&port) && !bSeen) return self.Restore();
   if (port.pSdkMng == nullptr) {
