@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What the files that go to customers are like: their size, flags and sections, the PDB that belongs to each, and signatures
-# with a throw-away certificate.
+# What the files that go to customers are like: their size, flags and sections, the PDB that belongs to each, the order of the
+# setup's actions, and signatures with a throw-away certificate.
 # shipped_files_test.sh FILES WORK   FILES: the folder with the programs of the Windows build
 set -eu
 files=$(realpath "$1")
@@ -43,6 +43,12 @@ SIGN_PASSWORD=secret "$make_release" 9.8.7 "$files" release --sign certificate.p
 for file in release/*.msi release/*/kelvane_lm.dll release/*/lmctl.exe; do
   osslsigncode verify -CAfile certificate.pem -in "$file" 2>&1 | grep -q 'Signature verification: ok' || fail "$file is not signed"
 done
+msiinfo export release/*.msi InstallExecuteSequence >sequence.txt
+in_order=
+for action in InstallInitialize TakeBackSetup BeginSetup MarkSpoolerRan StopServices InstallFiles StartServices EndSetup InstallFinalize; do
+  in_order+="$(awk -F '\t' -v action=$action '$1 == action { print $3 }' sequence.txt | tr -d '\r') "
+done
+sort -n -c 2>/dev/null <(tr ' ' '\n' <<<"${in_order% }") && [ "$(wc -w <<<"$in_order")" -eq 9 ] || fail "the setup's actions have the places $in_order"
 ! SIGN_PASSWORD=wrong "$make_release" 9.8.7 "$files" release --sign certificate.p12 >refused.txt 2>&1 ||
   fail "a wrong password went unnoticed"
 [ $failed -eq 0 ] && echo "the files are well"
