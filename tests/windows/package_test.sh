@@ -44,13 +44,16 @@ install() {  # expected exit status, the low byte of the installer's; arguments
   local expected=$1 got=0
   shift
   timeout -k 5 100 wine msiexec "$@" /qn /l*v install.log || got=$?
-  # Once in some hundred installations Wine's installer waits for ever. Nothing can be told of the package then; one that
-  # hangs by itself does so every time.
-  if [ "$got" -ge 124 ] && [ "$got" -le 137 ] && [ "${ATTEMPT:-1}" -lt 3 ]; then
-    echo "Wine's installer hangs: all over again"
+  # Once in some hundred installations Wine's installer waits for ever, or ends with this code where the next one does well.
+  # Nothing can be told of the package then; one that hangs or fails by itself does so every time.
+  if [ "$got" != "$expected" ] && { [ "$got" -ge 124 ] && [ "$got" -le 137 ] || [ "$got" = "$failed_on_the_way" ]; } &&
+    [ "${ATTEMPT:-1}" -lt 3 ]; then
+    tr -d '\r' <install.log | tail -12
+    echo "Wine's installer ended with $got: all over again"
     wineserver -k || true
     ATTEMPT=$((${ATTEMPT:-1} + 1)) exec "$self" "$files" "$work"
   fi
+  [ "$got" = "$expected" ] || tr -d '\r' <install.log | tail -12
   is "msiexec $*" "$got" "$expected"
 }
 says() { tr -d '\r' <install.log | grep -aq "$1" || fail "the installer's log does not say: $1"; }
