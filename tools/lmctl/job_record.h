@@ -1,12 +1,15 @@
 // What is known so far of a job that is under way; the state machine's own.
 #pragma once
 
+#include <array>
+
 #include "tools/lmctl/job_story.h"
 
 namespace lmctl {
 
 struct StoryMachine::Job {
   Story story;
+  std::array<bool, 128> levels{};  // letters of the levels that its lines have
   std::vector<Key> threads;
   bool bStarting = true;  // no write yet
   bool bBytesUnknown = false;
@@ -47,7 +50,8 @@ struct StoryMachine::Job {
   LocalMs llResendFrom = 0;
   bool bRefused = false;
 
-  bool Has(char cLevel) const { return story.levels[static_cast<unsigned char>(cLevel) & 127]; }
+  bool Has(char cLevel) const { return levels[static_cast<unsigned char>(cLevel) & 127]; }
+  void Saw(char cLevel) { levels[static_cast<unsigned char>(cLevel) & 127] = true; }
 };
 
 }  // namespace lmctl

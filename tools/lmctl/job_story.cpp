@@ -49,7 +49,7 @@ StoryMachine::Job& StoryMachine::Begin(const LogLine& line, std::string_view que
   pJob->story.llLast = m_llTime;
   pJob->story.first = m_place;
   pJob->story.last = m_place;
-  pJob->story.levels[static_cast<unsigned char>(line.cLevel) & 127] = true;
+  pJob->Saw(line.cLevel);
   const auto& portOfQueue = m_portOfQueue[line.nProcess];
   const auto port = portOfQueue.find(pJob->story.strQueue);
   if (port != portOfQueue.end()) pJob->story.strPort = port->second;
@@ -87,7 +87,7 @@ void StoryMachine::Line(const LogLine& line, LocalMs llTime, const Place& place)
   if (pJob != nullptr) {
     pJob->story.llLast = llTime;
     pJob->story.last = place;
-    pJob->story.levels[static_cast<unsigned char>(line.cLevel) & 127] = true;
+    pJob->Saw(line.cLevel);
   }
   if (routine == "MonWritePort") return WriteLine(line);
   if (routine == "MonStartDocPort") return StartFailure(line);

@@ -2,7 +2,6 @@
 // the jobs that are under way, nothing else; a story says what the lines prove and names what they do not show.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -40,10 +39,9 @@ struct Event {
   std::string strText;
 };
 
-struct Story {
-  std::string strQueue;
+// What a story says in numbers.
+struct StoryFacts {
   std::int64_t nJob = 0;
-  std::string strPort;  // empty: not logged
   std::uint32_t nProcess = 0;
   LocalMs llStarted = 0;
   LocalMs llEnded = 0;  // 0: unfinished, or not logged
@@ -53,18 +51,22 @@ struct Story {
   std::int64_t nBytes = kUnknown;
   std::int64_t nWrites = kUnknown;
   Outcome outcome = Outcome::Unknown;
-  std::string strReason;
   std::int64_t nError = kUnknown;  // a Win32 code; unknown also where there is none
   bool bErrorNotLogged = false;
   std::int64_t nReprints = kUnknown;
-  std::string strResponse;  // empty: none, or not logged
   bool bResponseNotLogged = false;
   Tri maybeTwice = Tri::Unknown;
-  bool bInPart = false;            // only a part of it may stand on paper
-  bool bLinesLost = false;         // lines of its time are missing from the log
-  std::array<bool, 128> levels{};  // letters of the levels that its lines have
+  bool bInPart = false;     // only a part of it may stand on paper
+  bool bLinesLost = false;  // lines of its time are missing from the log
   Place first;
   Place last;
+};
+
+struct Story : StoryFacts {
+  std::string strQueue;
+  std::string strPort;  // empty: not logged
+  std::string strReason;
+  std::string strResponse;  // empty: none, or not logged
   std::vector<Phase> phases;
   std::vector<Event> events;  // only where they are asked for
 

@@ -168,8 +168,6 @@ void TableRenderer::Header() {
 void TableRenderer::Row(const Story& story) {
   constexpr std::size_t kFixed = 19 + 2 + 16 + 1 + 6 + 2 + 12 + 1 + 11 + 1 + 10 + 1 + 9 + 2;
   std::string strOutcome = OutcomeText(story);
-  if (story.nBytes == kUnknown)
-    strOutcome += story.levels['I'] || story.nWrites != kUnknown ? "" : " (bytes: level I is off)";
   if (m_nWidth > 0) {
     strOutcome = Fit(strOutcome, m_nWidth > kFixed + 12 ? m_nWidth - kFixed : 12);
     while (!strOutcome.empty() && strOutcome.back() == ' ') strOutcome.pop_back();
