@@ -60,11 +60,8 @@ std::optional<DWORD> Levels(const std::wstring& text) {
   if (_wcsicmp(text.c_str(), L"off") == 0) return LOG_OFF;
   DWORD dwMask = 0;
   for (const wchar_t c : text) {
-    DWORD dwLevel = 0;
-    for (const LogLevelLetter& known : kLogLevelLetters)
-      if (c == static_cast<wchar_t>(known.cLetter)) dwLevel = known.dwLevel;
-    if (dwLevel == 0) return std::nullopt;
-    dwMask |= dwLevel;
+    if (LogLevelOf(c) == 0) return std::nullopt;
+    dwMask |= LogLevelOf(c);
   }
   return dwMask;
 }

@@ -26,6 +26,13 @@ struct LogLevelLetter {
 inline constexpr LogLevelLetter kLogLevelLetters[] = {{'I', LOG_LEVEL_I}, {'D', LOG_LEVEL_D}, {'T', LOG_LEVEL_T},
                                                       {'E', LOG_LEVEL_E}, {'W', LOG_LEVEL_W}, {'V', LOG_LEVEL_V}};
 
+// The level of a letter; 0 for a letter of none.
+constexpr DWORD LogLevelOf(wchar_t cLetter) noexcept {
+  for (const LogLevelLetter& known : kLogLevelLetters)
+    if (cLetter == static_cast<wchar_t>(known.cLetter)) return known.dwLevel;
+  return 0;
+}
+
 // The settings are read again when a call comes this long after the last time.
 inline constexpr DWORD kLogReloadMs = 15'000;
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/lmctl/commands.h"
+#include "tools/lmctl/log_line.h"
 #include "tools/lmctl/queue.h"
 #include "tools/lmctl/terminal.h"
 
@@ -16,11 +17,6 @@ namespace lmctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool IsDay(const std::string& strName) {
-  return strName.size() == 8 &&
-         std::all_of(strName.begin(), strName.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
 
 fs::path RootOf(const Options& options) {
   std::string strRoot = options.strRoot;
@@ -52,7 +48,7 @@ int ArchiveList(const Options& options) {
   std::error_code error;
   for (const auto& day : fs::directory_iterator(RootOf(options), error)) {
     const std::string strDay = day.path().filename().string();
-    if (!day.is_directory(error) || day.is_symlink(error) || !IsDay(strDay)) continue;
+    if (!day.is_directory(error) || day.is_symlink(error) || !IsDayName(strDay)) continue;
     for (const auto& file : fs::directory_iterator(day.path(), error))
       if (file.is_regular_file(error) && file.path().extension() == ".prn") days[strDay].push_back(file.path());
   }

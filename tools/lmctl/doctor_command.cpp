@@ -170,8 +170,7 @@ void CheckArchiveRoot(Findings& findings, const std::string& strQueue, const std
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(strRoot, error)) {
     const std::string strName = entry.path().filename().string();
-    const bool bDay = strName.size() == 8 && strName.find_first_not_of("0123456789") == std::string::npos;
-    if (!entry.is_directory(error) || bDay || strName.starts_with('.')) continue;
+    if (!entry.is_directory(error) || IsDayName(strName) || strName.starts_with('.')) continue;
     findings.Warning("archive",
                      strQueue + ": the archive's root " + strRoot + " holds another folder, " + strName +
                          ", which is deleted when it is old",

@@ -116,6 +116,10 @@ LogLine ParseLine(std::string_view line) {
   return parsed;
 }
 
+bool IsDayName(std::string_view name) {
+  return name.size() == 8 && name.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 char LevelOf(std::string_view line) {
   while (!line.empty() && line.front() == '*') line.remove_prefix(1);
   const std::size_t nAt = line.find("\t[");

@@ -37,6 +37,9 @@ struct LogLine {
 
 LogLine ParseLine(std::string_view line);
 
+// Whether a name is a day's, yyyymmdd: log files begin with one, folders of an archive are one.
+bool IsDayName(std::string_view name);
+
 // The level letter of any line that has a level column, 0 for others.
 char LevelOf(std::string_view line);
 

@@ -63,10 +63,7 @@ std::size_t ReadBlock(const std::filesystem::path& path, std::uint64_t ullAt, ch
   return cb;
 }
 
-bool IsDate(const std::string& strName) {
-  return strName.size() >= 8 &&
-         std::all_of(strName.begin(), strName.begin() + 8, [](char c) { return c >= '0' && c <= '9'; });
-}
+bool IsDate(const std::string& strName) { return IsDayName(strName.substr(0, 8)); }
 
 // Rotated files of a day, by the time of their names, then the day's own.
 bool Older(const LogReader::Source& left, const LogReader::Source& right) {

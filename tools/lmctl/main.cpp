@@ -17,11 +17,8 @@ int main(int argc, char** argv) {
     pCommand->add_option("--log", options.logs, "the log's folder, or files of it (default: this machine's log)");
   };
   const auto levels = [&](const std::string& strLetters) {
-    for (const char c : strLetters) {
-      bool bKnown = false;
-      for (const LogLevelLetter& known : kLogLevelLetters) bKnown |= known.cLetter == c;
-      if (!bKnown) return std::string("levels are letters of EWIDTV");
-    }
+    for (const char c : strLetters)
+      if (LogLevelOf(static_cast<unsigned char>(c)) == 0) return std::string("levels are letters of EWIDTV");
     return std::string();
   };
 

@@ -49,8 +49,7 @@ std::string Letters(DWORD dwMask) {
   if ((dwMask & LOG_OFF) != 0) return "off";
   std::string str;
   for (const char c : {'E', 'W', 'I', 'D', 'T', 'V'})
-    for (const LogLevelLetter& known : kLogLevelLetters)
-      if (known.cLetter == c && (dwMask & known.dwLevel) != 0) str += c;
+    if ((dwMask & LogLevelOf(static_cast<unsigned char>(c))) != 0) str += c;
   return str.empty() ? "-" : str;
 }
 
@@ -129,9 +128,7 @@ NewValue Parse(const Setting& setting, const std::string& strValue) {
       if (strValue == "off") return dword(LOG_OFF);
       DWORD dwMask = 0;
       for (const char c : strValue) {
-        DWORD dwLevel = 0;
-        for (const LogLevelLetter& known : kLogLevelLetters)
-          if (known.cLetter == c) dwLevel = known.dwLevel;
+        const DWORD dwLevel = LogLevelOf(static_cast<unsigned char>(c));
         if (dwLevel == 0) refuse("letters of EWIDTV, or off");
         dwMask |= dwLevel;
       }

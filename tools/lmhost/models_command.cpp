@@ -11,9 +11,7 @@ namespace lmhost {
 bool LevelMask(const std::string& strLetters, std::uint32_t& dwMask) {
   dwMask = 0;
   for (const char c : strLetters) {
-    DWORD dwLevel = 0;
-    for (const LogLevelLetter& known : kLogLevelLetters)
-      if (known.cLetter == c) dwLevel = known.dwLevel;
+    const DWORD dwLevel = LogLevelOf(static_cast<unsigned char>(c));
     if (dwLevel == 0) return false;
     dwMask |= dwLevel;
   }
