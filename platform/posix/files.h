@@ -38,6 +38,9 @@ BOOL Fails(DWORD dwError);
 
 bool IsEmptyFolder(const std::string& strHostPath);
 
+// Where an open file lies now, whatever path it was opened by.
+std::string HostPathOf(const File& file);
+
 std::u16string FromUtf8(const std::string& strText);
 
 // Times of a host file, as futimens takes them (access and change alike), and as Windows tells them.

@@ -8,18 +8,44 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
-using namespace w32;
+namespace w32 {
 
-namespace {
-
-// Where an open file lies now; the names of the sandbox's drives begin behind its root.
 std::string HostPathOf(const File& file) {
   char szPath[PATH_MAX];
   const ssize_t n = readlink(("/proc/self/fd/" + std::to_string(file.nFile)).c_str(), szPath, sizeof szPath);
   return n > 0 ? std::string(szPath, static_cast<std::size_t>(n)) : std::string();
 }
 
+// The folder itself waits beside the drives, so that handles to it stay what they are.
+static std::string TurnedFolder(const std::string& strHostPath) {
+  return SandboxRoot() + "/turned" + std::to_string(std::hash<std::string>()(strHostPath));
+}
+
+bool TurnIntoLink(const wchar_t* pszFolder, const wchar_t* pszTarget) {
+  PlatformCall();
+  const std::string strHost = HostPath(pszFolder);
+  struct stat status {};
+  if (lstat(strHost.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || !IsEmptyFolder(strHost)) return false;
+  return rename(strHost.c_str(), TurnedFolder(strHost).c_str()) == 0 &&
+         symlink(HostPath(pszTarget).c_str(), strHost.c_str()) == 0;
+}
+
+void TurnIntoFolder(const wchar_t* pszLink) {
+  PlatformCall();
+  const std::string strHost = HostPath(pszLink);
+  unlink(strHost.c_str());
+  if (rename(TurnedFolder(strHost).c_str(), strHost.c_str()) != 0) Unsupported("a link that was no folder");
+}
+
+}  // namespace w32
+
+using namespace w32;
+
+namespace {
+
+// The names of the sandbox's drives begin behind it.
 const std::string& RealRoot() {
   static const std::string* pRoot = [] {
     char szPath[PATH_MAX];

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 
 // The public name of an access list; its content is this layer's own.
@@ -34,8 +35,10 @@ std::map<std::string, std::string>& Lists() {
 }  // namespace
 
 std::string AccessListOf(const wchar_t* pszFolder) {
+  std::error_code ignored;
+  const std::string strPlace = std::filesystem::canonical(HostPath(pszFolder), ignored);
   std::lock_guard<std::mutex> lock(g_listsMutex);
-  const auto it = Lists().find(HostPath(pszFolder));
+  const auto it = Lists().find(strPlace);
   return it == Lists().end() ? std::string() : it->second;
 }
 
@@ -123,7 +126,7 @@ DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
   char szRights[48];
   std::snprintf(szRights, sizeof szRights, " 0x%08x %u", pDacl->dwMask, pDacl->dwFlags);
   std::lock_guard<std::mutex> lock(g_listsMutex);
-  Lists()[pFile->strHostPath] = strEntry + szRights;
+  Lists()[HostPathOf(*pFile)] = strEntry + szRights;
   return ERROR_SUCCESS;
 }
 

@@ -104,7 +104,7 @@ bool SafeFolder::OpenRoot(const SafeRoot& root) noexcept {
   return m_hFolder != nullptr;
 }
 
-// The final path is asked for at the files; a folder's own place follows from its parents, which are held open.
+// Opening changes nothing, so the final path is asked for only where something is made or deleted.
 SafeOpen SafeFolder::Open(const SafePlace& parent, const wchar_t* pszName, DWORD dwMoreAccess) noexcept {
   m_hFolder.reset();
   if (!Take(parent, pszName)) return SafeOpen::Refused;
@@ -123,51 +123,68 @@ SafeOpen SafeFolder::Open(const SafePlace& parent, const wchar_t* pszName, DWORD
   return SafeOpen::Missing;
 }
 
+// A folder on the way that is empty can be turned into a link where it stands, held open or not. So what was made is looked
+// at by its handle before it counts, and goes again when it came to lie elsewhere.
+SafeOpen SafeFolder::Make(const SafePlace& parent, const wchar_t* pszName, bool bForUsers) noexcept {
+  constexpr DWORD kChangeRule = READ_CONTROL | WRITE_DAC;
+  // Somebody may be faster; whatever is there then is looked at like any other.
+  if (!CreateDirectoryW(m_path.Text(), nullptr)) return Open(parent, pszName);
+  if (Open(parent, pszName, kChangeRule | DELETE) == SafeOpen::Opened ||
+      Open(parent, pszName, kChangeRule) == SafeOpen::Opened) {
+    PathText final;
+    if (!final.AssignFinalPathOf(m_hFolder.get()) || _wcsicmp(final.Text(), m_final.Text()) != 0) {
+      DeleteOpenFile(m_hFolder.get());
+      m_hFolder.reset();
+      return SafeOpen::Refused;
+    }
+    if (bForUsers) GrantUsersFullAccess(m_hFolder.get());
+  }
+  return Open(parent, pszName) == SafeOpen::Opened ? SafeOpen::Opened : SafeOpen::Refused;
+}
+
 SafeOpen SafeFolder::OpenOrMake(const SafePlace& parent, const wchar_t* pszName) noexcept {
   const SafeOpen found = Open(parent, pszName);
-  if (found != SafeOpen::Missing) return found;
-  // Somebody may be faster; whatever is there then is looked at like any other.
-  CreateDirectoryW(m_path.Text(), nullptr);
-  return Open(parent, pszName);
+  return found != SafeOpen::Missing ? found : Make(parent, pszName, false);
 }
 
 SafeOpen SafeFolder::OpenOrMakeForUsers(const SafePlace& parent, const wchar_t* pszName) noexcept {
   const SafeOpen found = Open(parent, pszName);
-  if (found != SafeOpen::Missing) return found;
-  CreateDirectoryW(m_path.Text(), nullptr);
-  if (Open(parent, pszName, READ_CONTROL | WRITE_DAC) != SafeOpen::Opened) return Open(parent, pszName);
-  GrantUsersFullAccess(m_hFolder.get());
-  return SafeOpen::Opened;
+  return found != SafeOpen::Missing ? found : Make(parent, pszName, true);
 }
 
 bool SafeFolder::IsInPlace(HANDLE hFile, const wchar_t* pszName,
                            const BY_HANDLE_FILE_INFORMATION& information) const noexcept {
   if (information.dwVolumeSerialNumber != m_dwVolume) return false;
+  PathText expected;
   PathText final;
-  if (!final.AssignFinalPathOf(hFile)) return false;
-  const std::size_t cchFolder = m_final.Length();
-  const std::size_t cchSeparator = cchFolder > 0 && m_final.Text()[cchFolder - 1] == L'\\' ? 0 : 1;
-  return final.Length() == cchFolder + cchSeparator + wcslen(pszName) &&
-         _wcsnicmp(final.Text(), m_final.Text(), cchFolder) == 0 &&
-         _wcsicmp(final.Text() + cchFolder + cchSeparator, pszName) == 0;
+  return expected.Assign(m_final.Text(), m_final.Length()) && expected.Append(pszName) &&
+         final.AssignFinalPathOf(hFile) && _wcsicmp(final.Text(), expected.Text()) == 0;
 }
 
-UniqueHandle SafeFolder::OpenFile(const wchar_t* pszName, DWORD dwAccess, DWORD dwDisposition,
+UniqueHandle SafeFolder::OpenFile(const wchar_t* pszName, DWORD dwAccess, bool bMake,
                                   BY_HANDLE_FILE_INFORMATION* pInformation) const noexcept {
+  constexpr DWORD kFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT;
   PathText path;
   if (!path.Assign(m_path.Text(), m_path.Length()) || !path.Append(pszName)) return nullptr;
-  UniqueHandle hFile = OpenPath(path.Text(), dwAccess | FILE_READ_ATTRIBUTES, 0, dwDisposition,
-                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT);
+  dwAccess |= FILE_READ_ATTRIBUTES;
+  bool bMade = false;
+  UniqueHandle hFile = OpenPath(path.Text(), dwAccess, 0, OPEN_EXISTING, kFlags);
+  if (!hFile && bMake && GetLastError() == ERROR_FILE_NOT_FOUND) {
+    // With the right to take it away again: the folder may have become a link meanwhile (Make).
+    hFile = OpenPath(path.Text(), dwAccess | DELETE, 0, OPEN_ALWAYS, kFlags);
+    bMade = hFile != nullptr && GetLastError() != ERROR_ALREADY_EXISTS;
+  }
   if (!hFile) return nullptr;
   BY_HANDLE_FILE_INFORMATION information;
-  if (!GetFileInformationByHandle(hFile.get(), &information)) return nullptr;
-  const bool bPlain = !IsFolder(information) && !IsLink(information) && information.nNumberOfLinks == 1;
-  if (!bPlain || !IsInPlace(hFile.get(), pszName, information)) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
+  const bool bKnown = GetFileInformationByHandle(hFile.get(), &information) != FALSE;
+  if (bKnown && !IsFolder(information) && !IsLink(information) && information.nNumberOfLinks == 1 &&
+      IsInPlace(hFile.get(), pszName, information)) {
+    if (pInformation != nullptr) *pInformation = information;
+    return hFile;
   }
-  if (pInformation != nullptr) *pInformation = information;
-  return hFile;
+  if (bMade) DeleteOpenFile(hFile.get());
+  if (bKnown) SetLastError(ERROR_ACCESS_DENIED);
+  return nullptr;
 }
 
 bool SafeFolder::RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexcept {

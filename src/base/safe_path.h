@@ -1,8 +1,9 @@
 // Files and folders below a root that others may write to, reached without ever following a link.
 //
 // The root is the administrator's and may lie behind links. Below it every folder on the way is opened by itself and not
-// through a link, checked by its handle, and stays open without the right for others to move or delete it; what is opened,
-// made, renamed or deleted in it is therefore in that very folder. Names below the root are single names, never paths.
+// through a link, checked by its handle, and stays open without the right for others to move or delete it. What keeps no
+// handle from it is that an empty folder becomes a link where it stands: so everything that is made, written, renamed or
+// deleted is itself opened first and must lie where its name says. Names below the root are single names, never paths.
 // Nothing here logs or reports: the log itself lives on this.
 #pragma once
 
@@ -81,12 +82,12 @@ class SafeFolder : public SafePlace {
   SafeOpen Open(const SafePlace& parent, const wchar_t* pszName, DWORD dwMoreAccess = 0) noexcept;
   // The same, and makes the folder when it is missing.
   SafeOpen OpenOrMake(const SafePlace& parent, const wchar_t* pszName) noexcept;
-  // The same, and gives a folder that was made the access rule of those that every user's programs write to.
+  // The same, and gives a folder that it made the access rule of those that every user's programs write to.
   SafeOpen OpenOrMakeForUsers(const SafePlace& parent, const wchar_t* pszName) noexcept;
 
-  // Opens or makes a file in the folder: a plain file with one name, not shared with anybody. Null when that fails.
-  // pInformation receives what the handle tells, the size among it.
-  UniqueHandle OpenFile(const wchar_t* pszName, DWORD dwAccess, DWORD dwDisposition,
+  // Opens a file in the folder: a plain file with one name, not shared with anybody. bMake: makes one that is missing.
+  // Null when that fails. pInformation receives what the handle tells, the size among it.
+  UniqueHandle OpenFile(const wchar_t* pszName, DWORD dwAccess, bool bMake,
                         BY_HANDLE_FILE_INFORMATION* pInformation = nullptr) const noexcept;
   // Renames a file that was opened here with the right DELETE; an existing file is not replaced.
   bool RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexcept;
@@ -100,6 +101,7 @@ class SafeFolder : public SafePlace {
   explicit operator bool() const noexcept { return m_hFolder != nullptr; }
 
  private:
+  SafeOpen Make(const SafePlace& parent, const wchar_t* pszName, bool bForUsers) noexcept;
   bool IsInPlace(HANDLE hFile, const wchar_t* pszName, const BY_HANDLE_FILE_INFORMATION& information) const noexcept;
 
   UniqueHandle m_hFolder;

@@ -191,7 +191,7 @@ static UniqueHandle OpenJobFile(const wchar_t* pszFilePath, SafeFolder& day) noe
   SafeRoot root;
   const bool bOpened = nDay > 1 && dayName.Assign(pszFilePath + nDay, nFile - 1 - nDay) &&
                        root.Resolve(pszFilePath, nDay - 1) && day.Open(root, dayName.Text()) == SafeOpen::Opened;
-  return bOpened ? day.OpenFile(pszFilePath + nFile, GENERIC_WRITE, OPEN_ALWAYS) : nullptr;
+  return bOpened ? day.OpenFile(pszFilePath + nFile, GENERIC_WRITE, true) : nullptr;
 }
 
 BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept {

@@ -100,7 +100,7 @@ void CLogfile::Rotate(const SafeFolder& module, const LogName& file, const SYSTE
   LogName renamed;
   FormatWide(renamed.wsz, L"%04d%02d%02d_%02d%02d%02d(%03d).log", st.wYear, st.wMonth, st.wDay, st.wHour, st.wMinute,
              st.wSecond, st.wMilliseconds);
-  const UniqueHandle hFile = module.OpenFile(file.wsz, DELETE, OPEN_EXISTING);
+  const UniqueHandle hFile = module.OpenFile(file.wsz, DELETE, false);
   if (hFile) module.RenameFile(hFile.get(), renamed.wsz);
 }
 
@@ -133,7 +133,7 @@ void CLogfile::PurgeOldLogs(LONG nLifeDays) noexcept {
   do {
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
     if (entry.ftLastWriteTime.dwHighDateTime + dwLimit >= dwReference) continue;
-    const UniqueHandle hFile = folder.module.OpenFile(entry.cFileName, GENERIC_READ | DELETE, OPEN_EXISTING);
+    const UniqueHandle hFile = folder.module.OpenFile(entry.cFileName, GENERIC_READ | DELETE, false);
     if (hFile && IsLogFile(hFile.get())) SafeFolder::DeleteOpenFile(hFile.get());
   } while (FindNextFileW(hFind.get(), &entry));
 }

@@ -68,7 +68,7 @@ bool CLogStream::Open(LogThreadBuffers& buffers, const SafeFolder& folder, const
   if (dwWait == WAIT_TIMEOUT) return false;
   const DWORD dwStart = GetTickCount();
   BY_HANDLE_FILE_INFORMATION information;
-  UniqueHandle hFile = folder.OpenFile(file.wsz, GENERIC_WRITE, OPEN_ALWAYS, &information);
+  UniqueHandle hFile = folder.OpenFile(file.wsz, GENERIC_WRITE, true, &information);
   if (!hFile) {
     ReleaseMutex(m_hLogMutex.get());
     return false;

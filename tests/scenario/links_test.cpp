@@ -222,6 +222,44 @@ TEST(SwappedFolders, WritingAndAgeingOfTheArchive) {
             }});
   World::DeleteTree(kArchive);
 }
+
+// An empty folder can be turned into a link where it stands, whoever holds it open. What was to be made in it is then made
+// elsewhere and taken away again, and no folder elsewhere gets the log's access rule.
+TEST(TurnedFolders, NothingIsLeftWhereTheyLead) {
+  World::CleanMachine();
+  World::SetLogLevel(LOG_LEVEL_E);
+  LogObject().SetModuleFolder("DRV_LM \0PrinterDriver");
+  const std::string strDay = std::string(kArchive) + "\\20261118";
+  MakeTarget();
+  DeleteFileW(L"C:\\Target\\Inner\\20261118.log");
+  const sim::WideString target = sim::Wide("C:\\Target\\Inner");
+  CreateDirectoryW(L"C:\\Target\\Inner\\PrinterDriver", nullptr);
+  const auto before = World::ArchivedFiles("C:\\Target");
+  for (const std::string& strPlace : {World::LogFolder(), std::string("C:\\ProgramData\\Kelvane\\Logs"), strDay}) {
+    const sim::WideString place = sim::Wide(strPlace);
+    for (std::uint64_t ullSeed = 1; ullSeed <= 100; ++ullSeed) {
+      w32::SetSeed(ullSeed);
+      World::DeleteTree(World::LogFolder());
+      World::DeleteTree(kArchive);
+      CreateDirectoryW(sim::Wide(kArchive).c_str(), nullptr);
+      CreateDirectoryW(place.c_str(), nullptr);
+      std::atomic<bool> bStop{false};
+      Beside turner([&] {
+        while (!bStop)
+          if (w32::TurnIntoLink(place.c_str(), target.c_str())) w32::TurnIntoFolder(place.c_str());
+      });
+      OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "", 1, 1, 1, L"line");
+      gJob.OutputJobFile(sim::Wide(strDay + "\\new.prn").c_str(), reinterpret_cast<const BYTE*>("more"), 4);
+      bStop = true;
+      turner.Join();
+      ASSERT_EQ(World::ArchivedFiles("C:\\Target"), before) << strPlace << ", seed " << ullSeed;
+      ASSERT_EQ(w32::AccessListOf(L"C:\\Target\\Inner\\PrinterDriver"), "") << strPlace << ", seed " << ullSeed;
+    }
+    OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "", 1, 1, 1, L"afterwards");
+    EXPECT_EQ(World::LogCount("afterwards"), 1u) << strPlace;
+  }
+  World::DeleteTree(kArchive);
+}
 #endif
 
 }  // namespace
