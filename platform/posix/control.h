@@ -104,7 +104,8 @@ void DropSandbox();
 // Host path of a Windows path (the part that does not exist yet is taken as written).
 std::string HostPath(const wchar_t* pszPath);
 // Turns an empty folder into a link where it stands, and back, as a program does that sets and deletes its reparse point:
-// nobody's handle to the folder keeps it from that. FALSE when something lies in it.
+// nobody's handle to the folder keeps it from that. False when something lies in it. A link that was deleted meanwhile is
+// not turned back.
 bool TurnIntoLink(const wchar_t* pszFolder, const wchar_t* pszTarget);
 void TurnIntoFolder(const wchar_t* pszLink);
 // One line per entry of a folder's access list, as "SID mask flags"; empty when the folder keeps its default list.

@@ -35,8 +35,8 @@ bool TurnIntoLink(const wchar_t* pszFolder, const wchar_t* pszTarget) {
 void TurnIntoFolder(const wchar_t* pszLink) {
   PlatformCall();
   const std::string strHost = HostPath(pszLink);
-  unlink(strHost.c_str());
-  if (rename(TurnedFolder(strHost).c_str(), strHost.c_str()) != 0) Unsupported("a link that was no folder");
+  if (unlink(strHost.c_str()) == 0 && rename(TurnedFolder(strHost).c_str(), strHost.c_str()) != 0)
+    Unsupported("a link that was no folder");
 }
 
 }  // namespace w32

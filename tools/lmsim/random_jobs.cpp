@@ -276,6 +276,11 @@ class Simulation {
         Sleep(dwWait);
         const sim::WideString place = sim::Wide(strPlace);
         const sim::WideString aside = sim::Wide(strPlace + ".aside");
+        if (w32::TurnIntoLink(place.c_str(), L"C:\\Outside\\PrinterDriver")) {  // an empty one, where it stands
+          Sleep(dwWait);
+          w32::TurnIntoFolder(place.c_str());
+          continue;
+        }
         MoveFileW(place.c_str(), aside.c_str());
         if (!CreateSymbolicLinkW(place.c_str(), L"C:\\Outside\\PrinterDriver", SYMBOLIC_LINK_FLAG_DIRECTORY)) continue;
         Sleep(dwWait);
