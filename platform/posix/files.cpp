@@ -15,9 +15,11 @@
 #include <set>
 
 namespace w32 {
-namespace {
 
 std::mutex g_openMutex;
+
+namespace {
+
 std::set<File*>& OpenFiles() {
   static auto* pFiles = new std::set<File*>;
   return *pFiles;
@@ -281,6 +283,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName, LPSECURITY_ATTRIBUTES) {
   const MappedPath path = MapPath(lpPathName);
   if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
   if (wcslen(lpPathName) >= kLongestFolder) return Fails(ERROR_FILENAME_EXCED_RANGE);
+  std::lock_guard<std::mutex> lock(g_openMutex);
   if (mkdir(path.strHost.c_str(), 0777) != 0) {
     return Fails(errno == EEXIST ? ERROR_ALREADY_EXISTS : errno == ENOENT ? ERROR_PATH_NOT_FOUND : FromErrno(errno));
   }

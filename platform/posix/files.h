@@ -24,6 +24,9 @@ class File : public Object {
   std::string strDeleteAtClose;  // the entry that goes with this handle; empty: none
 };
 
+// Held while an entry is opened or made and while a folder becomes a link; guards the list of open files.
+extern std::mutex g_openMutex;
+
 // A Windows path, checked and mapped.
 struct MappedPath {
   std::string strHost;

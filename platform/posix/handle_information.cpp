@@ -1,13 +1,16 @@
 // What a handle tells of its file or folder, and what can be done to it by handle; links.
 #include "files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 
 namespace w32 {
@@ -18,25 +21,34 @@ std::string HostPathOf(const File& file) {
   return n > 0 ? std::string(szPath, static_cast<std::size_t>(n)) : std::string();
 }
 
-// The folder itself waits beside the drives, so that handles to it stay what they are.
+// The folder itself waits beside the drives, so that handles to it stay what they are; the two change places in one step.
 static std::string TurnedFolder(const std::string& strHostPath) {
   return SandboxRoot() + "/turned" + std::to_string(std::hash<std::string>()(strHostPath));
 }
 
+static void ChangePlaces(const std::string& strHostPath, const std::string& strOther) {
+  if (renameat2(AT_FDCWD, strHostPath.c_str(), AT_FDCWD, strOther.c_str(), RENAME_EXCHANGE) != 0)
+    Unsupported("a host that cannot exchange two names");
+}
+
 bool TurnIntoLink(const wchar_t* pszFolder, const wchar_t* pszTarget) {
   PlatformCall();
+  std::lock_guard<std::mutex> lock(g_openMutex);
   const std::string strHost = HostPath(pszFolder);
   struct stat status {};
   if (lstat(strHost.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || !IsEmptyFolder(strHost)) return false;
-  return rename(strHost.c_str(), TurnedFolder(strHost).c_str()) == 0 &&
-         symlink(HostPath(pszTarget).c_str(), strHost.c_str()) == 0;
+  if (symlink(HostPath(pszTarget).c_str(), TurnedFolder(strHost).c_str()) != 0) return false;
+  ChangePlaces(strHost, TurnedFolder(strHost));
+  return true;
 }
 
 void TurnIntoFolder(const wchar_t* pszLink) {
   PlatformCall();
   const std::string strHost = HostPath(pszLink);
-  if (unlink(strHost.c_str()) == 0 && rename(TurnedFolder(strHost).c_str(), strHost.c_str()) != 0)
-    Unsupported("a link that was no folder");
+  struct stat status {};
+  if (lstat(strHost.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) ChangePlaces(strHost, TurnedFolder(strHost));
+  std::error_code ignored;
+  std::filesystem::remove(TurnedFolder(strHost), ignored);
 }
 
 }  // namespace w32

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/folder_access.h"
+#include "base/text.h"
 
 namespace {
 
@@ -123,33 +124,32 @@ SafeOpen SafeFolder::Open(const SafePlace& parent, const wchar_t* pszName, DWORD
   return SafeOpen::Missing;
 }
 
-// A folder on the way that is empty can be turned into a link where it stands, held open or not. So what was made is looked
-// at by its handle before it counts, and goes again when it came to lie elsewhere.
 SafeOpen SafeFolder::Make(const SafePlace& parent, const wchar_t* pszName, bool bForUsers) noexcept {
-  constexpr DWORD kChangeRule = READ_CONTROL | WRITE_DAC;
   // Somebody may be faster; whatever is there then is looked at like any other.
-  if (!CreateDirectoryW(m_path.Text(), nullptr)) return Open(parent, pszName);
-  if (Open(parent, pszName, kChangeRule | DELETE) == SafeOpen::Opened ||
-      Open(parent, pszName, kChangeRule) == SafeOpen::Opened) {
-    PathText final;
-    if (!final.AssignFinalPathOf(m_hFolder.get()) || _wcsicmp(final.Text(), m_final.Text()) != 0) {
-      DeleteOpenFile(m_hFolder.get());
-      m_hFolder.reset();
-      return SafeOpen::Refused;
-    }
-    if (bForUsers) GrantUsersFullAccess(m_hFolder.get());
-  }
-  return Open(parent, pszName) == SafeOpen::Opened ? SafeOpen::Opened : SafeOpen::Refused;
+  const bool bMade = CreateDirectoryW(m_path.Text(), nullptr) != FALSE;
+  if (!bMade || !bForUsers || Open(parent, pszName, READ_CONTROL | WRITE_DAC) != SafeOpen::Opened)
+    return Open(parent, pszName);
+  GrantUsersFullAccess(m_hFolder.get());
+  return SafeOpen::Opened;
 }
 
-SafeOpen SafeFolder::OpenOrMake(const SafePlace& parent, const wchar_t* pszName) noexcept {
-  const SafeOpen found = Open(parent, pszName);
-  return found != SafeOpen::Missing ? found : Make(parent, pszName, false);
+SafeOpen SafeFolder::OpenOrMake(const SafeRoot& root, const wchar_t* pszName, bool bForUsers) noexcept {
+  const SafeOpen found = Open(root, pszName);
+  return found != SafeOpen::Missing ? found : Make(root, pszName, bForUsers);
 }
 
-SafeOpen SafeFolder::OpenOrMakeForUsers(const SafePlace& parent, const wchar_t* pszName) noexcept {
+// What tells where a new folder lies is only a second call, so its parent must be the same in both: a folder that somebody
+// turns into a link where it stands is empty, and this one holds a file meanwhile.
+SafeOpen SafeFolder::OpenOrMake(const SafeFolder& parent, const wchar_t* pszName, bool bForUsers) noexcept {
   const SafeOpen found = Open(parent, pszName);
-  return found != SafeOpen::Missing ? found : Make(parent, pszName, true);
+  if (found != SafeOpen::Missing) return found;
+  wchar_t wszKeeper[16];
+  FormatWide(wszKeeper, L"~%08x.tmp", GetCurrentProcessId());
+  const UniqueHandle hKeeper = parent.OpenFile(wszKeeper, DELETE, true);
+  if (!hKeeper) return SafeOpen::Refused;
+  const SafeOpen made = Make(parent, pszName, bForUsers);
+  DeleteOpenFile(hKeeper.get());
+  return made;
 }
 
 bool SafeFolder::IsInPlace(HANDLE hFile, const wchar_t* pszName,
@@ -170,7 +170,7 @@ UniqueHandle SafeFolder::OpenFile(const wchar_t* pszName, DWORD dwAccess, bool b
   bool bMade = false;
   UniqueHandle hFile = OpenPath(path.Text(), dwAccess, 0, OPEN_EXISTING, kFlags);
   if (!hFile && bMake && GetLastError() == ERROR_FILE_NOT_FOUND) {
-    // With the right to take it away again: the folder may have become a link meanwhile (Make).
+    // With the right to take it away again: the folder may have been turned into a link meanwhile.
     hFile = OpenPath(path.Text(), dwAccess | DELETE, 0, OPEN_ALWAYS, kFlags);
     bMade = hFile != nullptr && GetLastError() != ERROR_ALREADY_EXISTS;
   }

@@ -1,9 +1,10 @@
 // Files and folders below a root that others may write to, reached without ever following a link.
 //
 // The root is the administrator's and may lie behind links. Below it every folder on the way is opened by itself and not
-// through a link, checked by its handle, and stays open without the right for others to move or delete it. What keeps no
-// handle from it is that an empty folder becomes a link where it stands: so everything that is made, written, renamed or
-// deleted is itself opened first and must lie where its name says. Names below the root are single names, never paths.
+// through a link, checked by its handle, and stays open without the right for others to move or delete it. No
+// handle keeps an empty folder from being turned into a link where it stands: so a file counts only when its own handle says
+// that it lies in its place, and a folder is made only in one that holds something. Names below the root are single names,
+// never paths.
 // Nothing here logs or reports: the log itself lives on this.
 #pragma once
 
@@ -80,10 +81,10 @@ class SafeFolder : public SafePlace {
   // Opens a folder in the root, or in a folder that stays open meanwhile. dwMoreAccess: rights beside those that every use
   // needs.
   SafeOpen Open(const SafePlace& parent, const wchar_t* pszName, DWORD dwMoreAccess = 0) noexcept;
-  // The same, and makes the folder when it is missing.
-  SafeOpen OpenOrMake(const SafePlace& parent, const wchar_t* pszName) noexcept;
-  // The same, and gives a folder that it made the access rule of those that every user's programs write to.
-  SafeOpen OpenOrMakeForUsers(const SafePlace& parent, const wchar_t* pszName) noexcept;
+  // The same, and makes the folder when it is missing. bForUsers: one that it made gets the access rule of those that every
+  // user's programs write to.
+  SafeOpen OpenOrMake(const SafeRoot& root, const wchar_t* pszName, bool bForUsers = false) noexcept;
+  SafeOpen OpenOrMake(const SafeFolder& parent, const wchar_t* pszName, bool bForUsers = false) noexcept;
 
   // Opens a file in the folder: a plain file with one name, not shared with anybody. bMake: makes one that is missing.
   // Null when that fails. pInformation receives what the handle tells, the size among it.

@@ -167,7 +167,7 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
   FormatWide(buffer, L"%s\\%s", pszRoot, wszDay);
   SafeRoot safeRoot;
   SafeFolder day;
-  if (!safeRoot.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMakeForUsers(safeRoot, wszDay) != SafeOpen::Opened) {
+  if (!safeRoot.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMake(safeRoot, wszDay, true) != SafeOpen::Opened) {
     LogE(L"Fail to create the output job folder. [%s]", name.get());
     return FALSE;
   }

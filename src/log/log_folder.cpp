@@ -91,7 +91,7 @@ bool CLogfile::CreateLogFolder(const char* pszModule, LogFolder& folder) noexcep
   }
   ChooseFolder(pszModule);
   if (base == SafeOpen::Refused) return true;
-  if (*m_wszModule != 0 && folder.module.OpenOrMakeForUsers(folder.logs, m_wszModule) != SafeOpen::Missing) return true;
+  if (*m_wszModule != 0 && folder.module.OpenOrMake(folder.logs, m_wszModule, true) != SafeOpen::Missing) return true;
   m_wszModule[0] = 0;
   return false;
 }

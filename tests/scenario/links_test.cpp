@@ -223,8 +223,8 @@ TEST(SwappedFolders, WritingAndAgeingOfTheArchive) {
   World::DeleteTree(kArchive);
 }
 
-// An empty folder can be turned into a link where it stands, whoever holds it open. What was to be made in it is then made
-// elsewhere and taken away again, and no folder elsewhere gets the log's access rule.
+// An empty folder can be turned into a link where it stands, whoever holds it open. A file that was to be made in it is
+// taken away again where it came to lie; no folder is made elsewhere, and none there gets the log's access rule.
 TEST(TurnedFolders, NothingIsLeftWhereTheyLead) {
   World::CleanMachine();
   World::SetLogLevel(LOG_LEVEL_E);
@@ -232,32 +232,40 @@ TEST(TurnedFolders, NothingIsLeftWhereTheyLead) {
   const std::string strDay = std::string(kArchive) + "\\20261118";
   MakeTarget();
   DeleteFileW(L"C:\\Target\\Inner\\20261118.log");
-  const sim::WideString target = sim::Wide("C:\\Target\\Inner");
   CreateDirectoryW(L"C:\\Target\\Inner\\PrinterDriver", nullptr);
+  CreateDirectoryW(L"C:\\Target\\Empty", nullptr);
   const auto before = World::ArchivedFiles("C:\\Target");
-  for (const std::string& strPlace : {World::LogFolder(), std::string("C:\\ProgramData\\Kelvane\\Logs"), strDay}) {
+  const auto turned = [&](const std::string& strPlace, const std::string& strTarget, std::uint64_t ullSeed) {
+    w32::SetSeed(ullSeed);
+    World::DeleteTree(World::LogFolder());
+    World::DeleteTree(kArchive);
     const sim::WideString place = sim::Wide(strPlace);
-    for (std::uint64_t ullSeed = 1; ullSeed <= 100; ++ullSeed) {
-      w32::SetSeed(ullSeed);
-      World::DeleteTree(World::LogFolder());
-      World::DeleteTree(kArchive);
-      CreateDirectoryW(sim::Wide(kArchive).c_str(), nullptr);
-      CreateDirectoryW(place.c_str(), nullptr);
-      std::atomic<bool> bStop{false};
-      Beside turner([&] {
-        while (!bStop)
-          if (w32::TurnIntoLink(place.c_str(), target.c_str())) w32::TurnIntoFolder(place.c_str());
-      });
-      OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "", 1, 1, 1, L"line");
-      gJob.OutputJobFile(sim::Wide(strDay + "\\new.prn").c_str(), reinterpret_cast<const BYTE*>("more"), 4);
-      bStop = true;
-      turner.Join();
-      ASSERT_EQ(World::ArchivedFiles("C:\\Target"), before) << strPlace << ", seed " << ullSeed;
-      ASSERT_EQ(w32::AccessListOf(L"C:\\Target\\Inner\\PrinterDriver"), "") << strPlace << ", seed " << ullSeed;
+    const sim::WideString target = sim::Wide(strTarget);
+    CreateDirectoryW(sim::Wide(kArchive).c_str(), nullptr);
+    CreateDirectoryW(place.c_str(), nullptr);
+    std::atomic<bool> bStop{false};
+    Beside turner([&] {
+      while (!bStop)
+        if (w32::TurnIntoLink(place.c_str(), target.c_str())) w32::TurnIntoFolder(place.c_str());
+    });
+    OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "", 1, 1, 1, L"line");
+    gJob.OutputJobFile(sim::Wide(strDay + "\\new.prn").c_str(), reinterpret_cast<const BYTE*>("more"), 4);
+    bStop = true;
+    turner.Join();
+    EXPECT_EQ(World::ArchivedFiles("C:\\Target"), before);
+    EXPECT_EQ(w32::AccessListOf(sim::Wide(strTarget + "\\PrinterDriver").c_str()), "");
+  };
+  for (const std::string& strPlace : {World::LogFolder(), std::string("C:\\ProgramData\\Kelvane\\Logs"), strDay}) {
+    for (const char* pszTarget : {"C:\\Target\\Inner", "C:\\Target\\Empty"}) {
+      for (std::uint64_t ullSeed = 1; ullSeed <= 50; ++ullSeed) {
+        turned(strPlace, pszTarget, ullSeed);
+        ASSERT_FALSE(HasFailure()) << strPlace << " to " << pszTarget << ", seed " << ullSeed;
+      }
     }
     OutputLogEx(LOG_LEVEL_E, nullptr, "Routine", "", 1, 1, 1, L"afterwards");
     EXPECT_EQ(World::LogCount("afterwards"), 1u) << strPlace;
   }
+  EXPECT_EQ(World::ListFolder("C:\\ProgramData\\Kelvane\\Logs"), std::vector<std::string>{"PrinterDriver"});
   World::DeleteTree(kArchive);
 }
 #endif
