@@ -28,6 +28,8 @@ constexpr DWORD kNoticedMs = 600;
 
 // No job takes longer than its faults and its data need, by far.
 constexpr DWORD kLongestRunMs = 3'600'000;
+// So long somebody looks on before a job that cannot be confirmed is deleted.
+constexpr DWORD kPatienceMs = 600'000;
 
 // A deleted job is over within a second, and what the call takes that it is in: a transfer that nobody can cancel, a log
 // that somebody holds.
@@ -237,6 +239,10 @@ class Simulation {
           }
         }
       }
+      // Where the look at the service failed, a job went to the shared printer past its lock; its bytes may have cut in two
+      // what another job asked the printer, which never answers then.
+      if (m_bHostile && m_ports.size() == 4 && !pRunning->Wait(kPatienceMs))
+        world.spooler.SetStatus(job.dwId, JOB_STATUS_DELETING);
       job.result = pRunning->Join();
       job.dwEnded = GetTickCount();
       world.journal.Add(sim::Format("over: job %u", static_cast<unsigned>(job.dwId)), port.strQueue);
