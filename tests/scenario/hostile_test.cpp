@@ -173,20 +173,40 @@ TEST_F(Hostile, ClientThatCannotBeImpersonatedAgainLosesTheArchiveAndNothingElse
   sim::Queue& queue = *world().spooler.FindQueue("Till");
   queue.data["JobFilePath"] = sim::Spooler::Text("C:\\Jobs");
   queue.data["JobSettingFlags"] = sim::Spooler::Dword(1);
-  std::unique_ptr<sim::Spooler::Running> pJob;
-  {
-    const w32::FaultsOn faults;
-    w32::FailCalls("ImpersonatePrinterClient", 100, 1);  // the job's start succeeds
-    pJob = Start(Receipt(500));
+  CreateDirectoryW(L"C:\\Jobs", nullptr);
+  CreateDirectoryW(L"C:\\Jobs\\Old", nullptr);
+  w32::AdvanceClock(72 * 3'600'000);
+  // From the job's start on, from its first write on, and at its end alone.
+  for (const unsigned nSucceed : {0u, 1u, 2u}) {
+    std::unique_ptr<sim::Spooler::Running> pJob;
+    {
+      const w32::FaultsOn faults;
+      w32::FailCalls("ImpersonatePrinterClient", 100, nSucceed);
+      pJob = Start(Receipt(500));
+    }
+    EXPECT_TRUE(pJob->Join().bDelivered);
+    w32::ResetFaults();
+    EXPECT_EQ(World::ListFolder("C:\\Jobs").size(), nSucceed == 0 ? 1u : 2u);  // a job's start makes the day's folder
+    EXPECT_EQ(World::ArchivedFiles("C:\\Jobs").size(), nSucceed == 2 ? 1u : 0u);
+    EXPECT_TRUE(Exists("C:\\Jobs\\Old"));
   }
-  EXPECT_TRUE(pJob->Join().bDelivered);
-  w32::ResetFaults();
-  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(500)});
-  EXPECT_EQ(World::ArchivedFiles("C:\\Jobs").size(), 0u);
-  EXPECT_GE(World::LogCount("ImpersonatePrinterClient [err:5]"), 2u);
+  EXPECT_EQ(Printer().Strips(), std::vector<std::string>{Receipt(500) + Receipt(500) + Receipt(500)});
+  EXPECT_GE(World::LogCount("ImpersonatePrinterClient [err:5]"), 6u);
+  EXPECT_TRUE(PrintOn(m_hPort, "in the client's name again").bDelivered);
+  EXPECT_FALSE(Exists("C:\\Jobs\\Old"));
   World::DeleteTree("C:\\Jobs");
 
-  // A start on the port monitor and a port's open would happen in the wrong name: they fail.
+  // A request, a start on the port monitor and a port's open would happen in the wrong name: they fail.
+  {
+    const sim::ActAsClient client;
+    const w32::FaultsOn faults;
+    w32::FailCalls("ImpersonatePrinterClient", 1);
+    sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
+    EXPECT_FALSE(world().spooler.pMonitor->pfnGetPrinterDataFromPort(m_hPort, 0, request.data(), nullptr, 0, nullptr, 0,
+                                                                     nullptr));
+    EXPECT_EQ(GetLastError(), 5u);
+    EXPECT_EQ(world().journal.Count("port GetPrinterDataFromPort"), 0u);
+  }
   world().services.dwState = SERVICE_STOPPED;
   const w32::FaultsOn faults;
   w32::FailCalls("ImpersonatePrinterClient", 1);
