@@ -39,6 +39,7 @@ TEST_F(Hostile, CancelThatIsTakenBackNeverStopsTheSpooler) {
   EXPECT_EQ(pJob->result.nMostOffers, 0u);
   EXPECT_EQ(World::LogCount("Cancel job [pszPortName:0xUSB001"), 1u);
   EXPECT_EQ(Printer().LastStrip(), "");
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);  // what was seen once holds
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(500, 'N'), "TEXT").bDelivered);
   EXPECT_EQ(Printer().LastStrip(), Receipt(500, 'N'));
 }
