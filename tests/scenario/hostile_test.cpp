@@ -32,7 +32,7 @@ TEST_F(Hostile, CancelThatIsTakenBackNeverStopsTheSpooler) {
   const auto pJob = Start(Receipt(3000));
   Sleep(1200);  // it waits for paper, nothing is cached
   world().spooler.SetStatus(m_dwJob, JOB_STATUS_RESTART);
-  Sleep(700);  // the watcher has seen it
+  while (world().journal.Count("sdk SDK_CANCEL_IO_EX") == 0) Sleep(1);  // until the watcher has seen it
   world().spooler.ClearStatus(m_dwJob, JOB_STATUS_RESTART);
   EXPECT_TRUE(pJob->Wait(5000));
   EXPECT_TRUE(pJob->Join().bDelivered);  // taken and dropped
