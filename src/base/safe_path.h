@@ -1,10 +1,10 @@
 // Files and folders below a root that others may write to, reached without ever following a link.
 //
 // The root is the administrator's and may lie behind links. Below it every folder on the way is opened by itself and not
-// through a link, checked by its handle, and stays open without the right for others to move or delete it. No
-// handle keeps an empty folder from being turned into a link where it stands: so a file counts only when its own handle says
-// that it lies in its place, and a folder is made only in one that holds something. Names below the root are single names,
-// never paths.
+// through a link, checked by its handle, and stays open without the right for others to move or delete it. No handle keeps
+// an empty folder from being turned into a link where it stands: so a file counts only when its own handle says that it
+// lies in its place, and a folder is made only in one that holds something. Names below the root are single names, never
+// paths.
 // Nothing here logs or reports: the log itself lives on this.
 #pragma once
 
