@@ -6,6 +6,20 @@
 
 namespace sim {
 
+#ifdef _WIN32
+void Lock::Enter() { EnterCriticalSection(&m_cs); }
+void Lock::Leave() { LeaveCriticalSection(&m_cs); }
+#else
+void Lock::Enter() {
+  w32::BeginStep();
+  EnterCriticalSection(&m_cs);
+}
+void Lock::Leave() {
+  LeaveCriticalSection(&m_cs);
+  w32::EndStep();
+}
+#endif
+
 void Journal::Add(const std::string& strText, const std::string& strQueue) {
   const Guard guard(m_lock);
   m_events.push_back({strText, strQueue, GetTickCount()});
@@ -40,11 +54,11 @@ DWORD FaultCode(const char*, DWORD) { return ERROR_SUCCESS; }
 void Book(Owned, int) {}
 #else
 bool FaultHere(const char* pszApi, DWORD dwUsualError) {
-  w32::PlatformCall();
+  w32::PlatformCall(pszApi);
   return w32::FaultHere(pszApi, dwUsualError);
 }
 DWORD FaultCode(const char* pszApi, DWORD dwUsualError) {
-  w32::PlatformCall();
+  w32::PlatformCall(pszApi);
   return w32::FaultCode(pszApi, dwUsualError);
 }
 void Book(Owned owned, int nChange) {

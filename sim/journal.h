@@ -8,15 +8,16 @@
 
 namespace sim {
 
-// A lock that the platform's scheduler knows.
+// A lock that the platform's scheduler knows. What is done while it is held is one step: an exploration of the order of
+// events does not interfere.
 class Lock {
  public:
   Lock() { InitializeCriticalSection(&m_cs); }
   ~Lock() { DeleteCriticalSection(&m_cs); }
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
-  void Enter() { EnterCriticalSection(&m_cs); }
-  void Leave() { LeaveCriticalSection(&m_cs); }
+  void Enter();
+  void Leave();
 
  private:
   CRITICAL_SECTION m_cs;

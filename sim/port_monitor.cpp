@@ -90,9 +90,10 @@ BOOL WINAPI PmClosePort(HANDLE hPort) {
 
 BOOL WINAPI PmGetPrinterDataFromPort(HANDLE hPort, DWORD dwControlId, LPWSTR pszValue, LPWSTR, DWORD, LPWSTR, DWORD,
                                      LPDWORD) {
-  World::Get().journal.Add(Format("port GetPrinterDataFromPort %s control=%u value=%s",
-                                  static_cast<MonitorPort*>(hPort)->strName.c_str(), static_cast<unsigned>(dwControlId),
-                                  Narrow(pszValue).c_str()));
+  const auto& port = *static_cast<MonitorPort*>(hPort);
+  World::Get().journal.Add(Format("port GetPrinterDataFromPort %s control=%u value=%s", port.strName.c_str(),
+                                  static_cast<unsigned>(dwControlId), Narrow(pszValue).c_str()));
+  if (port.hHoldRequests != nullptr) WaitForSingleObject(port.hHoldRequests, INFINITE);
   return TRUE;
 }
 

@@ -22,9 +22,10 @@ struct MonitorPort {
   std::string strDelivered;
   DWORD dwRefuseOpen = 0;  // error codes; 0 = accept
   DWORD dwRefuseStart = 0;
-  unsigned nRefuseWrites = 0;  // that many writes fail
-  DWORD cbMostPerWrite = 0;    // partial writes (0: no limit)
-  unsigned nZeroWrites = 0;    // that many writes take nothing
+  unsigned nRefuseWrites = 0;      // that many writes fail
+  DWORD cbMostPerWrite = 0;        // partial writes (0: no limit)
+  unsigned nZeroWrites = 0;        // that many writes take nothing
+  HANDLE hHoldRequests = nullptr;  // requests through the port wait for this event
   bool bOpen = false;
   int nProtocol = 0;  // of a standard TCP/IP port: 1 raw, 2 LPR; 0: no such port
 };

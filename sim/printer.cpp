@@ -90,7 +90,7 @@ void Printer::StartFaults() {
     }
     m_planned.erase(m_planned.begin() + static_cast<std::ptrdiff_t>(n));
     switch (fault.kind) {
-      case FaultKind::BlankStatus: Say({0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}); continue;
+      case FaultKind::BlankStatus: Say({0xC0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}); break;
       case FaultKind::Garbage: m_bGarbageNext = true; continue;
       case FaultKind::WrongNumber: m_bWrongNumberNext = true; continue;
       case FaultKind::LateAnswer:
@@ -116,7 +116,8 @@ void Printer::EndFault(FaultKind kind) {
     SayStatus();
   }
   const bool bStatusChanged = kind == FaultKind::PaperEnd || kind == FaultKind::CoverOpen ||
-                              kind == FaultKind::PowerCycle || kind == FaultKind::LostBytes;
+                              kind == FaultKind::PowerCycle || kind == FaultKind::LostBytes ||
+                              kind == FaultKind::BlankStatus;
   if (bStatusChanged && m_bAutomaticStatus) SayStatus();
 }
 

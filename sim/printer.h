@@ -22,7 +22,7 @@ enum class FaultKind {
   CoverOpen,     // likewise
   OffLine,       // nothing gets through the line, printing goes on
   PowerCycle,    // off for a while; input buffer and answers are lost
-  BlankStatus,   // a status that tells nothing, once
+  BlankStatus,   // a status that tells nothing; what holds is said when the fault is over
   Garbage,       // bytes that mean nothing between the answers
   SplitAnswers,  // answers come in pieces of up to three bytes
   Silence,       // answers are held back and then come all at once

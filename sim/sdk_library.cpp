@@ -161,6 +161,7 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
                          static_cast<unsigned>(cbIn));
     m_journal.Add(strEntry, session.strQueue);
   }
+  if (strRequest == "send") m_journal.Add("send is called", session.strQueue);
   DWORD dwCode = 0;
   if (Planned(strRequest, dwCode)) return dwCode;
   if (const DWORD dwFault = FaultCode(("sdk " + strRequest).c_str(), ERROR_GEN_FAILURE)) return dwFault;
@@ -170,6 +171,7 @@ DWORD SdkLibrary::DevIoCtrl(DWORD dwSession, const wchar_t* pszRequest, const BY
   // Device work is done in the spooler's own context; only a device may be released as the client.
   if (IsImpersonating() && strRequest != "SDK_CLR_LOCK")
     m_journal.Add("violation: " + strRequest + " impersonating the client");
+  if (strRequest == "send" && m_nEmptySends != 0) return --m_nEmptySends % 2 == 0 ? ERROR_SUCCESS : ERROR_TIMEOUT;
   if (strRequest == "send") {
     dwCode = Send(*pDevice, session.strQueue, pIn, cbIn, pdwWritten, dwTimeoutMs);
     m_journal.Add(

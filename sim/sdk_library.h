@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
@@ -25,6 +26,8 @@ class SdkLibrary {
   void SetOpenDelay(DWORD dwMilliseconds) { m_dwOpenDelay = dwMilliseconds; }
   // Direct output takes at most this many bytes a call and then reports its time-out (0: no limit).
   void SetPartialSends(DWORD cbMost) { m_cbMostPerSend = cbMost; }
+  // The next sends come back at once and take nothing, in turn as a success and as a time-out.
+  void SetSendsThatTakeNothing(unsigned nTimes) { m_nEmptySends = nTimes; }
   // Direct output reports this many bytes more than it took.
   void SetSurplus(DWORD cb) { m_cbSurplus = cb; }
 
@@ -73,6 +76,7 @@ class SdkLibrary {
   DWORD m_dwOpenDelay = 0;
   DWORD m_cbMostPerSend = 0;
   DWORD m_cbSurplus = 0;
+  std::atomic<unsigned> m_nEmptySends{0};
 };
 
 }  // namespace sim

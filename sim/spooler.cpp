@@ -88,12 +88,26 @@ void Spooler::ForgetJob(DWORD dwId) {
   m_jobs.erase(dwId);
 }
 
+bool Spooler::Call(const char* pszSlot, const std::function<BOOL()>& call) {
+  constexpr DWORD kStale = 0x2BAD;
+  SetLastError(kStale);
+  if (call()) return true;
+  const DWORD dwError = GetLastError();
+  if (dwError == kStale || dwError == ERROR_SUCCESS)
+    World::Get().journal.Add(std::string("violation: ") + pszSlot + " is refused without an error of its own");
+  SetLastError(dwError);
+  return false;
+}
+
 HANDLE Spooler::OpenPort(const std::string& strPort, const std::string& strPrinter) {
   const ActAsClient client;
   WideString port = Wide(strPort);
   WideString printer = Wide(strPrinter);
   HANDLE hPort = nullptr;
-  if (!pMonitor->pfnOpenPortEx(hMonitor, nullptr, port.data(), printer.data(), &hPort, pPortMonitor)) return nullptr;
+  const bool bOpened = Call("OpenPortEx", [&] {
+    return pMonitor->pfnOpenPortEx(hMonitor, nullptr, port.data(), printer.data(), &hPort, pPortMonitor);
+  });
+  if (!bOpened) return nullptr;
   const Guard guard(lock);
   m_openPorts.insert(hPort);
   return hPort;
@@ -105,7 +119,7 @@ bool Spooler::ClosePort(HANDLE hPort) {
     m_openPorts.erase(hPort);
   }
   const ActAsClient client;
-  return pMonitor->pfnClosePort(hPort) != FALSE;
+  return Call("ClosePort", [&] { return pMonitor->pfnClosePort(hPort); });
 }
 
 void Spooler::CloseAllPorts() {
@@ -127,17 +141,32 @@ bool Spooler::StartDoc(HANDLE hPort, DWORD dwJobId) {
   DOC_INFO_1W info = {};
   info.pDocName = document.data();
   info.pDatatype = datatype.data();
-  return pMonitor->pfnStartDocPort(hPort, printer.data(), dwJobId, 1, reinterpret_cast<BYTE*>(&info)) != FALSE;
+  return Call("StartDocPort", [&] {
+    return pMonitor->pfnStartDocPort(hPort, printer.data(), dwJobId, 1, reinterpret_cast<BYTE*>(&info));
+  });
 }
 
 bool Spooler::EndDoc(HANDLE hPort) {
   const ActAsClient client;
-  return pMonitor->pfnEndDocPort(hPort) != FALSE;
+  return Call("EndDocPort", [&] { return pMonitor->pfnEndDocPort(hPort); });
+}
+
+bool Spooler::Ask(HANDLE hPort, const std::string& strValue, DWORD dwControlId) {
+  const ActAsClient client;
+  WideString value = Wide(strValue);
+  DWORD dwFlags = 0;
+  DWORD cb = 0;
+  return Call("GetPrinterDataFromPort", [&] {
+    return pMonitor->pfnGetPrinterDataFromPort(hPort, dwControlId, value.data(), nullptr, 0,
+                                               reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cb);
+  });
 }
 
 bool Spooler::Write(HANDLE hPort, std::vector<BYTE>& chunk, DWORD& cbWritten) {
   const ActAsClient client;
-  return pMonitor->pfnWritePort(hPort, chunk.data(), static_cast<DWORD>(chunk.size()), &cbWritten) != FALSE;
+  return Call("WritePort", [&] {
+    return pMonitor->pfnWritePort(hPort, chunk.data(), static_cast<DWORD>(chunk.size()), &cbWritten);
+  });
 }
 
 PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options) {
@@ -164,6 +193,7 @@ PrintResult Spooler::Print(HANDLE hPort, DWORD dwJobId, const std::string& strDa
       ++result.nRefused;
       break;
     }
+    if (cbWritten > chunk.size()) World::Get().journal.Add("violation: WritePort takes more than it was given");
     if (cbWritten == 0) {
       ++result.nRefused;
       result.nMostOffers = std::max(result.nMostOffers, ++nOffers);

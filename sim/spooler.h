@@ -85,6 +85,8 @@ class Spooler {
   void CloseAllPorts();  // those that are still open
   bool StartDoc(HANDLE hPort, DWORD dwJobId);
   bool EndDoc(HANDLE hPort);
+  // A request of the printer driver through the port.
+  bool Ask(HANDLE hPort, const std::string& strValue, DWORD dwControlId = 0);
   PrintResult Print(HANDLE hPort, DWORD dwJobId, const std::string& strData, const PrintOptions& options = {});
 
   // Starts Print on a thread of its own; Join waits for it.
@@ -116,6 +118,8 @@ class Spooler {
   Lock lock;  // guards queues, jobs and the list of open ports
  private:
   bool Write(HANDLE hPort, std::vector<BYTE>& chunk, DWORD& cbWritten);
+  // Makes a call of the monitor. One that is refused must have set a last error of its own: anything else is a violation.
+  static bool Call(const char* pszSlot, const std::function<BOOL()>& call);
 
   std::map<std::string, std::unique_ptr<Queue>> m_queues;
   std::map<DWORD, std::unique_ptr<Job>> m_jobs;

@@ -114,6 +114,9 @@ BOOL WINAPI GetJobW(HANDLE hPrinter, DWORD dwJobId, DWORD dwLevel, LPBYTE pBuf, 
     if (pJob == nullptr || pJob->bGone) return Fail(ERROR_INVALID_PARAMETER);
     job = *pJob;
   }
+  constexpr DWORD kOver = JOB_STATUS_DELETING | JOB_STATUS_DELETED | JOB_STATUS_RESTART;
+  if (dwLevel == 1 && pBuf != nullptr && (job.dwStatus & kOver) != 0)
+    World::Get().journal.Add(Format("GetJob %u tells of its deletion", static_cast<unsigned>(dwJobId)), job.strQueue);
   const auto fill = [&](auto& record) {
     using Info = std::remove_reference_t<decltype(record.info)>;
     record.info.JobId = job.dwId;

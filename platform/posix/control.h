@@ -6,6 +6,8 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <span>
 #include <string>
 
 namespace w32 {
@@ -25,6 +27,47 @@ void SetClock(const SYSTEMTIME& stLocal) noexcept;
 std::uint64_t ClockTicks() noexcept;
 // Value that GetTickCount adds to the milliseconds since process start, to place its wrap-around.
 void SetTickBase(DWORD dwBase) noexcept;
+
+// ---- exploration ------------------------------------------------------------------------------------------------------
+// In simulated time the order of events can be chosen instead of drawn. Every platform call is a crossing, and so is every
+// wait; whoever explores says which way is taken. The same choices give the same run.
+
+// Where the run may go on.
+struct Choice {
+  enum class Kind : std::uint8_t {
+    Goes,      // a thread that can run
+    TimeIsUp,  // one whose time-out is the next: the clock jumps to it, as if the others had been slow
+    Happens,   // one that awaits its moment
+  };
+  const char* pszThread;
+  Kind kind;
+  bool bPreempts;  // takes the turn from a thread that could go on
+};
+struct Crossing {
+  const char* pszThread;  // who comes here
+  const char* pszCall;    // the call that it is about to make, or the wait that it is in
+  bool bWaits;
+  std::span<const Choice> choices;  // at least two; the first is what happens if nobody interferes
+};
+// From now on a way is chosen at each crossing. The routine is called with the layer's lock held: it may not call the layer.
+void ExploreBy(std::function<std::size_t(const Crossing&)> choose);
+// Names the calling thread; one that it creates is called its watcher.
+void NameThread(const char* pszName);
+// Waits for its moment: goes on when it is chosen, when the time is over, or when nobody else can ever run.
+void AwaitMoment(DWORD dwMilliseconds = INFINITE);
+// How long threads were kept waiting by choice, in all.
+std::uint64_t LateMilliseconds() noexcept;
+
+// What a thread does between these two is one step of an exploration: nobody interferes. Not for what waits. They nest.
+void BeginStep() noexcept;
+void EndStep() noexcept;
+
+// Ends the process (status 77) at the n-th place from now on: before a call, or in the middle of one that takes effect in parts.
+// 0: nowhere. The routine runs first. Simulated time only.
+constexpr int kDeathStatus = 77;
+void DieAt(std::uint64_t ullPlace, std::function<void()> lastAct = {});
+// Places that were passed since.
+std::uint64_t PlacesToDie() noexcept;
 
 // ---- faults -----------------------------------------------------------------------------------------------------------
 // Every platform call that can fail is a fault point. Points are numbered from 1 in the order in which threads that are
@@ -64,7 +107,7 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept;
 // The same for a routine that returns its code and leaves the last-error code alone; ERROR_SUCCESS means go on.
 DWORD FaultCode(const char* pszApi, DWORD dwUsualError) noexcept;
 // For the same routines: counts a platform call, at which the scheduler may hand over.
-void PlatformCall() noexcept;
+void PlatformCall(const char* pszApi = __builtin_FUNCTION()) noexcept;
 
 // ---- accounts ---------------------------------------------------------------------------------------------------------
 enum class Account {
@@ -99,6 +142,8 @@ void ResetHeapPeak() noexcept;
 // Host folder that stands for the drives: drive C is its subfolder "c", and so on. Environment variable W32_ROOT, or a
 // temporary folder that is removed when the process ends.
 const std::string& SandboxRoot();
+// Moves the drives to another host folder, which holds what this one does.
+void UseSandbox(const std::string& strRoot);
 // Removes the temporary folder, for a program that starts itself anew with another one.
 void DropSandbox();
 // Host path of a Windows path (the part that does not exist yet is taken as written).

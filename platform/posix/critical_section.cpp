@@ -72,7 +72,7 @@ VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
     EnterFree(section);
     return;
   }
-  scheduler.Call();
+  scheduler.Call(__func__);
   Thread& self = scheduler.Self();
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   scheduler.WaitUntil(
@@ -95,7 +95,7 @@ VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   section.pOwner = nullptr;
   --self.nSections;
   lock.unlock();
-  scheduler.Call();  // what stands behind the release may be overtaken
+  scheduler.Call(__func__);  // what stands behind the release may be overtaken
 }
 
 VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
@@ -114,7 +114,7 @@ VOID WINAPI AcquireSRWLockExclusive(PSRWLOCK SRWLock) {
       std::this_thread::yield();
     return;
   }
-  scheduler.Call();
+  scheduler.Call(__func__);
   Thread& self = scheduler.Self();
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   if (SRWLock->Ptr == &self) Unsupported("taking a slim lock that the thread holds");
@@ -133,7 +133,7 @@ VOID WINAPI ReleaseSRWLockExclusive(PSRWLOCK SRWLock) {
     std::unique_lock<std::mutex> lock(scheduler.WorldLock());
     SRWLock->Ptr = nullptr;
   }
-  scheduler.Call();
+  scheduler.Call(__func__);
 }
 
 }  // extern "C"

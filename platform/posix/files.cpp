@@ -99,6 +99,13 @@ File::~File() {
   StampWithClock(ParentOf(strDeleteAtClose));
 }
 
+void DropFilesOfTheDead() {
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  for (const File* pFile : OpenFiles())
+    if (!pFile->strDeleteAtClose.empty() && unlink(pFile->strDeleteAtClose.c_str()) != 0)
+      rmdir(pFile->strDeleteAtClose.c_str());
+}
+
 BOOL Fails(DWORD dwError) {
   SetLastError(dwError);
   return FALSE;
@@ -161,6 +168,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
     StampWithClock(ParentOf(path.strHost));
   }
   auto pFile = std::make_shared<File>(nFile, dwDesiredAccess, dwShareMode, path.strHost);
+  if ((dwFlagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0) pFile->strDeleteAtClose = HostPathOf(*pFile);
   OpenFiles().insert(pFile.get());
   SetLastError(bExisted && dwCreationDisposition != OPEN_EXISTING ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
   return NewHandle(std::move(pFile));
@@ -184,6 +192,9 @@ BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrit
   const auto pFile = FindObject<File>(hFile);
   if (!pFile) return Fails(ERROR_INVALID_HANDLE);
   const auto* pBytes = static_cast<const char*>(lpBuffer);
+  if (Scheduler::Get().Mode() == TimeMode::Simulated && Scheduler::Get().DiesHere() &&
+      write(pFile->nFile, pBytes, nNumberOfBytesToWrite / 2) >= 0)
+    Scheduler::Get().Die();
   while (*lpNumberOfBytesWritten < nNumberOfBytesToWrite) {
     const ssize_t n =
         write(pFile->nFile, pBytes + *lpNumberOfBytesWritten, nNumberOfBytesToWrite - *lpNumberOfBytesWritten);

@@ -39,6 +39,9 @@ MappedPath MapPath(const wchar_t* pszPath);
 // Sets the error code; returns FALSE.
 BOOL Fails(DWORD dwError);
 
+// The entries that go with their handles go, as they do when the system ends a process.
+void DropFilesOfTheDead();
+
 bool IsEmptyFolder(const std::string& strHostPath);
 
 // Where an open file lies now, whatever path it was opened by.

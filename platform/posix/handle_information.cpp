@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <filesystem>
 #include <functional>
 
@@ -59,11 +60,13 @@ namespace {
 
 // The names of the sandbox's drives begin behind it.
 const std::string& RealRoot() {
-  static const std::string* pRoot = [] {
-    char szPath[PATH_MAX];
-    return new std::string(realpath(SandboxRoot().c_str(), szPath) != nullptr ? szPath : SandboxRoot().c_str());
-  }();
-  return *pRoot;
+  static std::mutex mutex;
+  static auto* pKnown = new std::map<std::string, std::string>;  // by the sandbox: it may move
+  std::lock_guard<std::mutex> lock(mutex);
+  std::string& strReal = (*pKnown)[SandboxRoot()];
+  char szPath[PATH_MAX];
+  if (strReal.empty()) strReal = realpath(SandboxRoot().c_str(), szPath) != nullptr ? szPath : SandboxRoot();
+  return strReal;
 }
 
 DWORD AttributesOf(const File& file, const struct stat& status) {

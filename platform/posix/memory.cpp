@@ -38,7 +38,8 @@ HANDLE WINAPI GetProcessHeap() { return reinterpret_cast<HANDLE>(0x10000); }
 
 LPVOID WINAPI HeapAlloc(HANDLE, DWORD dwFlags, SIZE_T dwBytes) {
   PlatformCall();
-  if (FaultHere("HeapAlloc", ERROR_NOT_ENOUGH_MEMORY)) return nullptr;
+  if (FaultCode("HeapAlloc", ERROR_NOT_ENOUGH_MEMORY) != ERROR_SUCCESS)
+    return nullptr;  // the last error stays, as documented
   const SIZE_T cb = dwBytes == 0 ? 1 : dwBytes;
   void* pBlock = (dwFlags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, cb) : std::malloc(cb);
   if (pBlock != nullptr) Book(Account::HeapBlocks, 1);

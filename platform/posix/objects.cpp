@@ -134,7 +134,7 @@ void* ThreadMain(void* pArgument) {
 
 DWORD WaitFor(DWORD nCount, const HANDLE* phObjects, bool bAll, DWORD dwMilliseconds) {
   Scheduler& scheduler = Scheduler::Get();
-  scheduler.Call();
+  scheduler.Call(nCount == 1 ? "WaitForSingleObject" : "WaitForMultipleObjects");
   std::vector<std::shared_ptr<Object>> objects;
   for (DWORD n = 0; n < nCount; ++n) {
     auto pObject = FindObject(phObjects[n]);
@@ -235,7 +235,7 @@ static BOOL PutEvent(HANDLE hEvent, bool bSet) {
     pEvent->Put(bSet);
     scheduler.Changed();
   }
-  PlatformCall();
+  PlatformCall(bSet ? "SetEvent" : "ResetEvent");
   return TRUE;
 }
 
@@ -281,20 +281,22 @@ BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
   return TRUE;
 }
 
-HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE lpStartAddress, LPVOID lpParameter,
-                           DWORD dwCreationFlags, LPDWORD lpThreadId) {
-  if (dwCreationFlags != 0) Unsupported("a thread that starts suspended");
+HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T dwStackSize, LPTHREAD_START_ROUTINE lpStartAddress,
+                           LPVOID lpParameter, DWORD dwCreationFlags, LPDWORD lpThreadId) {
+  if ((dwCreationFlags & ~STACK_SIZE_PARAM_IS_A_RESERVATION) != 0) Unsupported("a thread that starts suspended");
   PlatformCall();
   if (FaultHere("CreateThread", ERROR_NOT_ENOUGH_MEMORY)) return nullptr;
   Scheduler& scheduler = Scheduler::Get();
   scheduler.Self();
   const std::shared_ptr<Thread> pThread = scheduler.NewThread();
+  pThread->strName = scheduler.Self().strName + "'s watcher";
   scheduler.Enlist(pThread);
   auto* pStart = new StartBlock{pThread, lpStartAddress, lpParameter, SubjectToFaults()};
   pthread_t thread{};
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  if ((dwCreationFlags & STACK_SIZE_PARAM_IS_A_RESERVATION) != 0) pthread_attr_setstacksize(&attributes, dwStackSize);
   const int nError = pthread_create(&thread, &attributes, ThreadMain, pStart);
   pthread_attr_destroy(&attributes);
   if (nError != 0) Unsupported("the host has no room for another thread");

@@ -82,7 +82,7 @@ std::shared_ptr<Key> Walk(std::shared_ptr<Key> pKey, const std::u16string& strPa
 }
 
 LSTATUS Open(const char* pszApi, HKEY hKey, const std::u16string& strPath, REGSAM samDesired, PHKEY phkResult) {
-  PlatformCall();
+  PlatformCall(pszApi);
   if (const DWORD dwFault = FaultCode(pszApi, ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_registryMutex);
   const auto pKey = Walk(KeyOf(hKey), strPath, false);

@@ -80,10 +80,13 @@ bool IsThereAsWritten(const std::string& strPath, const std::string& strDriveFol
 
 }  // namespace
 
-const std::string& SandboxRoot() {
-  static const std::string* pRoot = new std::string(MakeRoot());
+static std::string& Root() {
+  static auto* pRoot = new std::string(MakeRoot());
   return *pRoot;
 }
+
+const std::string& SandboxRoot() { return Root(); }
+void UseSandbox(const std::string& strRoot) { Root() = strRoot; }
 
 void DropSandbox() { RemoveSandbox(); }
 

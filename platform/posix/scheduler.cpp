@@ -1,9 +1,12 @@
 #include "scheduler.h"
 
+#include "files.h"
+
 #include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +32,10 @@ struct OwnRecord {
   }
 };
 thread_local OwnRecord t_self;
+thread_local int t_nOneStep = 0;
+// A thread that makes so many calls in a row without waiting for anything goes round in circles.
+constexpr unsigned kMostCallsInARow = 5000;
+unsigned g_nCallsInARow = 0;
 
 }  // namespace
 
@@ -113,14 +120,121 @@ const std::vector<Thread*>& Scheduler::WhoCanRun() {
   }
 }
 
-void Scheduler::HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding) {
-  const std::vector<Thread*>& canRun = WhoCanRun();
-  Thread* pNext = canRun[canRun.size() == 1 ? 0 : Random() % canRun.size()];
-  if (pNext == &self) return;
-  m_pRunning = pNext;
-  pNext->turn.notify_one();
+void Scheduler::SwitchTo(std::unique_lock<std::mutex>& lock, Thread& self, Thread& next, bool bEnding) {
+  if (&next == &self) return;
+  m_pRunning = &next;
+  next.turn.notify_one();
   if (!bEnding) self.turn.wait(lock, [&] { return m_pRunning == &self; });
 }
+
+void Scheduler::HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding) {
+  if (m_choose) {
+    Cross(lock, self, bEnding ? "its end" : self.strWaitsFor.c_str(), bEnding);
+    return;
+  }
+  const std::vector<Thread*>& canRun = WhoCanRun();
+  SwitchTo(lock, self, *canRun[canRun.size() == 1 ? 0 : Random() % canRun.size()], bEnding);
+}
+
+void Scheduler::Cross(std::unique_lock<std::mutex>& lock, Thread& self, const char* pszApi, bool bEnding) {
+  constexpr std::size_t kMost = 16;
+  std::array<Choice, kMost> choices;
+  std::array<Thread*, kMost> threads;
+  std::size_t nChoices = 0;
+  const auto add = [&](Thread& thread, Choice::Kind kind, bool bPreempts) {
+    if (nChoices == kMost) Unsupported("an exploration of so many threads");
+    choices[nChoices] = {thread.strName.c_str(), kind, bPreempts};
+    threads[nChoices++] = &thread;
+  };
+  const bool bSelfGoes = !bEnding && self.pReady == nullptr && !self.bAwaitsMoment;
+  const auto isReady = [&](Thread& thread) {
+    const bool bTimeIsUp = thread.bHasDeadline && thread.llDeadline <= m_llNow;
+    if (thread.bAwaitsMoment) return bTimeIsUp;
+    return thread.pReady == nullptr || bTimeIsUp || (*thread.pReady)();
+  };
+  // In the order of their creation, beginning behind the one that is here.
+  std::size_t nSelf = 0;
+  while (nSelf < m_threads.size() && m_threads[nSelf].get() != &self) ++nSelf;
+  const std::size_t nFirst = nSelf < m_threads.size() ? nSelf + 1 : 0;
+  const auto thread = [&](std::size_t n) -> Thread& { return *m_threads[(nFirst + n) % m_threads.size()]; };
+
+  Thread* pInterrupted = bSelfGoes ? nullptr : m_pInterrupted;
+  m_pInterrupted = nullptr;
+  std::int64_t llEarliest = kNever;
+  std::int64_t llEarliestMoment = kNever;
+  bool bInterruptedGoes = false;
+  if (bSelfGoes) add(self, Choice::Kind::Goes, false);
+  for (std::size_t n = 0; n < m_threads.size(); ++n)
+    bInterruptedGoes |= &thread(n) == pInterrupted && isReady(thread(n));
+  if (bInterruptedGoes) add(*pInterrupted, Choice::Kind::Goes, false);
+  const bool bAnybodyGoes = nChoices > 0;
+  for (std::size_t n = 0; n < m_threads.size(); ++n) {
+    Thread& other = thread(n);
+    if (&other == &self && bSelfGoes) continue;
+    if (&other == pInterrupted && bInterruptedGoes) continue;
+    if (isReady(other)) {
+      add(other, Choice::Kind::Goes, bAnybodyGoes);
+    } else if (other.bHasDeadline) {
+      std::int64_t& llOf = other.bAwaitsMoment ? llEarliestMoment : llEarliest;
+      llOf = std::min(llOf, other.llDeadline);
+    }
+  }
+  const bool bIdle = nChoices == 0;
+  if (bIdle) llEarliest = std::min(llEarliest, llEarliestMoment);
+  for (std::size_t n = 0; n < m_threads.size() && llEarliest != kNever; ++n) {
+    Thread& other = thread(n);
+    const bool bIsNext = other.bHasDeadline && other.llDeadline == llEarliest && !isReady(other);
+    if (bIsNext && (bIdle || !other.bAwaitsMoment)) add(other, Choice::Kind::TimeIsUp, !bIdle);
+  }
+  for (std::size_t n = 0; n < m_threads.size(); ++n)
+    if (thread(n).bAwaitsMoment && !isReady(thread(n))) add(thread(n), Choice::Kind::Happens, false);
+  if (nChoices == 0) ReportDeadlock();
+
+  const std::size_t nChosen =
+      nChoices == 1
+          ? 0
+          : m_choose({self.strName.c_str(), pszApi, !bSelfGoes, std::span<const Choice>(choices.data(), nChoices)});
+  if (nChosen >= nChoices) Unsupported("a choice that is none");
+  Thread& next = *threads[nChosen];
+  if (choices[nChosen].kind == Choice::Kind::TimeIsUp) {
+    if (choices[nChosen].bPreempts)
+      m_ullLateTicks += static_cast<std::uint64_t>(std::max<std::int64_t>(0, llEarliest - m_llNow));
+    m_llNow = std::max<std::int64_t>(m_llNow, llEarliest);
+  }
+  if (choices[nChosen].kind == Choice::Kind::Happens) {
+    if (bSelfGoes) m_pInterrupted = &self;
+  }
+  if (&next != &self) g_nCallsInARow = 0;
+  SwitchTo(lock, self, next, bEnding);
+}
+
+void Scheduler::AwaitMoment(DWORD dwMilliseconds) {
+  if (!m_choose) return;
+  Thread& self = Self();
+  std::unique_lock<std::mutex> lock(m_mutex);
+  self.bAwaitsMoment = true;
+  self.bHasDeadline = dwMilliseconds != INFINITE;
+  self.llDeadline = m_llNow + static_cast<std::int64_t>(dwMilliseconds) * kTicksPerMs;
+  Cross(lock, self, "its moment", false);
+  self.bAwaitsMoment = false;
+  self.bHasDeadline = false;
+}
+
+void Scheduler::DieAt(std::uint64_t ullPlace, std::function<void()> lastAct) {
+  m_ullPlacesToDie = 0;
+  m_ullDieAt = ullPlace;
+  m_lastAct = std::move(lastAct);
+}
+
+void Scheduler::Die() {
+  m_ullDieAt = 0;
+  BeginStep();
+  if (m_lastAct) m_lastAct();
+  DropFilesOfTheDead();
+  _exit(kDeathStatus);
+}
+
+bool Scheduler::DiesHere() { return ++m_ullPlacesToDie == m_ullDieAt; }
 
 void Scheduler::WakeFree() {
   for (Thread* pThread : WhoCanRun())
@@ -150,6 +264,7 @@ bool Scheduler::WaitUntil(std::unique_lock<std::mutex>& lock, const char* pszWha
     self.bHasDeadline = !bForever;
     self.llDeadline = llDeadline;
     self.strWaitsFor = pszWhat;
+    g_nCallsInARow = 0;
     if (m_mode == TimeMode::Simulated) {
       HandOver(lock, self, false);
     } else {
@@ -168,8 +283,9 @@ void Scheduler::Changed() {
     if (pThread->pReady != nullptr && (*pThread->pReady)()) pThread->turn.notify_one();
 }
 
-void Scheduler::Call() {
+void Scheduler::Call(const char* pszApi) {
   Thread& self = Self();
+  if (m_mode == TimeMode::Simulated && t_nOneStep == 0 && DiesHere()) Die();
   if (m_mode == TimeMode::Free) {
     const std::int64_t llNow = m_llNow.fetch_add(kTicksPerCall, std::memory_order_relaxed) + kTicksPerCall;
     if (llNow < m_llEarliest.load(std::memory_order_relaxed)) return;
@@ -179,6 +295,12 @@ void Scheduler::Call() {
   }
   std::unique_lock<std::mutex> lock(m_mutex);
   m_llNow += kTicksPerCall;
+  if (m_choose) {
+    if (t_nOneStep != 0) return;
+    if (++g_nCallsInARow > kMostCallsInARow) Unsupported("a thread that makes calls without end and waits for nothing");
+    Cross(lock, self, pszApi, false);
+    return;
+  }
   if (m_threads.size() > 1 && Random() % kCallsPerHandOver == 0) HandOver(lock, self, false);
 }
 
@@ -218,7 +340,18 @@ void SetClock(const SYSTEMTIME& stLocal) noexcept {
   if (!SystemTimeToFileTime(&stLocal, &ft)) Unsupported("SetClock with an impossible date");
   Scheduler::Get().SetLocal((static_cast<std::uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime);
 }
-void PlatformCall() noexcept { Scheduler::Get().Call(); }
+void PlatformCall(const char* pszApi) noexcept { Scheduler::Get().Call(pszApi); }
+
+void ExploreBy(std::function<std::size_t(const Crossing&)> choose) { Scheduler::Get().ExploreBy(std::move(choose)); }
+void NameThread(const char* pszName) { Scheduler::Get().Self().strName = pszName; }
+void AwaitMoment(DWORD dwMilliseconds) { Scheduler::Get().AwaitMoment(dwMilliseconds); }
+std::uint64_t LateMilliseconds() noexcept { return Scheduler::Get().LateMs(); }
+void BeginStep() noexcept { ++t_nOneStep; }
+void EndStep() noexcept { --t_nOneStep; }
+void DieAt(std::uint64_t ullPlace, std::function<void()> lastAct) {
+  Scheduler::Get().DieAt(ullPlace, std::move(lastAct));
+}
+std::uint64_t PlacesToDie() noexcept { return Scheduler::Get().PlacesToDie(); }
 
 }  // namespace w32
 
@@ -228,7 +361,7 @@ extern "C" {
 
 VOID WINAPI Sleep(DWORD dwMilliseconds) {
   Scheduler& scheduler = Scheduler::Get();
-  scheduler.Call();
+  scheduler.Call("Sleep");
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   scheduler.WaitUntil(
       lock, "Sleep", [] { return false; }, dwMilliseconds);

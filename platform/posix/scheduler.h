@@ -32,7 +32,9 @@ struct Thread {
   bool bHasDeadline = false;
   std::int64_t llDeadline = 0;  // 100-ns units of the scheduler's clock
   std::string strWaitsFor;
-  int nSections = 0;  // critical sections that it owns; simulated time
+  std::string strName;         // for people
+  bool bAwaitsMoment = false;  // exploration: goes on only when it is chosen
+  int nSections = 0;           // critical sections that it owns; simulated time
 };
 
 class Scheduler {
@@ -57,8 +59,18 @@ class Scheduler {
   // To be called, with the world lock held, after a change that may satisfy a waiter.
   void Changed();
 
-  // A platform call: time moves on a little and, by the seed, another thread may run.
-  void Call();
+  // A platform call: time moves on a little and, by the seed or the explored schedule, another thread may run.
+  void Call(const char* pszApi);
+
+  // See control.h.
+  void ExploreBy(std::function<std::size_t(const Crossing&)> choose) { m_choose = std::move(choose); }
+  void AwaitMoment(DWORD dwMilliseconds);
+  void DieAt(std::uint64_t ullPlace, std::function<void()> lastAct);
+  std::uint64_t PlacesToDie() const { return m_ullPlacesToDie; }
+  // Whether the process is to die here: before a call, or in the middle of one that takes effect in parts.
+  bool DiesHere();
+  [[noreturn]] void Die();
+  std::uint64_t LateMs() const { return m_ullLateTicks / kTicksPerMs; }
 
   std::int64_t NowTicks();     // 100-ns units since process start
   std::uint64_t LocalTicks();  // 100-ns units since 1601
@@ -75,6 +87,9 @@ class Scheduler {
   // Those that can run now, at least one: the clock jumps for it. Good until the world lock is let go.
   const std::vector<Thread*>& WhoCanRun();
   void HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding);
+  // The exploration's hand-over: whoever can run, whoever's time could come, and whatever awaits its moment.
+  void Cross(std::unique_lock<std::mutex>& lock, Thread& self, const char* pszApi, bool bEnding);
+  void SwitchTo(std::unique_lock<std::mutex>& lock, Thread& self, Thread& next, bool bEnding);
   void WakeFree();
   [[noreturn]] void ReportDeadlock();
 
@@ -89,6 +104,13 @@ class Scheduler {
   std::atomic<DWORD> m_dwTickBase{0};
   std::uint64_t m_ullRandom = 1;
   std::atomic<DWORD> m_dwNextId{0};
+
+  std::function<std::size_t(const Crossing&)> m_choose;
+  Thread* m_pInterrupted = nullptr;  // by something that happened at its call: it goes on next
+  std::uint64_t m_ullLateTicks = 0;
+  std::uint64_t m_ullPlacesToDie = 0;
+  std::uint64_t m_ullDieAt = 0;
+  std::function<void()> m_lastAct;
 };
 
 // Whether the calling thread is subject to faults.

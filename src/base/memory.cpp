@@ -2,7 +2,11 @@
 
 #include <cstring>
 
-void* AllocZeroed(std::size_t cb) noexcept { return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cb); }
+void* AllocZeroed(std::size_t cb) noexcept {
+  void* pBlock = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cb);
+  if (pBlock == nullptr) SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // the heap says nothing
+  return pBlock;
+}
 
 void ReleaseMemory(void* pBlock) noexcept {
   if (pBlock != nullptr) HeapFree(GetProcessHeap(), 0, pBlock);

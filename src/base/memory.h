@@ -6,7 +6,8 @@
 #include <cstddef>
 #include <memory>
 
-// Allocates cb bytes, all zero. Returns null when the allocation fails; ReleaseMemory gives the block back.
+// Allocates cb bytes, all zero. Returns null, with last error ERROR_NOT_ENOUGH_MEMORY, when the allocation fails;
+// ReleaseMemory gives the block back.
 void* AllocZeroed(std::size_t cb) noexcept;
 
 // Releases a block of this file; null is fine.

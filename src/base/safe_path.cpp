@@ -145,11 +145,12 @@ SafeOpen SafeFolder::OpenOrMake(const SafeFolder& parent, const wchar_t* pszName
   if (found != SafeOpen::Missing) return found;
   wchar_t wszKeeper[16];
   FormatWide(wszKeeper, L"~%08x.tmp", GetCurrentProcessId());
-  const UniqueHandle hKeeper = parent.OpenFile(wszKeeper, DELETE, true);
-  if (!hKeeper) return SafeOpen::Refused;
-  const SafeOpen made = Make(parent, pszName, bForUsers);
-  DeleteOpenFile(hKeeper.get());
-  return made;
+  UniqueHandle hKeeper = parent.MakePassingFile(wszKeeper);
+  if (!hKeeper && GetLastError() == ERROR_FILE_EXISTS) {  // somebody's: it will do as well, and goes too
+    hKeeper = parent.OpenFile(wszKeeper, DELETE, false);
+    if (hKeeper) DeleteOpenFile(hKeeper.get());
+  }
+  return hKeeper ? Make(parent, pszName, bForUsers) : SafeOpen::Refused;
 }
 
 bool SafeFolder::IsInPlace(HANDLE hFile, const wchar_t* pszName,
@@ -176,15 +177,34 @@ UniqueHandle SafeFolder::OpenFile(const wchar_t* pszName, DWORD dwAccess, bool b
   }
   if (!hFile) return nullptr;
   BY_HANDLE_FILE_INFORMATION information;
-  const bool bKnown = GetFileInformationByHandle(hFile.get(), &information) != FALSE;
-  if (bKnown && !IsFolder(information) && !IsLink(information) && information.nNumberOfLinks == 1 &&
-      IsInPlace(hFile.get(), pszName, information)) {
+  if (IsPlainFileInPlace(hFile.get(), pszName, information)) {
     if (pInformation != nullptr) *pInformation = information;
     return hFile;
   }
+  const DWORD dwError = GetLastError();
   if (bMade) DeleteOpenFile(hFile.get());
-  if (bKnown) SetLastError(ERROR_ACCESS_DENIED);
+  SetLastError(dwError);
   return nullptr;
+}
+
+UniqueHandle SafeFolder::MakePassingFile(const wchar_t* pszName) const noexcept {
+  constexpr DWORD kFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE;
+  PathText path;
+  if (!path.Assign(m_path.Text(), m_path.Length()) || !path.Append(pszName)) return nullptr;
+  UniqueHandle hFile = OpenPath(path.Text(), DELETE | FILE_READ_ATTRIBUTES, 0, CREATE_NEW, kFlags);
+  BY_HANDLE_FILE_INFORMATION information;
+  if (hFile && !IsPlainFileInPlace(hFile.get(), pszName, information)) hFile.reset();
+  return hFile;
+}
+
+// With last error ERROR_ACCESS_DENIED where what the handle tells is not what it should.
+bool SafeFolder::IsPlainFileInPlace(HANDLE hFile, const wchar_t* pszName,
+                                    BY_HANDLE_FILE_INFORMATION& information) const noexcept {
+  if (!GetFileInformationByHandle(hFile, &information)) return false;
+  const bool bInPlace = !IsFolder(information) && !IsLink(information) && information.nNumberOfLinks == 1 &&
+                        IsInPlace(hFile, pszName, information);
+  if (!bInPlace) SetLastError(ERROR_ACCESS_DENIED);
+  return bInPlace;
 }
 
 bool SafeFolder::RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexcept {

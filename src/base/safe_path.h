@@ -90,6 +90,8 @@ class SafeFolder : public SafePlace {
   // Null when that fails. pInformation receives what the handle tells, the size among it.
   UniqueHandle OpenFile(const wchar_t* pszName, DWORD dwAccess, bool bMake,
                         BY_HANDLE_FILE_INFORMATION* pInformation = nullptr) const noexcept;
+  // Makes a file that goes when its handle is closed, also by the end of the process. Null when there is one already.
+  UniqueHandle MakePassingFile(const wchar_t* pszName) const noexcept;
   // Renames a file that was opened here with the right DELETE; an existing file is not replaced.
   bool RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexcept;
   // Deletes a file that was opened here with the right DELETE; it is gone when its handle is closed.
@@ -103,6 +105,7 @@ class SafeFolder : public SafePlace {
 
  private:
   SafeOpen Make(const SafePlace& parent, const wchar_t* pszName, bool bForUsers) noexcept;
+  bool IsPlainFileInPlace(HANDLE hFile, const wchar_t* pszName, BY_HANDLE_FILE_INFORMATION& information) const noexcept;
   bool IsInPlace(HANDLE hFile, const wchar_t* pszName, const BY_HANDLE_FILE_INFORMATION& information) const noexcept;
 
   UniqueHandle m_hFolder;

@@ -236,11 +236,13 @@ void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const n
   WIN32_FIND_DATAW entry;
   const UniqueFind hFind = root.List(L"*.*", entry);
   if (hFind.get() == INVALID_HANDLE_VALUE) return;
+  unsigned nSkipped = 0;
   do {
     const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     if (bFolder && entry.cFileName[0] != L'.' && entry.ftLastWriteTime.dwHighDateTime < dwLimit)
-      DeleteListed(root, entry);
+      nSkipped += DeleteListed(root, entry);
   } while (FindNextFileW(hFind.get(), &entry));
+  if (nSkipped != 0) LogW(L"Old folders that lie too deep stay. [%s, folders:%d]", pszRoot, nSkipped);
 }
 
 void CJob::SetJobReg(HANDLE hPrinter, const wchar_t*, DWORD dwValue, DWORD) const noexcept {

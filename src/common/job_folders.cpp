@@ -3,6 +3,8 @@
 #include <shlwapi.h>
 
 #include <cwchar>
+#include <memory>
+#include <new>
 
 #include "base/folder_access.h"
 #include "base/memory.h"
@@ -43,31 +45,78 @@ BOOL CreateJobFolder(const wchar_t* pszPath) noexcept {
   return TRUE;
 }
 
-// The folder stays open while it is walked, so that what is found in it is deleted in it.
-static void DeleteContent(const SafeFolder& folder) noexcept {
+namespace {
+
+// A folder on the way down, held open while it is walked, so that what is found in it is deleted in it.
+struct Level {
+  Level* pUp;
+  SafeFolder folder;
+  UniqueFind hFind;
   WIN32_FIND_DATAW entry;
-  const UniqueFind hFind = folder.List(L"*.*", entry);
-  if (hFind.get() == INVALID_HANDLE_VALUE) return;
-  do {
-    const bool bFolder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (!bFolder || entry.cFileName[0] != L'.') DeleteListed(folder, entry);
-  } while (FindNextFileW(hFind.get(), &entry));
+};
+
+bool IsFolder(const WIN32_FIND_DATAW& entry) noexcept {
+  constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  return (entry.dwFileAttributes & kKind) == FILE_ATTRIBUTE_DIRECTORY;
 }
 
-void DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept {
-  if (wcslen(parent.Path()) + 1 + wcslen(pszName) > kLongestListedPath) return;
-  {
-    SafeFolder folder;
-    if (folder.Open(parent, pszName) == SafeOpen::Opened) DeleteContent(folder);
-  }
-  parent.DeleteEntry(pszName);
+// Goes down into a folder and finds its first entry; null when there is none to be walked. bSkipped: it stays as it is.
+Level* GoDown(Level* pUp, const SafeFolder& parent, const wchar_t* pszName, bool& bSkipped) noexcept {
+  bSkipped = wcslen(parent.Path()) + 1 + wcslen(pszName) > kLongestListedPath;
+  if (bSkipped) return nullptr;
+  void* pBlock = AllocZeroed(sizeof(Level));
+  bSkipped = pBlock == nullptr;
+  if (bSkipped) return nullptr;
+  auto* pLevel = new (pBlock) Level{pUp, {}, UniqueFind(INVALID_HANDLE_VALUE), {}};
+  if (pLevel->folder.Open(parent, pszName) == SafeOpen::Opened)
+    pLevel->hFind = pLevel->folder.List(L"*.*", pLevel->entry);
+  return pLevel;
 }
 
-void DeleteListed(const SafeFolder& folder, const WIN32_FIND_DATAW& entry) noexcept {
-  const DWORD dwKind = entry.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
-  if (dwKind == FILE_ATTRIBUTE_DIRECTORY) {
-    DeleteFolderTree(folder, entry.cFileName);
-  } else {
-    folder.DeleteEntry(entry.cFileName);
+Level* GoUp(Level* pLevel) noexcept {
+  Level* pUp = pLevel->pUp;
+  std::destroy_at(pLevel);
+  ReleaseMemory(pLevel);
+  return pUp;
+}
+
+}  // namespace
+
+// The way down is kept on the heap: how deep a user's folders lie must not decide what the spooler's stack has to hold.
+unsigned DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept {
+  unsigned nSkipped = 0;
+  bool bSkipped = false;
+  Level* pLevel = GoDown(nullptr, parent, pszName, bSkipped);
+  if (bSkipped) return 1;
+  bool bEntry = pLevel->hFind.get() != INVALID_HANDLE_VALUE;
+  while (pLevel != nullptr) {
+    if (!bEntry) {  // the folder is done with; its own entry in the one above is what comes next
+      const Level* pUp = pLevel->pUp;
+      pLevel = GoUp(pLevel);
+      (pUp != nullptr ? pUp->folder : parent).DeleteEntry(pUp != nullptr ? pUp->entry.cFileName : pszName);
+      bEntry = pLevel != nullptr && FindNextFileW(pLevel->hFind.get(), &pLevel->entry);
+      continue;
+    }
+    const bool bFolder = (pLevel->entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const bool bStays = bFolder && pLevel->entry.cFileName[0] == L'.';
+    if (!bStays && IsFolder(pLevel->entry)) {
+      Level* pDown = GoDown(pLevel, pLevel->folder, pLevel->entry.cFileName, bSkipped);
+      nSkipped += bSkipped ? 1 : 0;
+      if (!bSkipped) {
+        pLevel = pDown;
+        bEntry = pLevel->hFind.get() != INVALID_HANDLE_VALUE;
+        continue;
+      }
+    } else if (!bStays) {
+      pLevel->folder.DeleteEntry(pLevel->entry.cFileName);
+    }
+    bEntry = FindNextFileW(pLevel->hFind.get(), &pLevel->entry) != FALSE;
   }
+  return nSkipped;
+}
+
+unsigned DeleteListed(const SafeFolder& folder, const WIN32_FIND_DATAW& entry) noexcept {
+  if (IsFolder(entry)) return DeleteFolderTree(folder, entry.cFileName);
+  folder.DeleteEntry(entry.cFileName);
+  return 0;
 }

@@ -9,8 +9,9 @@
 BOOL CreateJobFolder(const wchar_t* pszPath) noexcept;
 
 // Deletes a folder with all it holds, but for sub-folders whose names begin with a dot; the folder that it lies in is held
-// open by the caller. A link goes, what it leads to stays. Reports nothing: a folder that still holds something stays.
-void DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept;
+// open by the caller. A link goes, what it leads to stays; a folder that still holds something stays. Needs the same stack
+// however deep they lie. Returns how many folders it left alone because their path is too long, or memory is short.
+unsigned DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noexcept;
 
-// Deletes what a listing of an open folder brought: a folder with all it holds; a file or a link alone.
-void DeleteListed(const SafeFolder& folder, const WIN32_FIND_DATAW& entry) noexcept;
+// Deletes what a listing of an open folder brought: a folder with all it holds; a file or a link alone. Returns the same.
+unsigned DeleteListed(const SafeFolder& folder, const WIN32_FIND_DATAW& entry) noexcept;

@@ -67,13 +67,18 @@ bool CLogStream::Open(LogThreadBuffers& buffers, const SafeFolder& folder, const
   m_bMutexHeldElsewhere = dwWait == WAIT_TIMEOUT;
   if (dwWait == WAIT_TIMEOUT) return false;
   const DWORD dwStart = GetTickCount();
+  // Whoever had the mutex may have died in the middle of a line: told by the mutex, or else found by the next process.
+  const bool bMayBeTorn = dwWait == WAIT_ABANDONED || !m_bEndLookedAt;
+  const DWORD dwAccess = bMayBeTorn ? GENERIC_READ | GENERIC_WRITE : GENERIC_WRITE;
   BY_HANDLE_FILE_INFORMATION information;
-  UniqueHandle hFile = folder.OpenFile(file.wsz, GENERIC_WRITE, true, &information);
+  UniqueHandle hFile = folder.OpenFile(file.wsz, dwAccess, true, &information);
   if (!hFile) {
     ReleaseMutex(m_hLogMutex.get());
     return false;
   }
   buffers.hLogFile = hFile.release();
+  if (bMayBeTorn) EndTornLine(buffers.hLogFile);
+  m_bEndLookedAt = true;
   if (information.nFileSizeHigh == 0 && information.nFileSizeLow == 0) {
     Write(buffers, kLogHeader);
     WriteSystemInfo(buffers);
@@ -87,6 +92,15 @@ bool CLogStream::Open(LogThreadBuffers& buffers, const SafeFolder& folder, const
   }
   if (m_bWriteFailed.exchange(false)) Write(buffers, "<=== Log output here failed\r\n");
   return true;
+}
+
+void CLogStream::EndTornLine(HANDLE hFile) noexcept {
+  char cLast = '\n';
+  DWORD cbRead = 0;
+  if (SetFilePointer(hFile, -1, nullptr, FILE_END) == INVALID_SET_FILE_POINTER ||
+      !ReadFile(hFile, &cLast, 1, &cbRead, nullptr) || cLast == '\n')
+    return;  // an empty file has no last byte
+  Append(hFile, "\r\n", 2);
 }
 
 DWORD CLogStream::Append(HANDLE hFile, const char* pBytes, DWORD cb) noexcept {

@@ -31,11 +31,14 @@ class CLogStream {
  private:
   void WriteSystemInfo(LogThreadBuffers& buffers) noexcept;
   DWORD Append(HANDLE hFile, const char* pBytes, DWORD cb) noexcept;
+  // Ends a last line that its writer did not live to end, so that the next one stands by itself.
+  void EndTornLine(HANDLE hFile) noexcept;
 
   UniqueHandle m_hLogMutex;
   UniqueHandle m_hBinMutex;                        // belongs to a dump facility of other modules; only kept alive here
   std::atomic<bool> m_bMutexHeldElsewhere{false};  // the last wait for the log mutex timed out
   std::atomic<bool> m_bWriteFailed{false};         // a text was neither written nor held since the last successful open
+  std::atomic<bool> m_bEndLookedAt{false};         // this process has looked at the end of a file
   CRITICAL_SECTION m_csPending;                    // guards the two below
   char m_szPending[1024] = {};
   DWORD m_cbPending = 0;

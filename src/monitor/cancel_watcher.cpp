@@ -18,7 +18,7 @@ void CloseAndClear(HANDLE& hObject) noexcept {
 }  // namespace
 
 DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
-  const IniJob& job = *static_cast<IniJob*>(pArgument);
+  IniJob& job = *static_cast<IniJob*>(pArgument);
   LogT(L"dwJobId:%d", job.JobId);
   if (job.hPrinter == nullptr) return 0;
   DWORD cb = 0;
@@ -43,8 +43,12 @@ DWORD WINAPI ThreadJobCanMon(LPVOID pArgument) noexcept {
   } while ((info->Status & kCancelledStates) == 0);
 
   LogI(L"CANCEL,Status:0x%08x", info->Status);
+  // Said before it is done: the sender that the cancel sends home must not start again.
+  NoteCancelled(job);
   if (!job.pSdkMng->Cancel()) LogE(L"CANCEL,Status:0x%08x", info->Status);
-  SetEvent(job.hEventCancel);
+  // A send that had looked before that was said may have come to the library behind the cancel.
+  while (job.pSdkMng->IsSending() && WaitForSingleObject(job.hEventStop, kWatchMs) == WAIT_TIMEOUT)
+    job.pSdkMng->Cancel();
   return 0;
 }
 

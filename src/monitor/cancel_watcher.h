@@ -1,5 +1,5 @@
 // The cancel watcher: one thread a job on the device-access path, which polls the spooler for the job being deleted or
-// restarted and then aborts the pending transfer.
+// restarted, remembers that and then aborts the pending transfer.
 #pragma once
 
 #include <windows.h>

@@ -4,12 +4,12 @@
 #include <cstring>
 #include <utility>
 
+#include "monitor/growing_pause.h"
 #include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
 #include "monitor/model.h"
 #include "monitor/response_format.h"
 #include "monitor/sdk.h"
-#include "monitor/send_pause.h"
 
 namespace {
 
@@ -154,24 +154,26 @@ DWORD WriteReprintChkData(IniPort* pIniPort, const BYTE* pRequest, DWORD cbReque
     return ERROR_INVALID_PARAMETER;
   }
   DWORD dwResult = ERROR_INVALID_PARAMETER;
-  SendPause pause;
+  GrowingPause pause;
   do {
     DWORD cbWritten = 0;
     pause.Begin();
-    const bool bSent = pIniJob->pSdkMng->Send(pRequest, cbRequest, &cbWritten, kRequestTimeoutMs) != FALSE;
-    const DWORD dwError = GetLastError();
+    BOOL bSent = FALSE;
+    if (!pIniJob->pSdkMng->SendUnless(pIniJob->bCancelSeen, pRequest, cbRequest, &cbWritten, kRequestTimeoutMs, &bSent))
+      break;
+    const DWORD dwError = bSent ? ERROR_SUCCESS : GetLastError();
     if (cbWritten >= cbRequest) return ERROR_SUCCESS;
     pRequest += cbWritten;
     cbRequest -= cbWritten;
+    if (!bSent) dwResult = dwError;
     if (cbWritten == 0 && !bSent) {
-      dwResult = dwError;
       if (dwResult == ERROR_DEVICE_NOT_CONNECTED) {
         LogE(L"Fail to get exec resp. [OFFLINE][Port:%s]", pIniPort->pszPortName);
         return dwResult;
       }
       LogD(L"Fail to send. [Err:%d][Port:%s]", dwResult, pIniPort->pszPortName);
     }
-    pause.End(!bSent, cbWritten, *pIniJob);
+    pause.End(cbWritten > 0, *pIniJob);
   } while (!MustStopWaiting(*pIniPort));
   return dwResult;
 }

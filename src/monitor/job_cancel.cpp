@@ -22,19 +22,22 @@ bool ReadJobStatus(const IniJob& job, HeapPtr<JOB_INFO_1W>* ppInfo, DWORD* pcbIn
   return GetJobW(job.hPrinter, job.JobId, 1, reinterpret_cast<BYTE*>(ppInfo->get()), *pcbInfo, &cbNeeded) != FALSE;
 }
 
+// The flag comes first: who is woken by the event finds it.
+void NoteCancelled(IniJob& job) noexcept {
+  job.bCancelSeen = true;
+  if (job.hEventCancel != nullptr) SetEvent(job.hEventCancel);
+}
+
 BOOL IsCancelJob(IniPort* pIniPort) noexcept {
   LogT(L"pIniPort:0x%08x", LogAddress(pIniPort));
-  const IniJob* pIniJob = pIniPort->pIniJob;
+  IniJob* pIniJob = pIniPort->pIniJob;
   if (pIniJob == nullptr || !pIniPort->bUseSdkSrv || pIniJob->hPrinter == nullptr) return FALSE;
   HeapPtr<JOB_INFO_1W> info;
   DWORD cb = 0;
   if (!ReadJobStatus(*pIniJob, &info, &cb) || (info->Status & kCancelledStates) == 0) return FALSE;
   LogI(L"CANCEL,Status:0x%08x", info->Status);
+  NoteCancelled(*pIniJob);
   return TRUE;
-}
-
-bool IsCancelSeen(const IniJob& job) noexcept {
-  return job.hEventCancel != nullptr && WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0;
 }
 
 static bool IsWatched(const IniJob& job) noexcept {
@@ -43,10 +46,8 @@ static bool IsWatched(const IniJob& job) noexcept {
 
 bool IsJobCancelled(IniPort& port) noexcept {
   const IniJob& job = *port.pIniJob;
-  if (IsCancelSeen(job)) return true;
-  if (IsWatched(job) || !IsCancelJob(&port)) return false;
-  if (job.hEventCancel != nullptr) SetEvent(job.hEventCancel);
-  return true;
+  if (IsCancelSeen(job) || WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0) return true;
+  return !IsWatched(job) && IsCancelJob(&port);
 }
 
 bool MustStopWaiting(IniPort& port) noexcept { return port.pIniJob->hEventCancel == nullptr || IsJobCancelled(port); }

@@ -11,15 +11,18 @@
 // FALSE, with the spooler's last-error code, when it cannot be read; *ppInfo keeps what it held. Any thread.
 bool ReadJobStatus(const IniJob& job, HeapPtr<JOB_INFO_1W>* ppInfo, DWORD* pcbInfo) noexcept;
 
-// TRUE when the current job is being deleted or restarted in the spooler. Asks the spooler, and answers only for ports on
-// the device-access path; a failed query counts as not cancelled. On the thread of the job's calls.
+// Remembers that the job was seen deleted, whatever the spooler says of it later, and ends its pauses. Any thread.
+void NoteCancelled(IniJob& job) noexcept;
+
+// TRUE when the current job is being deleted or restarted in the spooler, which is remembered. Asks the spooler, and answers
+// only for ports on the device-access path; a failed query counts as not cancelled. On the thread of the job's calls.
 BOOL IsCancelJob(IniPort* pIniPort) noexcept;
 
-// Whether the job's cancel event is set: what was seen once holds, whatever the spooler says of the job now. Any thread.
-bool IsCancelSeen(const IniJob& job) noexcept;
+// Whether the job was seen deleted. Any thread; no system call.
+inline bool IsCancelSeen(const IniJob& job) noexcept { return job.bCancelSeen; }
 
-// The one cancel test of every wait, resend and confirmation: the current job's cancel event is set, or the job has no
-// running watcher and the spooler says so now, which then sets the event. On the thread of the job's calls.
+// The one cancel test of every wait, resend and confirmation: the job was seen deleted, or it has no running watcher and the
+// spooler says so now. On the thread of the job's calls.
 bool IsJobCancelled(IniPort& port) noexcept;
 
 // Whether the waits of the current job must end: it is cancelled, or it has no event by which it could ever be told.

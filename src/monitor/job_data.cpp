@@ -19,12 +19,14 @@ constexpr DWORD kSendTimeoutMs = 90'000;
 constexpr DWORD kDrainBytes = 4096;
 // A printer that never stops talking is not drained for ever.
 constexpr DWORD kDrainLimit = 1024 * 1024;
+constexpr DWORD kDrainMs = 10'000;
 
 // Reads what the printer has said so far and throws it away. Ends on a read that brings nothing, when the job is cancelled,
-// and after 1 MiB. A failed read that left the count alone brought nothing.
+// after 1 MiB and after 10 s. A failed read that left the count alone brought nothing.
 void DrainResponses(IniPort& port) noexcept {
   BYTE abyScratch[kDrainBytes];
-  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && !IsJobCancelled(port);) {
+  const DWORD dwStart = GetTickCount();
+  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && GetTickCount() - dwStart < kDrainMs && !IsJobCancelled(port);) {
     DWORD cbRead = kDrainBytes;
     const DWORD dwError = port.pIniJob->pSdkMng->Read(abyScratch, kDrainBytes, &cbRead, kReadClear);
     if (cbRead == 0 || (dwError != ERROR_SUCCESS && cbRead == kDrainBytes)) return;
@@ -46,6 +48,7 @@ static Sending SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWOR
   if (port.pSdkMng == nullptr || pIniJob == nullptr || pIniJob->pSdkMng == nullptr) {
     LogE(L"pSdkMng is NULL. [Port:%s]", port.pszPortName);
     AssertHere();
+    SetLastError(ERROR_INVALID_HANDLE);
     return Sending::Failed;
   }
   const bool bFirstCached = port.reprintMng.pBuf == nullptr && (port.dwPortFlags & PORT_AUTO_REPRINT) != 0;
@@ -56,7 +59,10 @@ static Sending SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWOR
     if (IsJobCancelled(port)) return Sending::Cancelled;
     if (!bReady) return Sending::NotReady;
   }
-  return pIniJob->pSdkMng->Send(pBuf, cbBuf, pcbWritten, kSendTimeoutMs) ? Sending::Sent : Sending::Failed;
+  BOOL bSent = FALSE;
+  if (!pIniJob->pSdkMng->SendUnless(pIniJob->bCancelSeen, pBuf, cbBuf, pcbWritten, kSendTimeoutMs, &bSent))
+    return Sending::Cancelled;
+  return bSent ? Sending::Sent : Sending::Failed;
 }
 
 static BOOL WriteToPortMonitor(IniPort& port, BYTE* pBuf, DWORD cbBuf, DWORD* pcbWritten) noexcept {
@@ -114,12 +120,15 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
   } else {
     bWritten = WriteToPortMonitor(*pIniPort, pBuf, cbBuf, pcbWritten);
   }
+  *pcbWritten = std::min(*pcbWritten, cbBuf);  // whatever the other side claims
   if (!bWritten || *pcbWritten == 0 || pIniJob == nullptr) return bWritten;
-  const DWORD cbTaken = std::min(*pcbWritten, cbBuf);  // whatever the other side claims
+  const DWORD cbTaken = *pcbWritten;
   if (pIniJob->pszJobFilePath != nullptr && bAsClient) gJob.OutputJobFile(pIniJob->pszJobFilePath, pBuf, cbTaken);
   if (bWatched && pIniPort->bUseSdkSrv && (pIniPort->dwPortFlags & PORT_AUTO_REPRINT) != 0 &&
-      CashWriteData(pIniPort, pBuf, cbTaken) != ERROR_SUCCESS)
+      CashWriteData(pIniPort, pBuf, cbTaken) != ERROR_SUCCESS) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return FALSE;
+  }
   return bWritten;
 }
 

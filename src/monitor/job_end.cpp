@@ -22,9 +22,10 @@ static bool EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
   const bool bWatched = bShared || !IsRawJob(&job);
   if (bWatched && (port.dwPortFlags & (PORT_VIRTUAL_COM | PORT_AUTO_REPRINT)) != 0 && !IsCancelJob(&port))
     ConfirmJobEndAndReprint(&port);
-  const bool bSeen = IsCancelSeen(job);
   StopCancelWatcher(job);
-  if (!IsCancelJob(&port) && !bSeen) return self.Restore();
+  // Asked once more, and only now is it told whether anybody ever saw the job deleted: the watcher may have been the last.
+  IsCancelJob(&port);
+  if (!IsCancelSeen(job)) return self.Restore();
   if (port.pSdkMng == nullptr) {
     AssertHere();
     LogE(L"pSdkMng is NULL.[Port:%s]", port.pszPortName);

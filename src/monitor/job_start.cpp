@@ -28,6 +28,7 @@ static bool StartOnDevice(IniPort& port, IniJob& job, const wchar_t* pszPrinterN
   if (port.pSdkMng == nullptr) {
     AssertHere();
     LogE(L"pSdkMng is NULL.[Printer:%s]", pszPrinterName);
+    SetLastError(ERROR_INVALID_HANDLE);
     return false;
   }
   const DevData* pDevData = port.pDevData;
@@ -39,6 +40,7 @@ static bool StartOnDevice(IniPort& port, IniJob& job, const wchar_t* pszPrinterN
   }
   if (job.pSdkMng == nullptr) {
     AssertHere();
+    SetLastError(ERROR_INVALID_HANDLE);
     bLocked = false;
   }
   if (bLocked) StartCancelWatcher(job, pszPrinterName);
@@ -142,7 +144,13 @@ static bool StartJob(IniPort& port, LPWSTR pszPrinterName, DWORD dwJobId, DWORD 
     if (port.bUseSdkSrv) bStarted = StartOnDevice(port, *job, pszPrinterName);
     bAsClient = self.Restore();
   }
-  if (!port.bUseSdkSrv && bAsClient) bStarted = StartOnPortMonitor(port, *job, pszPrinterName, dwLevel, pDocInfo);
+  if (!port.bUseSdkSrv) {
+    if (bAsClient) {
+      bStarted = StartOnPortMonitor(port, *job, pszPrinterName, dwLevel, pDocInfo);
+    } else {
+      SetLastError(ERROR_ACCESS_DENIED);  // it would be started in the wrong name
+    }
+  }
   if (!bStarted || !ReadJobInfo(*job)) {
     const KeepLastError keep;
     StopCancelWatcher(*job);

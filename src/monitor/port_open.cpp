@@ -68,6 +68,7 @@ static bool OpenUnderlyingPort(IniPort& port, HANDLE hMonitorPort, LPWSTR pszPor
   }
   port.fn = *pMonitor;
   LogT(L"(*pMonitor->pfnOpenPort) [Port:%s/Printer:%s]", port.pszPortName, port.pPrinterName);
+  if (port.hPort == nullptr) SetLastError(ERROR_INVALID_HANDLE);  // a success without a port is none
   return port.hPort != nullptr;
 }
 
@@ -92,6 +93,8 @@ BOOL WINAPI MonOpenPortEx(HANDLE /*hMonitor*/, HANDLE hMonitorPort, LPWSTR pszPo
       LogE(L"ERROR_BUSY [Port:%s/Printer:%s]", pszPortName, pszPrinterName);
     } else {
       pIniPort = CreatePortEntry(pszPrinterName, pszPortName);
+      if (pIniPort == nullptr)
+        SetLastError(pszPrinterName == nullptr ? ERROR_INVALID_PARAMETER : ERROR_NOT_ENOUGH_MEMORY);
     }
   }
   if (pIniPort == nullptr) return FALSE;

@@ -69,32 +69,43 @@ static bool RestoreShare(IniPort& port, const wchar_t* pszValueName, LPWSTR pOut
   return bAsClient;
 }
 
+// Does what a request asks of this monitor. FALSE when the thread could not go back to the client.
+static bool ActOnRequest(IniPort& port, const wchar_t* pszValueName, LPWSTR pOutBuffer, DWORD cbOutBuffer,
+                         LPDWORD pcbReturned) noexcept {
+  LOG_AS("MonGetPrinterDataFromPort");
+  if (wcsncmp(pszValueName, kShareRequest, kShareRequestChars) == 0)
+    return RestoreShare(port, pszValueName, pOutBuffer, cbOutBuffer, pcbReturned);
+  if (wcscmp(pszValueName, L"AutoReprint") == 0)
+    LogD(L"[srv:%s] MonGetPrinterDataFromPort [AutoReprint]", port.pszPortName);
+  return true;
+}
+
 BOOL WINAPI MonGetPrinterDataFromPort(HANDLE hPort, DWORD dwControlId, LPWSTR pszValueName, LPWSTR pInBuffer,
                                       DWORD cbInBuffer, LPWSTR pOutBuffer, DWORD cbOutBuffer,
                                       LPDWORD pcbReturned) noexcept {
-  const PortCall call(hPort);
-  IniPort* pIniPort = call.Port();
-  if (pIniPort == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  const auto pfnForward = pIniPort->fn.pfnGetPrinterDataFromPort;
-  if (pfnForward == nullptr) {
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return FALSE;
-  }
-  LogI(L"(pfnGetPrinterDataFromPort) [pszPortName:%s,ControlID:%d,pValueName:%s,cbInBuffer:%d,cbOutBuffer:%d]",
-       pIniPort->pszPortName, dwControlId, pszValueName, cbInBuffer, cbOutBuffer);
-  if (dwControlId == 0 && pszValueName != nullptr && *pszValueName != 0) {
-    if (wcsncmp(pszValueName, kShareRequest, kShareRequestChars) == 0) {
-      if (!RestoreShare(*pIniPort, pszValueName, pOutBuffer, cbOutBuffer, pcbReturned)) {
-        SetLastError(ERROR_ACCESS_DENIED);  // the request would be forwarded in the wrong name
-        return FALSE;
-      }
-    } else if (wcscmp(pszValueName, L"AutoReprint") == 0) {
-      LogD(L"[srv:%s] MonGetPrinterDataFromPort [AutoReprint]", pIniPort->pszPortName);
+  decltype(MONITOR2::pfnGetPrinterDataFromPort) pfnForward = nullptr;
+  HANDLE hForward = nullptr;
+  {
+    const PortCall call(hPort);
+    IniPort* pIniPort = call.Port();
+    if (pIniPort == nullptr) {
+      SetLastError(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    pfnForward = pIniPort->fn.pfnGetPrinterDataFromPort;
+    hForward = pIniPort->hPort;
+    if (pfnForward == nullptr) {
+      SetLastError(ERROR_NOT_SUPPORTED);
+      return FALSE;
+    }
+    LogI(L"(pfnGetPrinterDataFromPort) [pszPortName:%s,ControlID:%d,pValueName:%s,cbInBuffer:%d,cbOutBuffer:%d]",
+         pIniPort->pszPortName, dwControlId, pszValueName, cbInBuffer, cbOutBuffer);
+    if (dwControlId == 0 && pszValueName != nullptr &&
+        !ActOnRequest(*pIniPort, pszValueName, pOutBuffer, cbOutBuffer, pcbReturned)) {
+      SetLastError(ERROR_ACCESS_DENIED);  // the request would be forwarded in the wrong name
+      return FALSE;
     }
   }
-  return pfnForward(pIniPort->hPort, dwControlId, pszValueName, pInBuffer, cbInBuffer, pOutBuffer, cbOutBuffer,
-                    pcbReturned);
+  // The port monitor may hold the request as long as it likes: a close of the port does not wait for that.
+  return pfnForward(hForward, dwControlId, pszValueName, pInBuffer, cbInBuffer, pOutBuffer, cbOutBuffer, pcbReturned);
 }

@@ -4,8 +4,8 @@
 // replaces them, and bySeqCounter. The spooler makes the calls of one port one after the other (its printer-data requests
 // may come beside them), so everything else of a record belongs to the thread of the current call. Every call is counted in
 // the record while it lasts (PortCall), and a close frees the record when the others have ended. The cancel watcher reads
-// hPrinter, JobId, pSdkMng and hEventStop of its job, which stay unchanged while it runs, and sets hEventCancel; for a job
-// without a running watcher the job's own thread does (IsJobCancelled).
+// hPrinter, JobId, pSdkMng and hEventStop of its job, which stay unchanged while it runs. Whoever sees the job deleted, the
+// watcher or a call of the job, says so once and for all in bCancelSeen and hEventCancel (NoteCancelled).
 #pragma once
 
 #include <windows.h>
@@ -74,14 +74,15 @@ struct IniJob {
   DWORD JobId;
   JOB_INFO_2W* pJob;  // owned
   SYSTEMTIME stStart;
-  BYTE realCmdState;        // state of the real-time command matcher between two writes
-  HANDLE hEventStop;        // manual-reset, owned: ends the cancel watcher
-  HANDLE hThread;           // owned: the cancel watcher
-  CSdk* pSdkMng;            // borrowed from the port
-  wchar_t* pszJobDataPath;  // owned: archive root
-  wchar_t* pszJobFilePath;  // owned: this job's archive file
-  BYTE bySeqNo;             // sequence number of the execution-response request
-  HANDLE hEventCancel;      // manual-reset, owned: the job was cancelled in the spooler
+  BYTE realCmdState;              // state of the real-time command matcher between two writes
+  HANDLE hEventStop;              // manual-reset, owned: ends the cancel watcher
+  HANDLE hThread;                 // owned: the cancel watcher
+  CSdk* pSdkMng;                  // borrowed from the port
+  wchar_t* pszJobDataPath;        // owned: archive root
+  wchar_t* pszJobFilePath;        // owned: this job's archive file
+  BYTE bySeqNo;                   // sequence number of the execution-response request
+  HANDLE hEventCancel;            // manual-reset, owned: the job was cancelled in the spooler; for those who wait
+  std::atomic<bool> bCancelSeen;  // … and for those who look; outlives the event, never taken back
 };
 
 extern CRITICAL_SECTION csMonitor;

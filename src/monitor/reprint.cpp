@@ -6,10 +6,10 @@
 #include "base/memory.h"
 #include "base/owners.h"
 #include "monitor/exec_response.h"
+#include "monitor/growing_pause.h"
 #include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
 #include "monitor/sdk.h"
-#include "monitor/send_pause.h"
 
 namespace {
 
@@ -83,17 +83,17 @@ DWORD ReprintDumpData(IniPort* pIniPort) noexcept {
   }
   const IniJob& job = *pIniPort->pIniJob;
   const wchar_t* pszPort = pIniPort->pszPortName;
-  SendPause pause;
+  GrowingPause pause;
   const BYTE* pNext = pIniPort->reprintMng.pBuf;
   DWORD cbRest = pIniPort->reprintMng.cbData;
   DWORD dwResult = ERROR_INVALID_PARAMETER;
   while (!MustStopWaiting(*pIniPort)) {
     DWORD cbWritten = 0;
     pause.Begin();
-    // A send that timed out counts as sent and leaves the last error alone; one of an earlier call must not end the loop.
-    SetLastError(ERROR_TIMEOUT);
-    const bool bSent = job.pSdkMng->Send(pNext, cbRest, &cbWritten, kReprintTimeoutMs) != FALSE;
-    const DWORD dwError = GetLastError();
+    BOOL bSent = FALSE;
+    if (!job.pSdkMng->SendUnless(job.bCancelSeen, pNext, cbRest, &cbWritten, kReprintTimeoutMs, &bSent)) break;
+    // A send that took a part counts as sent and leaves the last error alone, which may be of any earlier call.
+    const DWORD dwError = bSent ? ERROR_TIMEOUT : GetLastError();
     if (cbWritten > cbRest) {
       LogE(L"[srv:%s] MonWritePort pmWrite() overrun!!", pszPort);
       AssertHere();
@@ -113,7 +113,7 @@ DWORD ReprintDumpData(IniPort* pIniPort) noexcept {
       default:
         LogE(L"[srv:%s] MonWritePort pmWrite() [DATALEN: %d/%d]", pszPort, cbWritten, pIniPort->reprintMng.cbData);
     }
-    pause.End(!bSent, cbWritten, job);
+    pause.End(cbWritten > 0, job);
   }
   return dwResult;
 }
@@ -127,7 +127,9 @@ static void DrawSequenceNumber(IniJob& job) noexcept {
 void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
   IniJob& job = *pIniPort->pIniJob;
   bool bSkipConfirmation = false;
+  GrowingPause pause;
   while (!MustStopWaiting(*pIniPort)) {  // a deleted job is not even asked for
+    pause.Begin();
     DrawSequenceNumber(job);
     if (!bSkipConfirmation && WaitExecRespAndStatus(pIniPort, TRUE) == ERROR_SUCCESS) return;
     if ((pIniPort->dwPortFlags & PORT_RESPONSE_MASK) == PORT_VIRTUAL_COM) {
@@ -137,6 +139,7 @@ void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
     if (MustStopWaiting(*pIniPort)) return;
     WaitExecRespAndStatus(pIniPort, FALSE);
 
+    bool bSentAgain = false;
     bSkipConfirmation = MustStopWaiting(*pIniPort) || !job.pSdkMng->Cancel() || !job.pSdkMng->Reset();
     if (!bSkipConfirmation) {
       WaitExecRespAndStatus(pIniPort, FALSE);
@@ -145,6 +148,8 @@ void ConfirmJobEndAndReprint(IniPort* pIniPort) noexcept {
         LogE(L"ReprintDumpData ERROR_INVALID_PARAMETER [Port:%s]", pIniPort->pszPortName);
         return;
       }
+      bSentAgain = dwResult == ERROR_SUCCESS;
     }
+    pause.End(bSentAgain, job);  // where the waits return at once, and the device refuses
   }
 }

@@ -156,7 +156,9 @@ BOOL CSdk::OpenAndLock(const wchar_t* pszPrinterName, const DevData** ppDevData)
     }
   }
   if (ppDevData == nullptr || nCommSync != 0) return TRUE;
-  return SetSyncComm(*ppDevData) == ERROR_SUCCESS;
+  const DWORD dwError = SetSyncComm(*ppDevData);
+  if (dwError != ERROR_SUCCESS) SetLastError(dwError);
+  return dwError == ERROR_SUCCESS;
 }
 
 BOOL CSdk::UnlockJob(BOOL bSync) noexcept {
@@ -195,6 +197,24 @@ BOOL CSdk::UnlockAndClose() noexcept {
 BOOL CSdk::Send(const BYTE* pBuf, DWORD cbBuf, DWORD* pdwWritten, DWORD dwTimeoutMs) noexcept {
   LogT(L"cbBuf:%d", cbBuf);
   const Lane lane(*this, SYNC_SEND);
+  return SendInLane(pBuf, cbBuf, pdwWritten, dwTimeoutMs);
+}
+
+bool CSdk::SendUnless(const std::atomic<bool>& bStop, const BYTE* pBuf, DWORD cbBuf, DWORD* pdwWritten,
+                      DWORD dwTimeoutMs, BOOL* pbSent) noexcept {
+  LOG_AS("CSdk::Send");
+  LogT(L"cbBuf:%d", cbBuf);
+  const Lane lane(*this, SYNC_SEND);
+  *pdwWritten = 0;
+  m_bSending = true;
+  const bool bGoes = !bStop;
+  if (bGoes) *pbSent = SendInLane(pBuf, cbBuf, pdwWritten, dwTimeoutMs);
+  m_bSending = false;
+  return bGoes;
+}
+
+BOOL CSdk::SendInLane(const BYTE* pBuf, DWORD cbBuf, DWORD* pdwWritten, DWORD dwTimeoutMs) noexcept {
+  LOG_AS("CSdk::Send");
   *pdwWritten = 0;
   const DWORD dwError = pDevIoCtrl(dwSessionId, nullptr, pBuf, cbBuf, pdwWritten, nullptr, 0, nullptr, dwTimeoutMs);
   if (dwError == ERROR_SUCCESS) {

@@ -8,6 +8,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 struct DevData;
 
 // Lane selectors.
@@ -59,6 +61,12 @@ class CSdk {
   // Sends bytes straight from the caller's buffer. TRUE on success and on the library's time-out: *pdwWritten tells how
   // many bytes the printer took. May block for dwTimeoutMs.
   BOOL Send(const BYTE* pBuf, DWORD cbBuf, DWORD* pdwWritten, DWORD dwTimeoutMs) noexcept;
+  // The same with its result in *pbSent, unless bStop is set when its turn has come: false then, and nothing was sent.
+  bool SendUnless(const std::atomic<bool>& bStop, const BYTE* pBuf, DWORD cbBuf, DWORD* pdwWritten, DWORD dwTimeoutMs,
+                  BOOL* pbSent) noexcept;
+  // Whether a send may be in the library, or may still come there. False: one that begins now finds its bStop set, if that was
+  // set before this was asked. Any thread.
+  bool IsSending() const noexcept { return m_bSending; }
   // Reads what the printer answered; the library waits 3,000 ms at most. Returns the library's code, 87 for wrong flags.
   DWORD Read(BYTE* pBuf, DWORD cbBuf, DWORD* pdwRead, DWORD dwFlags) noexcept;
   // Aborts pending transfers, a blocked Send among them.
@@ -81,7 +89,9 @@ class CSdk {
   LONG nCommSync = -1;          // -1 not attempted, 0 to be done again, 1 done for the open session
 
  private:
+  std::atomic<bool> m_bSending{false};  // set before bStop is looked at; one sender at a time, by its lane
   class Lane;
+  BOOL SendInLane(const BYTE* pBuf, DWORD cbBuf, DWORD* pdwWritten, DWORD dwTimeoutMs) noexcept;
   // A request without data.
   DWORD Request(const wchar_t* pszRequest, DWORD* pdwValue, DWORD dwTimeoutMs) noexcept;
 };

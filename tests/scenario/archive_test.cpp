@@ -273,6 +273,35 @@ TEST_F(Ageing, FolderOf47HoursStaysAndOneOf49Goes) {
   EXPECT_TRUE(There("file.txt"));
 }
 
+// On a thread whose stack would not hold a folder a level.
+TEST_F(Ageing, FoldersOfAnyDepthNeedTheSameStack) {
+  m_pQueue->data["JobValidDays"] = Spooler::Dword(1);
+  CreateDirectoryW(sim::Wide(kRoot).c_str(), nullptr);
+  std::string strDeep = std::string(kRoot) + "\\old";
+  for (int n = 0; n < 110; ++n) {
+    CreateDirectoryW(sim::Wide(strDeep).c_str(), nullptr);
+    World::WriteWholeFile(strDeep + "\\f", "x");
+    strDeep += "\\d";
+  }
+  ASSERT_TRUE(Exists(std::string(kRoot) + "\\old\\d\\d\\d\\f"));
+  w32::AdvanceClock(72 * kHour);
+  const DWORD dwJob = world().spooler.NewJob("Till", "RAW");
+  struct Call {
+    std::function<void()> act;
+  } call{[&] { EXPECT_TRUE(world().spooler.Print(m_hPort, dwJob, "later").bDelivered); }};
+  DWORD dwThreadId = 0;
+  const HANDLE hThread = CreateThread(
+      nullptr, 256 * 1024,
+      [](LPVOID p) -> DWORD {
+        static_cast<Call*>(p)->act();
+        return 0;
+      },
+      &call, STACK_SIZE_PARAM_IS_A_RESERVATION, &dwThreadId);
+  EXPECT_EQ(WaitForSingleObject(hThread, INFINITE), static_cast<DWORD>(WAIT_OBJECT_0));
+  CloseHandle(hThread);
+  EXPECT_FALSE(There("old"));
+}
+
 TEST_F(Ageing, RunsFromTheTwoHundredAndSecondUnitOn) {
   constexpr std::uint64_t kUnit = 1ULL << 32;
   const auto goTo = [](std::uint64_t ullTicks) { w32::AdvanceClock((ullTicks - w32::ClockTicks()) / 10'000); };

@@ -44,7 +44,7 @@ TEST_F(Hostile, CancelThatIsTakenBackNeverStopsTheSpooler) {
   EXPECT_EQ(Printer().LastStrip(), Receipt(500, 'N'));
 }
 
-TEST_F(Hostile, WriteThatSawAPassingCancelLeavesTheJobItsConfirmation) {
+TEST_F(Hostile, WriteThatSawAPassingCancelIsRemembered) {
   sim::PrintOptions options;
   options.cbChunk = 1000;
   options.onProgress = [&](std::uint64_t ullDone) {
@@ -52,7 +52,8 @@ TEST_F(Hostile, WriteThatSawAPassingCancelLeavesTheJobItsConfirmation) {
     if (ullDone == 2000) world().spooler.ClearStatus(LastJob(), JOB_STATUS_RESTART);
   };
   EXPECT_TRUE(PrintOn(m_hPort, Receipt(3000), "TEXT", options).bDelivered);
-  EXPECT_EQ(Printer().Responses().nCount, 1u);
+  EXPECT_EQ(Printer().Responses().nCount, 0u);                // a job that has a hole is not confirmed …
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);  // … and the device is cleared behind it
 }
 
 TEST_F(Hostile, JobThatIsDeletedAtItsEndIsNotConfirmed) {
@@ -211,7 +212,9 @@ TEST_F(Hostile, ClientThatCannotBeImpersonatedAgainLosesTheArchiveAndNothingElse
   world().services.dwState = SERVICE_STOPPED;
   const w32::FaultsOn faults;
   w32::FailCalls("ImpersonatePrinterClient", 1);
-  EXPECT_FALSE(PrintOn(m_hPort, "x").bStarted);
+  const sim::PrintResult refused = PrintOn(m_hPort, "x");
+  EXPECT_FALSE(refused.bStarted);
+  EXPECT_EQ(refused.dwError, 5u);
   EXPECT_EQ(world().journal.Count("port StartDocPort"), 0u);
   w32::FailCalls("ImpersonatePrinterClient", 1);
   EXPECT_EQ(Open("COM9"), nullptr);
@@ -231,6 +234,36 @@ TEST_F(Hostile, DeviceThatRefusesEverythingIsAskedTwiceASecond) {
   world().spooler.SetStatus(m_dwJob, JOB_STATUS_DELETING);
   EXPECT_TRUE(pJob->Wait(1000));
   world().library.Answer("send", 0, 0);
+}
+
+// Sends that succeed or time out at once, and take nothing; and a confirmation whose waits return at once, since nothing is
+// known of the model.
+TEST_F(Hostile, LoopThatGetsNowhereIsGoneThroughTwiceASecond) {
+  world().library.SetSendsThatTakeNothing(1'000'000);
+  auto pJob = Start(Receipt(300));
+  Sleep(60'000);
+  EXPECT_LT(world().journal.Count("send is called"), 140u);
+  EXPECT_GT(world().journal.Count("send is called"), 100u);
+  world().spooler.SetStatus(m_dwJob, JOB_STATUS_DELETING);
+  EXPECT_TRUE(pJob->Wait(1200));
+  pJob->Join();
+  world().library.SetSendsThatTakeNothing(0);
+
+  world().spooler.ClosePort(m_hPort);
+  world().spooler.FindQueue("Till")->strDriver = kUnknownModel;
+  m_hPort = Open("USB001");
+  for (const char* pszRequest : {"SDK_CANCEL_IO_EX", "SDK_SET_RESET"}) {
+    world().journal.Clear();
+    world().library.Answer(pszRequest, ERROR_GEN_FAILURE, 1'000'000);
+    pJob = Start("");
+    Sleep(60'000);
+    EXPECT_LT(world().journal.Count("sdk SDK_CANCEL_IO_EX"), 140u);
+    EXPECT_GT(world().journal.Count("sdk SDK_CANCEL_IO_EX"), 100u);
+    world().spooler.SetStatus(m_dwJob, JOB_STATUS_DELETING);
+    EXPECT_TRUE(pJob->Wait(1200));
+    pJob->Join();
+    world().library.Answer(pszRequest, 0, 0);
+  }
 }
 #endif
 

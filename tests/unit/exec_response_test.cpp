@@ -157,6 +157,7 @@ TEST_F(Waits, EachPrintableStatusOfAnAnswerHasItsLine) {
 
 // Failing reads with counts, in the drain before a job's first byte: those that set one go on.
 int g_nDrainReads = 0;
+constexpr int kSlowReads = -1'000'000;  // from here on they succeed, a byte every tenth of a second
 DWORD WINAPI FailingReads(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* pdwWritten, void*, DWORD,
                           DWORD* pdwValue, DWORD) {
   if (pszRequest == nullptr) {
@@ -164,6 +165,12 @@ DWORD WINAPI FailingReads(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DW
     return ERROR_SUCCESS;
   }
   if (sim::Narrow(pszRequest) != "GET_RAW_DATA_CLR") return ERROR_GEN_FAILURE;
+  if (g_nDrainReads < 0) {
+    ++g_nDrainReads;
+    Sleep(100);
+    *pdwValue = 1;
+    return ERROR_SUCCESS;
+  }
   if (++g_nDrainReads < 3) *pdwValue = 10;  // the third leaves it alone
   return ERROR_GEN_FAILURE;
 }
@@ -188,6 +195,21 @@ TEST_F(Waits, DrainGoesOnWhileFailingReadsBringSomething) {
   EXPECT_EQ(cbWritten, 4u);  // the wait that followed ended with the job's deletion
   EXPECT_EQ(g_nDrainReads, 3);
   user.Join();
+  world().spooler.EndDoc(hPort);
+
+  // A printer that never stops talking, slowly, holds the job up for ten seconds.
+  const DWORD dwNext = world().spooler.NewJob("Till", "TEXT");
+  sdk.pDevIoCtrl = pfnReal;
+  ASSERT_TRUE(world().spooler.StartDoc(hPort, dwNext));
+  sdk.pDevIoCtrl = FailingReads;
+  g_nDrainReads = kSlowReads;
+  Beside laterUser([&] {
+    Sleep(12'000);
+    world().spooler.SetStatus(dwNext, JOB_STATUS_DELETING);
+  });
+  EXPECT_TRUE(world().spooler.pMonitor->pfnWritePort(hPort, abyData, 4, &cbWritten));
+  EXPECT_NEAR(g_nDrainReads - kSlowReads, 100, 2);
+  laterUser.Join();
   sdk.pDevIoCtrl = pfnReal;
   world().spooler.EndDoc(hPort);
 }
@@ -216,6 +238,11 @@ TEST_F(Waits, WhatWasWrittenCountsBeforeTheErrorDoes) {
   EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 0u);
   g_sends = {{4, 0}, {0, ERROR_DEVICE_NOT_CONNECTED}};
   EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 1167u);
+  g_sends = {{4, ERROR_GEN_FAILURE}};  // a deleted job's request ends with what failed last, bytes or not
+  SetEvent(asked.job.hEventCancel);
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 31u);
+  asked.job.bCancelSeen = true;  // and is not begun once the deletion was seen
+  EXPECT_EQ(WriteReprintChkData(&asked.port, request.data(), 6), 87u);
 }
 
 struct SplitCase {

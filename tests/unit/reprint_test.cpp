@@ -68,6 +68,7 @@ DWORD WINAPI AnsweredSend(DWORD, LPCWSTR, const void*, DWORD cbIn, DWORD* pdwWri
   const SendAnswer answer = g_sendAnswers.empty() ? SendAnswer{0, cbIn} : g_sendAnswers.front();
   if (!g_sendAnswers.empty()) g_sendAnswers.pop_front();
   *pdwWritten = answer.cbWritten;
+  SetLastError(ERROR_DEVICE_NOT_CONNECTED);  // whatever it leaves there, its result is what counts
   return answer.dwCode;
 }
 

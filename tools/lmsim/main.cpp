@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/lmsim/explore.h"
 #include "tools/lmsim/random_jobs.h"
 
 namespace {
@@ -125,7 +126,18 @@ int main(int argc, char** argv) {
   app.add_option("--first", ullFirst, "the first one's seed")->capture_default_str();
   app.add_flag("--show", bShow, "what happened in each world, and its log");
   CLI::Option* pOne = app.add_option("--in-this-process", ullSeed, "one seed, here")->group("");
+  ExploreOptions explore;
+  bool bExplore = false;
+  app.add_flag("--explore", bExplore, "instead: every order of events of small scenes, within a bound");
+  app.add_option("--scene", explore.strScene, "with --explore: one scene");
+  app.add_option("--preemptions", explore.nPreemptions,
+                 "with --explore: at most so many, instead of the scene's own number")
+      ->check(CLI::Range(0, 4));
+  app.add_option("--schedule", explore.strSchedule, "with --scene: one schedule of it, told step by step");
+  app.add_flag("--every-call", explore.bEveryCall, "with --explore: leave no crossing out");
+  app.add_flag("--share", explore.bShare, "with --explore: the part that the tests run");
   CLI11_PARSE(app, argc, argv);
+  if (bExplore) return Explore(explore);
   if (pOne->count() != 0) return RunSeed(ullSeed, bShow) ? 0 : 1;
   return RunSeeds(ullFirst, ullSeeds, bShow);
 }
