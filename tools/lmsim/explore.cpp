@@ -161,25 +161,25 @@ class Exploration {
   Exploration& operator=(const Exploration&) = delete;
 
   int Run() {
-    const bool bQuiet = All(Schedule{}, m_nBound);
+    m_waiting.push_back({});
+    Work(m_nBound);
     const std::uint64_t ullPlain = m_ullDone;
     const std::size_t nOutcomes = m_outcomes.size();
-    if (bQuiet && m_scene.bFaults && !m_options.bShare && !m_options.bEveryCall && m_options.nPreemptions < 0) {
+    std::uint64_t ullFingerprint = 0;
+    for (const std::uint64_t ull : m_outcomes) ullFingerprint ^= ull;
+    if (m_strFailure.empty() && m_scene.bFaults && !m_options.bShare && m_options.nPreemptions < 0) {
       // One failing call, together with at most one preemption.
-      const std::uint32_t nPoints = m_nMostFaultPoints;
-      for (std::uint32_t n = 1; n <= nPoints && m_strFailure.empty(); ++n) {
+      for (std::uint32_t n = 1; n <= m_nMostFaultPoints; ++n) {
         Schedule schedule;
         schedule.nFailAt = n;
         m_waiting.push_back(schedule);
       }
       Work(1);
     }
-    const double dSeconds = Seconds();
-    std::printf(
-        "%-22s %8llu schedules, at most %d preemptions; %8llu with one failing call; %zu outcomes; %.1f s: %s\n",
-        m_scene.pszName, static_cast<unsigned long long>(ullPlain), m_nBound,
-        static_cast<unsigned long long>(m_ullDone - ullPlain), nOutcomes, dSeconds,
-        m_strFailure.empty() ? "all well" : "FAILED");
+    std::printf("%-20s %d preemptions: %llu schedules, %zu outcomes (%04x); with a failing call: %llu; %.1f s: %s\n",
+                m_scene.pszName, m_nBound, static_cast<unsigned long long>(ullPlain), nOutcomes,
+                static_cast<unsigned>(ullFingerprint & 0xFFFF), static_cast<unsigned long long>(m_ullDone - ullPlain),
+                Seconds(), m_strFailure.empty() ? "all well" : "FAILED");
     if (m_strFailure.empty()) return 0;
     Shrink();
     std::printf("%s", m_strFailure.c_str());
@@ -207,13 +207,8 @@ class Exploration {
     Report* pReport = nullptr;
     pid_t nChild = 0;
     Schedule schedule;
+    bool bPrepared = false;  // its drives hold what the scene begins with
   };
-
-  bool All(const Schedule& first, int nBound) {
-    m_waiting.push_back(first);
-    Work(nBound);
-    return m_strFailure.empty();
-  }
 
   void Work(int nBound) {
     std::size_t nRunning = 0;
@@ -267,6 +262,8 @@ class Exploration {
   }
 
   void Prepare(Slot& slot) {
+    if (slot.bPrepared && !m_scene.bFiles) return;
+    slot.bPrepared = true;
     std::error_code ignored;
     std::filesystem::remove_all(slot.strFolder, ignored);
     std::filesystem::copy(w32::SandboxRoot(), slot.strFolder,
@@ -324,11 +321,8 @@ class Exploration {
     });
     w32::ResetFaults();
     if (schedule.nFailAt != 0) w32::FailPoint(schedule.nFailAt);
-    {
-      const w32::FaultsOn faults;
-      m_scene.pfnPlay(m_stage);
-      m_stage.Play();
-    }
+    m_scene.pfnPlay(m_stage);
+    m_stage.Play();
     report.nFaultPoints = static_cast<std::uint32_t>(w32::FaultPointsPassed());
     const std::string strFailed = w32::LastFailedApi();
     w32::ResetFaults();

@@ -85,6 +85,7 @@ struct Scene {
   int nPreemptions = 2;
   bool bFaults = true;  // also with one failing call
   int nShare = 1;       // preemptions in the part that the tests run
+  bool bFiles = false;  // it writes files: each run gets fresh drives
 };
 
 std::span<const Scene> AllScenes();

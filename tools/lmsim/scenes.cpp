@@ -30,7 +30,7 @@ void DeleteFirst(Stage& stage, DWORD dwBits, bool bTakenBack = false, DWORD dwWi
 }
 
 // A printer whose buffer holds less than the job, so that a send waits for it.
-constexpr sim::PrinterSettings kSlow = {.cbBuffer = 60, .dwBytesPerSecond = 400};
+constexpr sim::PrinterSettings kSlow = {.cbBuffer = 60, .dwBytesPerSecond = 1000};
 
 const std::vector<std::string> kLooks = {"GetJobW"};
 
@@ -61,7 +61,7 @@ const Scene kScenes[] = {
        PrintFirst(stage);
        DeleteFirst(stage, JOB_STATUS_DELETING);
      },
-     [](Stage& stage) { BuildTill(stage, sim::Receipt(500), {.cbBuffer = 60, .dwBytesPerSecond = 200}); }, nullptr,
+     [](Stage& stage) { BuildTill(stage, sim::Receipt(90), kSlow); }, nullptr,
      kLooks, 1, false},
 
     {"deletion-resending", "a lost job is deleted while it is sent again",
@@ -70,9 +70,9 @@ const Scene kScenes[] = {
        DeleteFirst(stage, JOB_STATUS_DELETING);
      },
      [](Stage& stage) {
-       BuildTill(stage, sim::Receipt(300), kSlow);
-       stage.World().library.SetPartialSends(150);
-       stage.World().PrinterOf("USB001").Plan({FaultKind::PaperEnd, 250, 300});
+       BuildTill(stage, sim::Receipt(100), kSlow);
+       stage.World().library.SetPartialSends(70);
+       stage.World().PrinterOf("USB001").Plan({FaultKind::PaperEnd, 80, 100});
      },
      nullptr, kLooks, 1, false},
 
@@ -261,7 +261,10 @@ const Scene kScenes[] = {
          stage.verdict.Equal(sim::World::LogCount(pszLine), 1u, pszLine);
      },
      {},
-     1},
+     1,
+     true,
+     1,
+     true},
 
     {"day-change",
      "a job is archived while the day changes",
@@ -285,7 +288,10 @@ const Scene kScenes[] = {
          stage.verdict.Holds(strBytes == g_pJobs[0]->strData, "the archive has the job whole");
      },
      {"GetLocalTime", "CreateDirectoryW", "CreateFileW"},
-     1},
+     1,
+     true,
+     0,
+     true},
 };
 
 }  // namespace
