@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/memory.h"
+#include "bench/bare_line.h"
 #include "bench/rows.h"
 #include "monitor/records.h"
 #include "monitor/sdk.h"
@@ -50,10 +51,8 @@ class BareWrite {
  public:
   explicit BareWrite(const std::string& strRoot) {
     OpenPrinterW(sim::Wide("Till").data(), &m_hPrinter, nullptr);
-    m_root = sim::Wide(strRoot);
-    m_day = sim::Wide(strRoot + "\\20260101");
     m_file = sim::Wide(strRoot + "\\20260101\\bare.prn");
-    CreateDirectoryW(m_day.c_str(), nullptr);
+    CreateDirectoryW(sim::Wide(strRoot + "\\20260101").c_str(), nullptr);
     m_cache.resize(std::size_t{kBufferBytes} * kWritesPerJob);
   }
   ~BareWrite() { ClosePrinter(m_hPrinter); }
@@ -68,25 +67,11 @@ class BareWrite {
     TakeEverything(1, nullptr, bytes.data(), kBufferBytes, &cbWritten, nullptr, 0, nullptr, 90'000);
     ImpersonatePrinterClient(hToken);
 
-    BY_HANDLE_FILE_INFORMATION information;
-    wchar_t wszFinal[300];
-    const HANDLE hRoot = CreateFileW(m_root.c_str(), FILE_READ_ATTRIBUTES, 7, nullptr, OPEN_EXISTING,
-                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    GetFileInformationByHandle(hRoot, &information);
-    GetFinalPathNameByHandleW(hRoot, wszFinal, 300, VOLUME_NAME_NONE);
-    CloseHandle(hRoot);
-    const HANDLE hDay =
-        CreateFileW(m_day.c_str(), FILE_TRAVERSE | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                    OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    GetFileInformationByHandle(hDay, &information);
-    const HANDLE hFile = CreateFileW(m_file.c_str(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, nullptr, OPEN_ALWAYS,
-                                     FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    GetFileInformationByHandle(hFile, &information);
-    GetFinalPathNameByHandleW(hFile, wszFinal, 300, VOLUME_NAME_NONE);
+    const HANDLE hFile =
+        CreateFileW(m_file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     SetFilePointer(hFile, 0, nullptr, FILE_END);
     WriteFile(hFile, bytes.data(), kBufferBytes, &cbWritten, nullptr);
     CloseHandle(hFile);
-    CloseHandle(hDay);
     std::memcpy(m_cache.data() + nWrite * kBufferBytes, bytes.data(), kBufferBytes);
   }
   void NextJob() { DeleteFileW(m_file.c_str()); }
@@ -100,7 +85,7 @@ class BareWrite {
     call(block.get(), cb, &cb);
   }
   HANDLE m_hPrinter = nullptr;
-  sim::WideString m_root, m_day, m_file;
+  sim::WideString m_file;
   std::vector<BYTE> m_cache;
 };
 
@@ -269,6 +254,54 @@ void ManyPorts(Table& table) {
              adBest[2] / adBest[0], Goal::TimesAtMost, 1.2});
 }
 
+#ifndef _WIN32  // where a pause of half a second costs nothing
+// A confirmed job that logs everything, beside the lines that it writes.
+void LoggedJob(Table& table) {
+  if (!table.Wants("confirmed 10 KB job, all levels logged")) return;
+  sim::World world;
+  world.SetLogLevel(0x596);
+  w32::AdvanceClock(20'000);  // the mask is read again
+  world.Attach();
+  world.AddPrinter("Till", "USB001", "Kelvane HM-520").data["AutoReprint"] = sim::Spooler::Dword(1);
+  const HANDLE hPort = world.spooler.OpenPort("USB001", "Till");
+  const std::string strData = sim::Receipt(10'000);
+  const auto job = [&] {
+    const DWORD dwJob = world.spooler.NewJob("Till", "TEXT");
+    world.spooler.Print(hPort, dwJob, strData);
+    world.spooler.ForgetJob(dwJob);
+    world.journal.Clear();
+  };
+  job();
+  const std::string strBefore = sim::World::LogText();
+  job();
+  std::vector<std::string> lines;
+  const std::string strText = sim::World::LogText().substr(strBefore.size());
+  for (std::size_t nAt = 0; nAt < strText.size();) {
+    const std::size_t nEnd = std::min(strText.find("\r\n", nAt), strText.size() - 2) + 2;
+    lines.push_back(strText.substr(nAt, nEnd - nAt));
+    nAt = nEnd;
+  }
+  BareLine bare;
+  const auto watch = [](LPVOID hStop) -> DWORD { return WaitForSingleObject(hStop, 500); };
+  table.Time(
+      "confirmed 10 KB job, all levels logged", "its lines and its thread, bare", Goal::TimesAtMost, 1.3,
+      [&] {
+        const HANDLE hStop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        DWORD dwThreadId = 0;
+        const HANDLE hThread = CreateThread(nullptr, 0, watch, hStop, 0, &dwThreadId);
+        for (const std::string& strLine : lines) bare.Write(strLine.data(), static_cast<DWORD>(strLine.size()));
+        SetEvent(hStop);
+        WaitForSingleObject(hThread, INFINITE);
+        CloseHandle(hThread);
+        CloseHandle(hStop);
+      },
+      job);
+  world.spooler.ClosePort(hPort);
+  sim::World::SetLogLevel(0);
+  w32::AdvanceClock(20'000);
+}
+#endif
+
 #ifndef _WIN32  // the layer counts the product's heap; Windows' own heap does not tell it apart from the simulated world's
 void Memory(Table& table) {
   if (!table.Wants("memory of one more open port") && !table.Wants("memory of a 100 MB job with reprint, at its peak"))
@@ -318,6 +351,7 @@ void JobRows(Table& table) {
   PortMonitorJob(table);
   ManyPorts(table);
 #ifndef _WIN32
+  LoggedJob(table);
   Memory(table);
 #endif
 }

@@ -51,6 +51,7 @@ void Journal::Clear() {
 #ifdef _WIN32
 bool FaultHere(const char*, DWORD) { return false; }
 DWORD FaultCode(const char*, DWORD) { return ERROR_SUCCESS; }
+void ActFor(unsigned) {}
 void Book(Owned, int) {}
 #else
 bool FaultHere(const char* pszApi, DWORD dwUsualError) {
@@ -61,6 +62,7 @@ DWORD FaultCode(const char* pszApi, DWORD dwUsualError) {
   w32::PlatformCall(pszApi);
   return w32::FaultCode(pszApi, dwUsualError);
 }
+void ActFor(unsigned nClient) { w32::ActFor(nClient); }
 void Book(Owned owned, int nChange) {
   w32::Book(owned == Owned::PrinterHandle ? w32::Account::PrinterHandles : w32::Account::ServiceHandles, nChange);
 }

@@ -60,6 +60,9 @@ class Journal {
 bool FaultHere(const char* pszApi, DWORD dwUsualError);
 DWORD FaultCode(const char* pszApi, DWORD dwUsualError);
 
+// Tells the platform layer which client the thread acts for; 0: nobody.
+void ActFor(unsigned nClient);
+
 // Books printer and service handles in the platform layer's accounts.
 enum class Owned { PrinterHandle, ServiceHandle };
 void Book(Owned owned, int nChange);

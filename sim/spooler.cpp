@@ -1,6 +1,7 @@
 #include "sim/spooler.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "sim/text.h"
@@ -238,12 +239,21 @@ std::unique_ptr<Spooler::Running> Spooler::PrintAsync(HANDLE hPort, DWORD dwJobI
 }
 
 namespace {
+
 thread_local bool t_bClient = false;
+std::atomic<unsigned> g_nClient{1};
+
+void Impersonate(bool bClient) {
+  t_bClient = bClient;
+  ActFor(bClient ? g_nClient.load() : 0);
 }
 
+}  // namespace
+
 bool IsImpersonating() { return t_bClient; }
-ActAsClient::ActAsClient() : m_bBefore(t_bClient) { t_bClient = true; }
-ActAsClient::~ActAsClient() { t_bClient = m_bBefore; }
+void SetClient(unsigned nClient) { g_nClient = nClient; }
+ActAsClient::ActAsClient() : m_bBefore(t_bClient) { Impersonate(true); }
+ActAsClient::~ActAsClient() { Impersonate(m_bBefore); }
 
 }  // namespace sim
 
@@ -252,7 +262,7 @@ extern "C" {
 HANDLE WINAPI RevertToPrinterSelf() {
   if (sim::FaultHere("RevertToPrinterSelf", ERROR_NO_TOKEN)) return nullptr;
   if (!sim::t_bClient) return nullptr;
-  sim::t_bClient = false;
+  sim::Impersonate(false);
   return reinterpret_cast<HANDLE>(0x70);
 }
 
@@ -262,7 +272,7 @@ BOOL WINAPI ImpersonatePrinterClient(HANDLE hToken) {
     SetLastError(ERROR_NO_TOKEN);
     return FALSE;
   }
-  sim::t_bClient = true;
+  sim::Impersonate(true);
   return TRUE;
 }
 

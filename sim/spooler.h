@@ -130,6 +130,9 @@ class Spooler {
 // Whether the calling thread acts for a client.
 bool IsImpersonating();
 
+// Which client that is from now on; 1 at first. On Windows all are the user who runs the program.
+void SetClient(unsigned nClient);
+
 // Lets the calling thread act for a client, as a spooler thread does while it handles a call.
 class ActAsClient {
  public:

@@ -144,6 +144,17 @@ void World::SetMachineDword(const char* pszKey, const char* pszValue, DWORD dwVa
 
 void World::DeleteMachineKey(const char* pszKey) { RegDeleteTreeW(HKEY_LOCAL_MACHINE, Wide(pszKey).c_str()); }
 
+LSTATUS World::OpenClientKey(const std::string& strKey, REGSAM sam, HKEY* phKey, bool bMake) {
+  const ActAsClient client;
+  HKEY hHive = nullptr;
+  if (const LSTATUS lError = RegOpenCurrentUser(KEY_QUERY_VALUE | KEY_CREATE_SUB_KEY, &hHive)) return lError;
+  const LSTATUS lError = bMake ? RegCreateKeyExW(hHive, Wide(strKey).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, sam,
+                                                 nullptr, phKey, nullptr)
+                               : RegOpenKeyExW(hHive, Wide(strKey).c_str(), 0, sam, phKey);
+  RegCloseKey(hHive);
+  return lError;
+}
+
 void World::AddSerialDevice(const std::string& strDevice, const std::string& strPort) {
   const WideString port = Wide(strPort);
   SetMachineValue("HARDWARE\\DEVICEMAP\\SERIALCOMM", strDevice, REG_SZ, port.c_str(),
@@ -240,6 +251,12 @@ void World::CleanMachine() {
   DeleteMachineKey("SOFTWARE\\Kelvane\\PrinterDriver");
   DeleteMachineKey("SOFTWARE\\Wow6432Node\\Kelvane");
   RegDeleteTreeW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane");
+  HKEY hKey = nullptr;
+  if (OpenClientKey("SOFTWARE", KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_ENUMERATE_SUB_KEYS | DELETE, &hKey) ==
+      ERROR_SUCCESS) {
+    RegDeleteTreeW(hKey, L"Kelvane");
+    RegCloseKey(hKey);
+  }
   for (const std::string& strName : ListFolder(LogFolder())) DeleteFileW(Wide(LogFolder() + "\\" + strName).c_str());
 }
 

@@ -48,6 +48,8 @@ class World {
   // Values of the machine's registry.
   static void SetMachineDword(const char* pszKey, const char* pszValue, DWORD dwValue);
   static void DeleteMachineKey(const char* pszKey);
+  // A key in the hive of the client that jobs come from. Returns the call's code.
+  static LSTATUS OpenClientKey(const std::string& strKey, REGSAM sam, HKEY* phKey, bool bMake = false);
   static void AddSerialDevice(const std::string& strDevice, const std::string& strPort);
 
   // Everything of the monitor's surroundings as on a fresh machine: settings, queues' words, log files.

@@ -153,6 +153,22 @@ std::string HostPath(const wchar_t* pszPath);
 // not turned back.
 bool TurnIntoLink(const wchar_t* pszFolder, const wchar_t* pszTarget);
 void TurnIntoFolder(const wchar_t* pszLink);
+// What the world does to a file or folder; by its place now, held by the file itself.
+// Somebody holds an opportunistic lock and never gives it up: an open that may wait for that waits for ever.
+void HoldOplock(const wchar_t* pszPath);
+void DropOplocks();
+// A virus scanner has it open, without sharing, for a while.
+void RefuseSharing(const wchar_t* pszPath, DWORD dwMilliseconds);
+// It has a reparse point of its own: a placeholder, or one that the system keeps otherwise.
+void SetReparseTag(const wchar_t* pszPath, DWORD dwTag);
+// A user is its owner; all others belong to the system.
+void GiveToAUser(const wchar_t* pszPath);
+// The volume tells final paths only as they were opened, as some network shares do.
+void RefuseNormalizedNames(bool bRefuse);
+
+// Which client the thread acts for; 0: nobody. Each has a hive of its own, and one may refuse its own to everybody.
+void ActFor(unsigned nClient) noexcept;
+void RefuseHive(unsigned nClient, bool bRefuse);
 // One line per entry of a folder's access list, as "SID mask flags"; empty when the folder keeps its default list.
 std::string AccessListOf(const wchar_t* pszFolder);
 

@@ -3,6 +3,7 @@
 
 #include <shlobj.h>
 #include <shlwapi.h>
+#include <winternl.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <set>
 
 namespace w32 {
@@ -20,9 +22,30 @@ std::mutex g_openMutex;
 
 namespace {
 
+// All of it under g_openMutex.
 std::set<File*>& OpenFiles() {
   static auto* pFiles = new std::set<File*>;
   return *pFiles;
+}
+std::set<FileId>& Deleted() {  // that still have a handle
+  static auto* pFiles = new std::set<FileId>;
+  return *pFiles;
+}
+struct Oddities {
+  std::set<FileId> oplocks;
+  std::map<FileId, DWORD> reparseTags;
+  std::map<FileId, OwnedBy> owners;
+  std::map<FileId, std::int64_t> refusedUntil;
+  bool bNoNormalizedNames = false;
+};
+Oddities& TheOddities() {
+  static auto* pOddities = new Oddities;
+  return *pOddities;
+}
+FileId IdOfPath(const wchar_t* pszPath) {
+  struct stat status {};
+  if (lstat(HostPath(pszPath).c_str(), &status) != 0) Unsupported("an oddity of a file that is not there");
+  return IdOf(status);
 }
 
 DWORD FromErrno(int nError) {
@@ -49,15 +72,23 @@ DWORD NotFound(const std::string& strPath) {
   return IsFolder(ParentOf(strPath)) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
 }
 
+// The share modes that a handle with these rights needs from the others. One that asks for attributes alone needs none, and
+// does not count.
+DWORD SharesNeeded(DWORD dwAccess) {
+  constexpr DWORD kReads = GENERIC_READ | FILE_READ_DATA | FILE_TRAVERSE;
+  constexpr DWORD kWrites = GENERIC_WRITE | FILE_WRITE_DATA | FILE_APPEND_DATA;
+  return ((dwAccess & kReads) != 0 ? FILE_SHARE_READ : 0u) | ((dwAccess & kWrites) != 0 ? FILE_SHARE_WRITE : 0u) |
+         ((dwAccess & DELETE) != 0 ? FILE_SHARE_DELETE : 0u);
+}
+
 // Whether an open with these rights goes together with those that are in force.
-bool Compatible(const std::string& strPath, DWORD dwAccess, DWORD dwShare) {
-  const auto needs = [](DWORD dw) {
-    return ((dw & (GENERIC_READ | FILE_LIST_DIRECTORY | FILE_TRAVERSE)) ? FILE_SHARE_READ : 0u) |
-           ((dw & GENERIC_WRITE) ? FILE_SHARE_WRITE : 0u) | ((dw & DELETE) ? FILE_SHARE_DELETE : 0u);
-  };
+bool Compatible(const FileId& id, DWORD dwAccess, DWORD dwShare) {
+  const DWORD dwNeeds = SharesNeeded(dwAccess);
+  if (dwNeeds == 0) return true;
   for (const File* pFile : OpenFiles()) {
-    if (pFile->strHostPath != strPath) continue;
-    if ((needs(dwAccess) & ~pFile->dwShare) != 0 || (needs(pFile->dwAccess) & ~dwShare) != 0) return false;
+    const DWORD dwNeeded = SharesNeeded(pFile->dwAccess);
+    if (pFile->id != id || dwNeeded == 0) continue;
+    if ((dwNeeds & ~pFile->dwShare) != 0 || (dwNeeded & ~dwShare) != 0) return false;
   }
   return true;
 }
@@ -68,19 +99,33 @@ bool HeldElsewhere(int nFile, DWORD dwShare) { return flock(nFile, (dwShare == 0
 // A file or folder about to be deleted or moved must not be open without the right to be deleted, nor anything below it be
 // open at all.
 bool FreeToGo(const std::string& strPath) {
+  struct stat status {};
+  const bool bThere = lstat(strPath.c_str(), &status) == 0;
   {
     std::lock_guard<std::mutex> lock(g_openMutex);
-    if (!Compatible(strPath, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE)) return false;
-    for (const File* pFile : OpenFiles())
-      if (pFile->strHostPath.starts_with(strPath + "/")) return false;
+    if (bThere && !Compatible(IdOf(status), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
+      return false;
+    if (bThere && S_ISDIR(status.st_mode))
+      for (const File* pFile : OpenFiles())
+        if (HostPathOf(*pFile).starts_with(strPath + "/")) return false;
   }
-  struct stat status {};
-  if (lstat(strPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return true;
+  if (!bThere || !S_ISREG(status.st_mode)) return true;
   const int nFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   if (nFile < 0) return true;
   const bool bHeld = HeldElsewhere(nFile, FILE_SHARE_READ);
   close(nFile);
   return !bHeld;
+}
+
+void Unlink(const std::string& strPath) {
+  if (unlink(strPath.c_str()) != 0) rmdir(strPath.c_str());
+  StampWithClock(ParentOf(strPath));
+}
+
+bool IsOpen(const FileId& id) {
+  for (const File* pFile : OpenFiles())
+    if (pFile->id == id) return true;
+  return false;
 }
 
 int HostFile(HANDLE hFile) {
@@ -93,18 +138,68 @@ int HostFile(HANDLE hFile) {
 File::~File() {
   std::lock_guard<std::mutex> lock(g_openMutex);
   OpenFiles().erase(this);
+  const bool bLast = Deleted().count(id) != 0 && !IsOpen(id);
+  const std::string strPath = bLast || bDeleteAtClose ? HostPathOf(*this) : std::string();
   close(nFile);
-  if (strDeleteAtClose.empty()) return;
-  if (unlink(strDeleteAtClose.c_str()) != 0) rmdir(strDeleteAtClose.c_str());
-  StampWithClock(ParentOf(strDeleteAtClose));
+  if (strPath.empty()) return;
+  struct stat status {};
+  if (lstat(strPath.c_str(), &status) == 0 && IdOf(status) == id) Unlink(strPath);
+  if (bLast) Deleted().erase(id);
+}
+
+void MarkDeleted(const FileId& id) {
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  Deleted().insert(id);
 }
 
 void DropFilesOfTheDead() {
   std::lock_guard<std::mutex> lock(g_openMutex);
   for (const File* pFile : OpenFiles())
-    if (!pFile->strDeleteAtClose.empty() && unlink(pFile->strDeleteAtClose.c_str()) != 0)
-      rmdir(pFile->strDeleteAtClose.c_str());
+    if (pFile->bDeleteAtClose || Deleted().count(pFile->id) != 0) Unlink(HostPathOf(*pFile));
 }
+
+DWORD ReparseTagOf(const FileId& id) {
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  const auto it = TheOddities().reparseTags.find(id);
+  return it != TheOddities().reparseTags.end() ? it->second : 0;
+}
+OwnedBy OwnerOf(const FileId& id) {
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  const auto it = TheOddities().owners.find(id);
+  return it != TheOddities().owners.end() ? it->second : OwnedBy::System;
+}
+bool NormalizedNamesAreRefused() { return TheOddities().bNoNormalizedNames; }
+
+void HoldOplock(const wchar_t* pszPath) {
+  const FileId id = IdOfPath(pszPath);
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  TheOddities().oplocks.insert(id);
+}
+void DropOplocks() {
+  {
+    std::lock_guard<std::mutex> lock(g_openMutex);
+    TheOddities().oplocks.clear();
+  }
+  std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
+  Scheduler::Get().Changed();
+}
+void RefuseSharing(const wchar_t* pszPath, DWORD dwMilliseconds) {
+  const FileId id = IdOfPath(pszPath);
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  TheOddities().refusedUntil[id] =
+      Scheduler::Get().NowTicks() + static_cast<std::int64_t>(dwMilliseconds) * kTicksPerMs;
+}
+void SetReparseTag(const wchar_t* pszPath, DWORD dwTag) {
+  const FileId id = IdOfPath(pszPath);
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  TheOddities().reparseTags[id] = dwTag;
+}
+void GiveToAUser(const wchar_t* pszPath) {
+  const FileId id = IdOfPath(pszPath);
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  TheOddities().owners[id] = OwnedBy::User;
+}
+void RefuseNormalizedNames(bool bRefuse) { TheOddities().bNoNormalizedNames = bRefuse; }
 
 BOOL Fails(DWORD dwError) {
   SetLastError(dwError);
@@ -118,6 +213,156 @@ bool IsEmptyFolder(const std::string& strHostPath) {
 
 }  // namespace w32
 
+namespace w32 {
+namespace {
+
+struct OpenRequest {
+  DWORD dwAccess;
+  DWORD dwShare;
+  DWORD dwDisposition;
+  DWORD dwFlags;
+  bool bNeverWaits;  // for the holder of an opportunistic lock
+};
+
+bool IsOplocked(const FileId& id) {
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  return TheOddities().oplocks.count(id) != 0;
+}
+
+// Opens or makes a file. bBreaking: somebody's opportunistic lock is being broken, and the open did not wait for that.
+HANDLE Open(const wchar_t* pszPath, const OpenRequest& request, bool& bBreaking) {
+  const auto fail = [](DWORD dwError) {
+    SetLastError(dwError);
+    return INVALID_HANDLE_VALUE;
+  };
+  std::unique_lock<std::mutex> lock(g_openMutex);
+  const MappedPath path = MapPath(pszPath);
+  if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
+  const std::size_t cch = wcslen(pszPath);
+  const bool bBackup = (request.dwFlags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
+  if (!bBackup && cch > 0 && (pszPath[cch - 1] == '\\' || pszPath[cch - 1] == '/')) return fail(ERROR_INVALID_NAME);
+
+  const bool bNotThrough = (request.dwFlags & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
+  struct stat target = path.status;
+  bool bExisted = path.bThere;
+  const bool bThroughLink = bExisted && S_ISLNK(target.st_mode);
+  const bool bLink = bThroughLink && bNotThrough;
+  if (bThroughLink && !bNotThrough) bExisted = stat(path.strHost.c_str(), &target) == 0;
+  struct stat led {};
+  const bool bFolder =
+      bLink ? stat(path.strHost.c_str(), &led) == 0 && S_ISDIR(led.st_mode) : bExisted && S_ISDIR(target.st_mode);
+  const bool bWrites = (SharesNeeded(request.dwAccess) & FILE_SHARE_WRITE) != 0;
+  if (bExisted && Deleted().count(IdOf(target)) != 0) return fail(ERROR_ACCESS_DENIED);
+  if (bExisted && request.dwDisposition == CREATE_NEW) return fail(ERROR_FILE_EXISTS);
+  if (bFolder && !bBackup) return fail(ERROR_ACCESS_DENIED);
+  if (bExisted && !bFolder && bWrites && !bLink && (target.st_mode & S_IWUSR) == 0) return fail(ERROR_ACCESS_DENIED);
+
+  int nFlags = O_CLOEXEC | (bFolder || !bWrites ? O_RDONLY : O_RDWR);
+  switch (request.dwDisposition) {
+    case CREATE_NEW: nFlags |= O_CREAT | O_EXCL; break;
+    case CREATE_ALWAYS:
+    case OPEN_ALWAYS: nFlags |= O_CREAT; break;
+    case OPEN_EXISTING: break;
+    default: Unsupported("CreateFileW with this disposition");
+  }
+  if (bLink) nFlags = O_CLOEXEC | O_PATH | O_NOFOLLOW;
+  if (bExisted) {
+    const auto refused = TheOddities().refusedUntil.find(IdOf(target));
+    if (refused != TheOddities().refusedUntil.end() && Scheduler::Get().NowTicks() < refused->second)
+      return fail(ERROR_SHARING_VIOLATION);
+    if (!Compatible(IdOf(target), request.dwAccess, request.dwShare)) return fail(ERROR_SHARING_VIOLATION);
+    if (TheOddities().oplocks.count(IdOf(target)) != 0 && (SharesNeeded(request.dwAccess) != 0)) {
+      bBreaking = request.bNeverWaits;
+      if (!bBreaking) {
+        const FileId id = IdOf(target);
+        lock.unlock();
+        {
+          Scheduler& scheduler = Scheduler::Get();
+          std::unique_lock<std::mutex> world(scheduler.WorldLock());
+          scheduler.WaitUntil(
+              world, "an opportunistic lock", [&] { return !IsOplocked(id); }, INFINITE);
+        }
+        lock.lock();
+      }
+    }
+  }
+  const int nFile = open(path.strHost.c_str(), nFlags, 0666);
+  if (nFile < 0) return fail(errno == ENOENT ? NotFound(path.strHost) : FromErrno(errno));
+  if (!bFolder && !bLink && SharesNeeded(request.dwAccess) != 0 && HeldElsewhere(nFile, request.dwShare)) {
+    close(nFile);
+    return fail(ERROR_SHARING_VIOLATION);
+  }
+  if (request.dwDisposition == CREATE_ALWAYS && ftruncate(nFile, 0) != 0) Unsupported("truncating a host file");
+  struct stat status {};
+  if (fstat(nFile, &status) != 0) Unsupported("a host file that tells nothing");
+  if (!bExisted) {
+    StampWithClock(path.strHost);
+    StampWithClock(ParentOf(path.strHost));
+  }
+  auto pFile = std::make_shared<File>(nFile, request.dwAccess, request.dwShare, bNotThrough, IdOf(status));
+  OpenFiles().insert(pFile.get());
+  if ((request.dwFlags & FILE_FLAG_DELETE_ON_CLOSE) != 0) pFile->bDeleteAtClose = true;
+  SetLastError(bExisted && request.dwDisposition != OPEN_EXISTING ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+  return NewHandle(std::move(pFile));
+}
+
+// A status that stands for a Win32 code (documented: facility 7).
+LONG StatusOf(DWORD dwError) { return static_cast<LONG>(0xC0070000u | dwError); }
+
+LONG WINAPI CreateNative(PHANDLE phFile, ACCESS_MASK access, OBJECT_ATTRIBUTES* pAttributes, IO_STATUS_BLOCK* pResult,
+                         LARGE_INTEGER*, ULONG, ULONG ulShare, ULONG ulDisposition, ULONG ulOptions, void*, ULONG) {
+  constexpr ULONG kSynchronous = 0x20, kNonDirectory = 0x40, kCompleteIfOplocked = 0x100, kDeleteOnClose = 0x1000,
+                  kForBackup = 0x4000, kOpenReparsePoint = 0x200000;
+  PlatformCall("CreateFileW");
+  if (const DWORD dwFault = FaultCode("CreateFileW", ERROR_ACCESS_DENIED)) return StatusOf(dwFault);
+  const std::u16string strName(reinterpret_cast<const char16_t*>(pAttributes->ObjectName->Buffer),
+                               pAttributes->ObjectName->Length / sizeof(wchar_t));
+  if (!strName.starts_with(u"\\??\\")) return StatusOf(ERROR_PATH_NOT_FOUND);
+  constexpr ULONG kKnown =
+      kSynchronous | kNonDirectory | kCompleteIfOplocked | kDeleteOnClose | kForBackup | kOpenReparsePoint;
+  if ((ulOptions & ~kKnown) != 0 || (ulOptions & kSynchronous) == 0) Unsupported("NtCreateFile with these options");
+  OpenRequest request = {access, ulShare, 0, 0, (ulOptions & kCompleteIfOplocked) != 0};
+  request.dwDisposition = ulDisposition == 2 ? CREATE_NEW : ulDisposition == 3 ? OPEN_ALWAYS : OPEN_EXISTING;
+  if ((ulOptions & kForBackup) != 0) request.dwFlags |= FILE_FLAG_BACKUP_SEMANTICS;
+  if ((ulOptions & kOpenReparsePoint) != 0) request.dwFlags |= FILE_FLAG_OPEN_REPARSE_POINT;
+  if ((ulOptions & kDeleteOnClose) != 0) request.dwFlags |= FILE_FLAG_DELETE_ON_CLOSE;
+  bool bBreaking = false;
+  const DWORD dwBefore = GetLastError();
+  const HANDLE hFile = Open(reinterpret_cast<const wchar_t*>(strName.c_str() + 4), request, bBreaking);
+  const DWORD dwError = GetLastError();
+  SetLastError(dwBefore);
+  if (hFile == INVALID_HANDLE_VALUE) return StatusOf(dwError);
+  *phFile = hFile;
+  pResult->Information = dwError == ERROR_ALREADY_EXISTS || ulDisposition == 1 ? 1 : 2;
+  return bBreaking ? 0x108 : 0;  // STATUS_OPLOCK_BREAK_IN_PROGRESS
+}
+
+LONG WINAPI QueryNative(HANDLE hFile, IO_STATUS_BLOCK*, void* pInformation, ULONG, ULONG ulClass) {
+  if (ulClass != 6) Unsupported("NtQueryInformationFile of this kind");
+  PlatformCall("NtQueryInformationFile");
+  if (const DWORD dwFault = FaultCode("NtQueryInformationFile", ERROR_GEN_FAILURE)) return StatusOf(dwFault);
+  const auto pFile = FindObject<File>(hFile);
+  if (!pFile) return StatusOf(ERROR_INVALID_HANDLE);
+  *static_cast<ULONGLONG*>(pInformation) = pFile->id.nInode;
+  return 0;
+}
+
+ULONG WINAPI StatusToError(LONG lStatus) { return static_cast<ULONG>(lStatus) & 0xFFFF; }
+
+}  // namespace
+
+FARPROC NativeRoutine(const char* pszName) {
+  if (std::strcmp(pszName, "NtCreateFile") == 0)
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&CreateNative));
+  if (std::strcmp(pszName, "NtQueryInformationFile") == 0)
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&QueryNative));
+  if (std::strcmp(pszName, "RtlNtStatusToDosError") == 0)
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&StatusToError));
+  return nullptr;
+}
+
+}  // namespace w32
+
 using namespace w32;
 
 extern "C" {
@@ -127,57 +372,17 @@ HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwSha
   if (hTemplateFile != nullptr) Unsupported("CreateFileW with a template");
   PlatformCall();
   if (FaultHere("CreateFileW", ERROR_ACCESS_DENIED)) return INVALID_HANDLE_VALUE;
-  std::lock_guard<std::mutex> lock(g_openMutex);
-  const MappedPath path = MapPath(lpFileName);
-  const auto fail = [](DWORD dwError) {
-    SetLastError(dwError);
-    return INVALID_HANDLE_VALUE;
-  };
-  if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
-
-  struct stat target = path.status;
-  bool bExisted = path.bThere;
-  const bool bThroughLink = bExisted && S_ISLNK(target.st_mode);
-  if (bThroughLink) bExisted = stat(path.strHost.c_str(), &target) == 0;
-  const bool bLink = bThroughLink && (dwFlagsAndAttributes & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
-  const bool bFolder = bExisted && S_ISDIR(target.st_mode);
-  if (bFolder && (dwFlagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS) == 0) return fail(ERROR_ACCESS_DENIED);
-  if (bExisted && !bFolder && (dwDesiredAccess & GENERIC_WRITE) != 0 && (target.st_mode & S_IWUSR) == 0)
-    return fail(ERROR_ACCESS_DENIED);
-  bExisted = bExisted || bLink;
-
-  int nFlags = O_CLOEXEC | (bFolder || (dwDesiredAccess & GENERIC_WRITE) == 0 ? O_RDONLY : O_RDWR);
-  switch (dwCreationDisposition) {
-    case CREATE_NEW: nFlags |= O_CREAT | O_EXCL; break;
-    case CREATE_ALWAYS:
-    case OPEN_ALWAYS: nFlags |= O_CREAT; break;
-    case OPEN_EXISTING: break;
-    default: Unsupported("CreateFileW with this disposition");
-  }
-  if (bLink) nFlags = O_CLOEXEC | O_PATH | O_NOFOLLOW;
-  if (bExisted && !Compatible(path.strHost, dwDesiredAccess, dwShareMode)) return fail(ERROR_SHARING_VIOLATION);
-  const int nFile = open(path.strHost.c_str(), nFlags, 0666);
-  if (nFile < 0) return fail(errno == ENOENT ? NotFound(path.strHost) : FromErrno(errno));
-  if (!bFolder && !bLink && HeldElsewhere(nFile, dwShareMode)) {
-    close(nFile);
-    return fail(ERROR_SHARING_VIOLATION);
-  }
-  if (dwCreationDisposition == CREATE_ALWAYS && ftruncate(nFile, 0) != 0) Unsupported("truncating a host file");
-  if (!bExisted) {
-    StampWithClock(path.strHost);
-    StampWithClock(ParentOf(path.strHost));
-  }
-  auto pFile = std::make_shared<File>(nFile, dwDesiredAccess, dwShareMode, path.strHost);
-  if ((dwFlagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0) pFile->strDeleteAtClose = HostPathOf(*pFile);
-  OpenFiles().insert(pFile.get());
-  SetLastError(bExisted && dwCreationDisposition != OPEN_EXISTING ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
-  return NewHandle(std::move(pFile));
+  bool bBreaking = false;
+  return Open(lpFileName, {dwDesiredAccess, dwShareMode, dwCreationDisposition, dwFlagsAndAttributes, false},
+              bBreaking);
 }
 
 BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, LPDWORD lpNumberOfBytesRead, LPVOID) {
   PlatformCall();
   *lpNumberOfBytesRead = 0;
   if (FaultHere("ReadFile", ERROR_GEN_FAILURE)) return FALSE;
+  const auto pFile = FindObject<File>(hFile);
+  if (pFile && (pFile->dwAccess & (GENERIC_READ | FILE_READ_DATA)) == 0) return Fails(ERROR_ACCESS_DENIED);
   const ssize_t n = read(HostFile(hFile), lpBuffer, nNumberOfBytesToRead);
   if (n < 0) return Fails(ERROR_INVALID_HANDLE);
   *lpNumberOfBytesRead = static_cast<DWORD>(n);
@@ -191,6 +396,8 @@ BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrit
   if (FaultHere("WriteFile", ERROR_DISK_FULL)) return FALSE;
   const auto pFile = FindObject<File>(hFile);
   if (!pFile) return Fails(ERROR_INVALID_HANDLE);
+  if ((pFile->dwAccess & (GENERIC_WRITE | FILE_WRITE_DATA | FILE_APPEND_DATA)) == 0) return Fails(ERROR_ACCESS_DENIED);
+  if (pFile->bAsReparsePoint && ReparseTagOf(pFile->id) != 0) return Fails(ERROR_CANT_ACCESS_FILE);
   const auto* pBytes = static_cast<const char*>(lpBuffer);
   if (Scheduler::Get().Mode() == TimeMode::Simulated && Scheduler::Get().DiesHere() &&
       write(pFile->nFile, pBytes, nNumberOfBytesToWrite / 2) >= 0)
@@ -269,6 +476,16 @@ BOOL WINAPI DeleteFileW(LPCWSTR lpFileName) {
   if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
   if (IsFolder(path.strHost) || IsReadOnly(path.strHost)) return Fails(ERROR_ACCESS_DENIED);
   if (!FreeToGo(path.strHost)) return Fails(ERROR_SHARING_VIOLATION);
+  struct stat status {};
+  if (lstat(path.strHost.c_str(), &status) != 0) return Fails(FromErrno(errno));
+  {
+    std::lock_guard<std::mutex> lock(g_openMutex);
+    if (Deleted().count(IdOf(status)) != 0) return Fails(ERROR_ACCESS_DENIED);
+    if (IsOpen(IdOf(status))) {  // its name stays until the last handle is closed
+      Deleted().insert(IdOf(status));
+      return TRUE;
+    }
+  }
   if (unlink(path.strHost.c_str()) != 0) return Fails(FromErrno(errno));
   StampWithClock(ParentOf(path.strHost));
   return TRUE;
@@ -313,6 +530,17 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
   if ((bLink ? unlink(path.strHost.c_str()) : rmdir(path.strHost.c_str())) != 0) return Fails(FromErrno(errno));
   StampWithClock(ParentOf(path.strHost));
   return TRUE;
+}
+
+DWORD WINAPI GetFullPathNameW(LPCWSTR lpFileName, DWORD nBufferLength, LPWSTR lpBuffer, LPWSTR* lpFilePart) {
+  if (lpFilePart != nullptr) Unsupported("GetFullPathNameW with the file's part");
+  PlatformCall();
+  if (FaultHere("GetFullPathNameW", ERROR_INVALID_NAME)) return 0;
+  const std::u16string strFull = FullPath(lpFileName);
+  if (strFull.empty()) return static_cast<DWORD>(Fails(ERROR_INVALID_NAME));
+  if (strFull.size() >= nBufferLength) return static_cast<DWORD>(strFull.size() + 1);
+  std::memcpy(lpBuffer, strFull.c_str(), (strFull.size() + 1) * sizeof(wchar_t));
+  return static_cast<DWORD>(strFull.size());
 }
 
 BOOL WINAPI PathIsDirectoryW(LPCWSTR pszPath) {

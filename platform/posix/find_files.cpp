@@ -42,7 +42,10 @@ bool Describe(const std::string& strFolder, const std::string& strName, WIN32_FI
                                                             : FILE_ATTRIBUTE_NORMAL;
   struct stat link {};
   if (lstat(strPath.c_str(), &link) == 0 && S_ISLNK(link.st_mode))
-    data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+    data.dwReserved0 = 0xA000000Cu;  // a symbolic link's tag
+  else
+    data.dwReserved0 = ReparseTagOf(IdOf(status));
+  if (data.dwReserved0 != 0) data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
   data.ftLastWriteTime = FileTimeOf(status.st_mtim);
   data.nFileSizeLow = static_cast<DWORD>(status.st_size);
   const std::u16string strWide = FromUtf8(strName);

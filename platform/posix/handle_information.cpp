@@ -19,7 +19,10 @@ namespace w32 {
 std::string HostPathOf(const File& file) {
   char szPath[PATH_MAX];
   const ssize_t n = readlink(("/proc/self/fd/" + std::to_string(file.nFile)).c_str(), szPath, sizeof szPath);
-  return n > 0 ? std::string(szPath, static_cast<std::size_t>(n)) : std::string();
+  std::string strPath(szPath, n > 0 ? static_cast<std::size_t>(n) : 0);
+  constexpr char kGone[] = " (deleted)";  // the host's own remark
+  if (strPath.ends_with(kGone)) strPath.resize(strPath.size() - (sizeof kGone - 1));
+  return strPath;
 }
 
 // The folder itself waits beside the drives, so that handles to it stay what they are; the two change places in one step.
@@ -75,8 +78,10 @@ DWORD AttributesOf(const File& file, const struct stat& status) {
     const bool bToFolder = stat(HostPathOf(file).c_str(), &target) == 0 && S_ISDIR(target.st_mode);
     return FILE_ATTRIBUTE_REPARSE_POINT | (bToFolder ? FILE_ATTRIBUTE_DIRECTORY : 0u);
   }
-  if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
-  return (status.st_mode & S_IWUSR) == 0 ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+  const DWORD dwReparse = ReparseTagOf(file.id) != 0 ? FILE_ATTRIBUTE_REPARSE_POINT : 0u;
+  if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY | dwReparse;
+  if ((status.st_mode & S_IWUSR) == 0) return FILE_ATTRIBUTE_READONLY | dwReparse;
+  return dwReparse != 0 ? dwReparse : FILE_ATTRIBUTE_NORMAL;
 }
 
 BOOL Rename(const File& file, const FILE_RENAME_INFO& info) {
@@ -90,14 +95,17 @@ BOOL Rename(const File& file, const FILE_RENAME_INFO& info) {
   return TRUE;
 }
 
-// The entry goes when the handle is closed.
-BOOL MarkForDeletion(File& file) {
+// Its name goes with the last handle, or, the way POSIX does it, with this one.
+BOOL MarkForDeletion(File& file, bool bPosix) {
   struct stat status {};
   if (fstat(file.nFile, &status) != 0) return Fails(ERROR_INVALID_HANDLE);
   if (S_ISREG(status.st_mode) && (status.st_mode & S_IWUSR) == 0) return Fails(ERROR_ACCESS_DENIED);
-  const std::string strPath = HostPathOf(file);
-  if (S_ISDIR(status.st_mode) && !IsEmptyFolder(strPath)) return Fails(ERROR_DIR_NOT_EMPTY);
-  file.strDeleteAtClose = strPath;
+  if (S_ISDIR(status.st_mode) && !IsEmptyFolder(HostPathOf(file))) return Fails(ERROR_DIR_NOT_EMPTY);
+  if (bPosix) {
+    file.bDeleteAtClose = true;
+  } else {
+    MarkDeleted(file.id);
+  }
   return TRUE;
 }
 
@@ -124,8 +132,9 @@ BOOL WINAPI GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATIO
 }
 
 DWORD WINAPI GetFinalPathNameByHandleW(HANDLE hFile, LPWSTR lpszFilePath, DWORD cchFilePath, DWORD dwFlags) {
-  if (dwFlags != VOLUME_NAME_NONE) Unsupported("a final path with its volume");
+  if ((dwFlags & ~FILE_NAME_OPENED) != VOLUME_NAME_NONE) Unsupported("a final path with its volume");
   PlatformCall();
+  if (dwFlags == VOLUME_NAME_NONE && NormalizedNamesAreRefused()) return static_cast<DWORD>(Fails(ERROR_NOT_SUPPORTED));
   if (FaultHere("GetFinalPathNameByHandleW", ERROR_ACCESS_DENIED)) return 0;
   const auto pFile = FindObject<File>(hFile);
   if (!pFile) return static_cast<DWORD>(Fails(ERROR_INVALID_HANDLE));
@@ -143,6 +152,38 @@ DWORD WINAPI GetFinalPathNameByHandleW(HANDLE hFile, LPWSTR lpszFilePath, DWORD 
   return static_cast<DWORD>(strWide.size());
 }
 
+BOOL WINAPI GetFileInformationByHandleEx(HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS FileInformationClass,
+                                         LPVOID lpFileInformation, DWORD) {
+  PlatformCall();
+  if (FaultHere("GetFileInformationByHandleEx", ERROR_GEN_FAILURE)) return FALSE;
+  const auto pFile = FindObject<File>(hFile);
+  struct stat status {};
+  if (!pFile || fstat(pFile->nFile, &status) != 0) return Fails(ERROR_INVALID_HANDLE);
+  switch (FileInformationClass) {
+    case FileBasicInfo: {
+      auto* pInfo = static_cast<FILE_BASIC_INFO*>(lpFileInformation);
+      *pInfo = {};
+      pInfo->FileAttributes = AttributesOf(*pFile, status);
+      return TRUE;
+    }
+    case FileStandardInfo: {
+      auto* pInfo = static_cast<FILE_STANDARD_INFO*>(lpFileInformation);
+      *pInfo = {};
+      pInfo->EndOfFile.QuadPart = status.st_size;
+      pInfo->NumberOfLinks = S_ISDIR(status.st_mode) ? 1 : static_cast<DWORD>(status.st_nlink);
+      pInfo->Directory = S_ISDIR(status.st_mode);
+      return TRUE;
+    }
+    case FileAttributeTagInfo: {
+      auto* pInfo = static_cast<FILE_ATTRIBUTE_TAG_INFO*>(lpFileInformation);
+      pInfo->FileAttributes = AttributesOf(*pFile, status);
+      pInfo->ReparseTag = S_ISLNK(status.st_mode) ? 0xA000000Cu : ReparseTagOf(pFile->id);
+      return TRUE;
+    }
+    default: Unsupported("this information by handle");
+  }
+}
+
 BOOL WINAPI SetFileInformationByHandle(HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS FileInformationClass,
                                        LPVOID lpFileInformation, DWORD) {
   PlatformCall();
@@ -154,7 +195,11 @@ BOOL WINAPI SetFileInformationByHandle(HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS F
     case FileRenameInfo: return Rename(*pFile, *static_cast<FILE_RENAME_INFO*>(lpFileInformation));
     case FileDispositionInfo:
       if (!static_cast<FILE_DISPOSITION_INFO*>(lpFileInformation)->DeleteFile) Unsupported("taking a deletion back");
-      return MarkForDeletion(*pFile);
+      return MarkForDeletion(*pFile, false);
+    case FileDispositionInfoEx:
+      if (*static_cast<DWORD*>(lpFileInformation) != 0x3) Unsupported("these flags of a deletion");
+      return MarkForDeletion(*pFile, true);
+    default: break;
   }
   Unsupported("this information by handle");
 }

@@ -1,5 +1,5 @@
 // Loadable libraries: those that a program provides, and the two system routines that are looked up by name.
-#include "scheduler.h"
+#include "files.h"
 
 #include <shlwapi.h>
 
@@ -30,6 +30,11 @@ std::string FileNameOf(const wchar_t* pszPath) {
 Module* Kernel() {
   static Module* pKernel = new Module;
   return pKernel;
+}
+
+Module* Native() {
+  static Module* pNative = new Module;
+  return pNative;
 }
 
 void NativeSystemInfo(LPSYSTEM_INFO pInfo) {
@@ -71,7 +76,7 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
 
 BOOL WINAPI FreeLibrary(HMODULE hLibModule) {
   PlatformCall();
-  if (hLibModule == nullptr || hLibModule == Kernel()) Unsupported("freeing this module");
+  if (hLibModule == nullptr || hLibModule == Kernel() || hLibModule == Native()) Unsupported("freeing this module");
   Book(Account::Modules, -1);
   delete static_cast<Module*>(hLibModule);
   return TRUE;
@@ -86,6 +91,8 @@ FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName) {
       pfn = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&NativeSystemInfo));
     if (std::strcmp(lpProcName, "IsWow64Process") == 0)
       pfn = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Wow64Process));
+  } else if (hModule == Native()) {
+    pfn = NativeRoutine(lpProcName);
   } else if (const auto nOrdinal = reinterpret_cast<std::uintptr_t>(lpProcName); nOrdinal <= 0xFFFF) {
     const auto& entryPoints = static_cast<Module*>(hModule)->entryPoints;
     if (nOrdinal >= 1 && nOrdinal <= entryPoints.size()) pfn = entryPoints[nOrdinal - 1];
@@ -98,6 +105,7 @@ HMODULE WINAPI GetModuleHandleW(LPCWSTR lpModuleName) {
   PlatformCall();
   if (FaultHere("GetModuleHandleW", ERROR_MOD_NOT_FOUND)) return nullptr;
   if (ToUtf8(lpModuleName) == "kernel32") return Kernel();
+  if (ToUtf8(lpModuleName) == "ntdll") return Native();
   SetLastError(ERROR_MOD_NOT_FOUND);
   return nullptr;
 }

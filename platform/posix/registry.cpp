@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <map>
+#include <set>
 
 namespace w32 {
 namespace {
@@ -38,10 +39,23 @@ struct OpenKey {
 };
 
 std::mutex g_registryMutex;
+thread_local unsigned t_nClient = 0;
+std::set<unsigned>& RefusedHives() {
+  static auto* pClients = new std::set<unsigned>;
+  return *pClients;
+}
+
+// The hive of a client; 0 is the process's own user.
+std::shared_ptr<Key>& HiveOf(unsigned nClient) {
+  static auto* pHives = new std::map<unsigned, std::shared_ptr<Key>>;
+  auto& pHive = (*pHives)[nClient];
+  if (!pHive) pHive = std::make_shared<Key>();
+  return pHive;
+}
+
 std::shared_ptr<Key>& Root(HKEY hKey) {
-  static auto* pUser = new std::shared_ptr<Key>(std::make_shared<Key>());
   static auto* pMachine = new std::shared_ptr<Key>(std::make_shared<Key>());
-  return hKey == HKEY_CURRENT_USER ? *pUser : *pMachine;
+  return hKey == HKEY_CURRENT_USER ? HiveOf(0) : *pMachine;
 }
 
 std::u16string Wide(LPCWSTR psz) {
@@ -108,6 +122,17 @@ LSTATUS Deliver(const Value& value, LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbD
 bool Allows(HKEY hKey, REGSAM sam) { return IsRoot(hKey) || (RecordOf(hKey)->samDesired & sam) == sam; }
 
 }  // namespace
+void ActFor(unsigned nClient) noexcept { t_nClient = nClient; }
+void RefuseHive(unsigned nClient, bool bRefuse) {
+  std::lock_guard<std::mutex> lock(g_registryMutex);
+  if (bRefuse) {
+    RefusedHives().insert(nClient);
+  } else {
+    RefusedHives().erase(nClient);
+  }
+}
+unsigned Client() noexcept { return t_nClient; }
+
 }  // namespace w32
 
 using namespace w32;
@@ -119,7 +144,13 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, REGSAM samDesir
 }
 
 LSTATUS WINAPI RegOpenCurrentUser(REGSAM samDesired, PHKEY phkResult) {
-  return Open("RegOpenCurrentUser", HKEY_CURRENT_USER, u"", samDesired, phkResult);
+  PlatformCall();
+  if (const DWORD dwFault = FaultCode("RegOpenCurrentUser", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
+  std::lock_guard<std::mutex> lock(g_registryMutex);
+  if (RefusedHives().contains(t_nClient)) return ERROR_FILE_NOT_FOUND;
+  *phkResult = HandleOf(new OpenKey{HiveOf(t_nClient), samDesired});
+  Book(Account::Keys, 1);
+  return ERROR_SUCCESS;
 }
 
 LSTATUS WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD, REGSAM samDesired, PHKEY phkResult) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -89,6 +90,36 @@ const std::string& SandboxRoot() { return Root(); }
 void UseSandbox(const std::string& strRoot) { Root() = strRoot; }
 
 void DropSandbox() { RemoveSandbox(); }
+
+std::u16string FullPath(const wchar_t* pszPath) {
+  std::string strPath = ToUtf8(pszPath);
+  if (strPath.empty()) return {};
+  for (char& c : strPath)
+    if (c == '/') c = '\\';
+  const bool bShare = strPath.starts_with("\\\\");
+  if (!bShare) {
+    if (strPath[0] == '\\') strPath = std::string("C:").append(strPath);
+    if (strPath.size() < 2 || strPath[1] != ':') strPath = std::string(kCurrentFolder) + "\\" + strPath;
+  }
+  const std::size_t nRoot = bShare ? 2 : 3;
+  std::string strFull = strPath.substr(0, nRoot);
+  for (std::size_t nStart = nRoot; nStart <= strPath.size();) {
+    const std::size_t nEnd = std::min(strPath.find('\\', nStart), strPath.size());
+    std::string strName = strPath.substr(nStart, nEnd - nStart);
+    const bool bLast = nEnd == strPath.size();
+    nStart = nEnd + 1;
+    if (strName == "..") {
+      if (strFull.size() > nRoot) strFull.resize(std::max(nRoot, strFull.rfind('\\')));
+      continue;
+    }
+    if (bLast && strName.empty() && strFull.size() > nRoot) strFull += '\\';  // a backslash at the end stays
+    while (!strName.empty() && strName != "." && (strName.back() == '.' || strName.back() == ' ')) strName.pop_back();
+    if (strName.empty() || strName == ".") continue;
+    if (strFull.size() > nRoot) strFull += '\\';
+    strFull += strName;
+  }
+  return FromUtf8(strFull);
+}
 
 MappedPath MapPath(const wchar_t* pszPath) {
   MappedPath mapped;

@@ -113,6 +113,9 @@ class Scheduler {
   std::function<void()> m_lastAct;
 };
 
+// The client that the calling thread acts for.
+unsigned Client() noexcept;
+
 // Whether the calling thread is subject to faults.
 bool SubjectToFaults();
 

@@ -4,6 +4,7 @@
 
 #include <aclapi.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -76,9 +77,33 @@ PVOID WINAPI FreeSid(PSID pSid) {
   return nullptr;
 }
 
-DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_INFORMATION SecurityInfo, PSID*, PSID*,
-                             PACL* ppDacl, PACL*, PSECURITY_DESCRIPTOR* ppSecurityDescriptor) {
-  if (ObjectType != SE_FILE_OBJECT || SecurityInfo != DACL_SECURITY_INFORMATION)
+BOOL WINAPI EqualSid(PSID pSid1, PSID pSid2) {
+  const auto& left = *static_cast<const Sid*>(pSid1);
+  const auto& right = *static_cast<const Sid*>(pSid2);
+  return left.byAuthority == right.byAuthority && left.nSubAuthorities == right.nSubAuthorities &&
+         std::equal(left.adwSubAuthorities, left.adwSubAuthorities + left.nSubAuthorities, right.adwSubAuthorities);
+}
+
+BOOL WINAPI IsWellKnownSid(PSID pSid, WELL_KNOWN_SID_TYPE WellKnownSidType) {
+  Sid known = WellKnownSidType == WinLocalSystemSid ? Sid{5, 1, {18}} : Sid{5, 2, {32, 544}};
+  return EqualSid(pSid, &known);
+}
+
+HANDLE WINAPI GetCurrentThread() { return reinterpret_cast<HANDLE>(~std::uintptr_t{1}); }
+
+BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD, BOOL, PHANDLE TokenHandle) {
+  if (ThreadHandle != GetCurrentThread()) Unsupported("another thread's token");
+  PlatformCall();
+  if (FaultHere("OpenThreadToken", ERROR_ACCESS_DENIED)) return FALSE;
+  if (Client() == 0) return Fails(ERROR_NO_TOKEN);
+  *TokenHandle = NewHandle(std::make_shared<Object>());
+  return TRUE;
+}
+
+DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_INFORMATION SecurityInfo,
+                             PSID* ppsidOwner, PSID*, PACL* ppDacl, PACL*, PSECURITY_DESCRIPTOR* ppSecurityDescriptor) {
+  if (ObjectType != SE_FILE_OBJECT ||
+      (SecurityInfo != DACL_SECURITY_INFORMATION && SecurityInfo != OWNER_SECURITY_INFORMATION))
     Unsupported("GetSecurityInfo of this kind");
   PlatformCall();
   if (const DWORD dwFault = FaultCode("GetSecurityInfo", ERROR_ACCESS_DENIED)) return dwFault;
@@ -86,9 +111,14 @@ DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
   if (!pFile) return ERROR_INVALID_HANDLE;
   if ((pFile->dwAccess & READ_CONTROL) == 0) return ERROR_ACCESS_DENIED;
   if (ppDacl != nullptr) *ppDacl = nullptr;
-  if (ppSecurityDescriptor != nullptr) {
-    *ppSecurityDescriptor = std::calloc(1, sizeof(SECURITY_DESCRIPTOR));
+  if (ppSecurityDescriptor != nullptr) {  // the owner lies behind it
+    *ppSecurityDescriptor = std::calloc(1, sizeof(SECURITY_DESCRIPTOR) + sizeof(Sid));
     Book(Account::LocalBlocks, 1);
+  }
+  if (ppsidOwner != nullptr && ppSecurityDescriptor != nullptr) {
+    auto* pSid = reinterpret_cast<Sid*>(static_cast<SECURITY_DESCRIPTOR*>(*ppSecurityDescriptor) + 1);
+    *pSid = OwnerOf(pFile->id) == OwnedBy::System ? Sid{5, 1, {18}} : Sid{5, 5, {21, 1, 2, 3, 1001}};
+    *ppsidOwner = pSid;
   }
   return ERROR_SUCCESS;
 }

@@ -116,7 +116,6 @@ int WINAPI WideCharToMultiByte(UINT CodePage, DWORD, LPCWSTR lpWideCharStr, int 
   int cb = 0;
   for (int n = 0; n < cch; ++n) {
     unsigned char by = ToAnsiByte(lpWideCharStr[n]);
-    if (IsHigh(lpWideCharStr[n]) && n + 1 < cch && IsLow(lpWideCharStr[n + 1])) ++n;  // one "?" for the pair
     if (cbMultiByte != 0) {
       if (cb >= cbMultiByte) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);

@@ -51,9 +51,24 @@ bool GrantUsersFullAccess(HANDLE hFolder) noexcept {
          ERROR_SUCCESS;
 }
 
-bool GrantUsersFullAccess(const wchar_t* pszFolder) noexcept {
-  const HANDLE hFolder =
-      CreateFileW(pszFolder, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-  const UniqueHandle owner(hFolder);
-  return hFolder != INVALID_HANDLE_VALUE && GrantUsersFullAccess(hFolder);
+// S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464: the service that installs Windows.
+static bool IsTrustedInstaller(PSID pSid) noexcept {
+  SID_IDENTIFIER_AUTHORITY ntAuthority = {SECURITY_NT_AUTHORITY};
+  PSID pInstaller = nullptr;
+  if (!AllocateAndInitializeSid(&ntAuthority, 6, SECURITY_SERVICE_ID_BASE_RID, 956008885, 3418522649, 1831038044,
+                                1853292631, 2271478464, 0, 0, &pInstaller))
+    return false;
+  const UniqueSid installer(pInstaller);
+  return EqualSid(pSid, pInstaller) != FALSE;
+}
+
+bool BelongsToTheMachine(HANDLE hFile) noexcept {
+  PSECURITY_DESCRIPTOR pDescriptor = nullptr;
+  PSID pOwner = nullptr;
+  if (GetSecurityInfo(hFile, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &pOwner, nullptr, nullptr, nullptr,
+                      &pDescriptor) != ERROR_SUCCESS)
+    return false;
+  const UniqueLocal descriptor(pDescriptor);
+  return pOwner != nullptr && (IsWellKnownSid(pOwner, WinLocalSystemSid) ||
+                               IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid) || IsTrustedInstaller(pOwner));
 }

@@ -1,4 +1,4 @@
-// The access rule of the folders that every user's programs write to: the log folders and the job archive.
+// The access rule of the folders that every user's programs write to, the log folders and the job archive; and who owns what.
 #pragma once
 
 #include <windows.h>
@@ -8,5 +8,6 @@
 // Returns whether the new list was set. Nothing is logged: the log itself calls this.
 bool GrantUsersFullAccess(HANDLE hFolder) noexcept;
 
-// The same for a folder by its path, which may lead through links.
-bool GrantUsersFullAccess(const wchar_t* pszFolder) noexcept;
+// Whether the owner of an open file or folder is the system, the service that installs Windows, or the administrators. The
+// handle has the right READ_CONTROL.
+bool BelongsToTheMachine(HANDLE hFile) noexcept;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/folder_access.h"
+#include "base/open_path.h"
 #include "base/text.h"
 
 namespace {
@@ -14,71 +15,15 @@ constexpr DWORD kFolderAccess = FILE_TRAVERSE | FILE_READ_ATTRIBUTES | SYNCHRONI
 constexpr DWORD kFolderShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
 constexpr DWORD kNotThroughLinks = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS;
 
-bool IsLink(const BY_HANDLE_FILE_INFORMATION& information) noexcept {
-  return (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-}
-bool IsFolder(const BY_HANDLE_FILE_INFORMATION& information) noexcept {
-  return (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
-UniqueHandle OpenPath(const wchar_t* pszPath, DWORD dwAccess, DWORD dwShare, DWORD dwDisposition,
-                      DWORD dwFlags) noexcept {
-  const HANDLE hFile = CreateFileW(pszPath, dwAccess, dwShare, nullptr, dwDisposition, dwFlags, nullptr);
-  return UniqueHandle(hFile != INVALID_HANDLE_VALUE ? hFile : nullptr);
-}
+// Deleting the way POSIX does it: the name goes with this handle, whoever else has the file open. Systems before Windows 10
+// do not know it.
+constexpr auto kDispositionEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);  // FileDispositionInfoEx
+struct DispositionEx {
+  DWORD dwFlags;
+};
+constexpr DWORD kDelete = 0x1, kPosixSemantics = 0x2;
 
 }  // namespace
-
-wchar_t* PathText::Reserve(std::size_t cch) noexcept {
-  m_cch = 0;
-  m_wszShort[0] = 0;
-  m_pLong.reset();
-  if (cch < kShortChars) return m_wszShort;
-  m_pLong = AllocBlock<wchar_t>((cch + 1) * sizeof(wchar_t));
-  return m_pLong.get();
-}
-
-bool PathText::Assign(const wchar_t* psz, std::size_t cch) noexcept {
-  wchar_t* pszTo = Reserve(cch);
-  if (pszTo == nullptr) return false;
-  std::memcpy(pszTo, psz, cch * sizeof(wchar_t));
-  pszTo[cch] = 0;
-  m_cch = cch;
-  return true;
-}
-
-bool PathText::Append(const wchar_t* pszName) noexcept {
-  const std::size_t cchName = wcslen(pszName);
-  const std::size_t cchBefore = m_cch;
-  const bool bSeparator = cchBefore > 0 && Text()[cchBefore - 1] != L'\\';
-  const std::size_t cch = cchBefore + (bSeparator ? 1 : 0) + cchName;
-  wchar_t* pszTo = m_pLong ? nullptr : m_wszShort;
-  HeapPtr<wchar_t> longer;
-  if (pszTo == nullptr || cch >= kShortChars) {
-    longer = AllocBlock<wchar_t>((cch + 1) * sizeof(wchar_t));
-    if (!longer) return false;
-    std::memcpy(longer.get(), Text(), cchBefore * sizeof(wchar_t));
-    pszTo = longer.get();
-  }
-  if (bSeparator) pszTo[cchBefore] = L'\\';
-  std::memcpy(pszTo + cch - cchName, pszName, (cchName + 1) * sizeof(wchar_t));
-  if (longer) m_pLong = std::move(longer);
-  m_cch = cch;
-  return true;
-}
-
-bool PathText::AssignFinalPathOf(HANDLE hFile) noexcept {
-  // A path that does not fit makes the call tell the room that it needs, terminator included.
-  DWORD cch = GetFinalPathNameByHandleW(hFile, Reserve(0), kShortChars, VOLUME_NAME_NONE);
-  if (cch >= kShortChars) {
-    const DWORD cchRoom = cch;
-    wchar_t* pszTo = Reserve(cchRoom);
-    cch = pszTo != nullptr ? GetFinalPathNameByHandleW(hFile, pszTo, cchRoom + 1, VOLUME_NAME_NONE) : 0;
-    if (cch > cchRoom) cch = 0;
-  }
-  m_cch = cch;
-  return cch > 0;
-}
 
 bool SafePlace::Take(const SafePlace& other, const wchar_t* pszName) noexcept {
   m_dwVolume = other.m_dwVolume;
@@ -87,15 +32,32 @@ bool SafePlace::Take(const SafePlace& other, const wchar_t* pszName) noexcept {
          (pszName == nullptr || (m_path.Append(pszName) && m_final.Append(pszName)));
 }
 
+// A root that is a link itself leads where its owner says, so the owner must be the system or an administrator. The link
+// cannot be moved away while its handle is open.
+bool SafeRoot::MayBeFollowed(UniqueHandle& hLink) noexcept {
+  constexpr DWORD kAccess = FILE_TRAVERSE | FILE_READ_ATTRIBUTES;
+  FileFacts facts;
+  hLink = OpenPath(m_path.Text(), kAccess, kFolderShare, OPEN_EXISTING, kNotThroughLinks);
+  if (!hLink || !facts.AskOf(hLink.get())) return false;
+  if (!IsLink(hLink.get(), facts)) return true;
+  const UniqueHandle hOwner = OpenPath(m_path.Text(), READ_CONTROL, kFolderShare, OPEN_EXISTING, kNotThroughLinks);
+  if (hOwner && BelongsToTheMachine(hOwner.get())) return true;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return false;
+}
+
 bool SafeRoot::Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept {
-  if (!m_path.Assign(pszFolder, cch)) return false;
   // A drive's name alone would stand for the device, not for the folder.
-  if (cch > 0 && pszFolder[cch - 1] == L':' && !m_path.Append(L"")) return false;
+  const bool bDrive = cch > 0 && pszFolder[cch - 1] == L':';
+  if (!(bDrive ? m_path.Assign(pszFolder, cch) && m_path.Append(L"") : m_path.AssignFullPath(pszFolder, cch)))
+    return false;
+  UniqueHandle hLink;
+  if (!MayBeFollowed(hLink)) return false;
   const UniqueHandle hFolder = OpenPath(m_path.Text(), FILE_READ_ATTRIBUTES, kFolderShare | FILE_SHARE_DELETE,
                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
-  BY_HANDLE_FILE_INFORMATION information;
-  if (!hFolder || !GetFileInformationByHandle(hFolder.get(), &information) || !IsFolder(information)) return false;
-  m_dwVolume = information.dwVolumeSerialNumber;
+  FileFacts facts;
+  if (!hFolder || !facts.AskOf(hFolder.get()) || !facts.IsFolder()) return false;
+  m_dwVolume = facts.dwVolumeSerialNumber;
   return m_final.AssignFinalPathOf(hFolder.get());
 }
 
@@ -114,12 +76,12 @@ SafeOpen SafeFolder::Open(const SafePlace& parent, const wchar_t* pszName, DWORD
     const DWORD dwError = GetLastError();
     return dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND ? SafeOpen::Missing : SafeOpen::Refused;
   }
-  BY_HANDLE_FILE_INFORMATION information;
-  const bool bKnown = GetFileInformationByHandle(m_hFolder.get(), &information) != FALSE;
-  if (bKnown && IsFolder(information) && !IsLink(information) && information.dwVolumeSerialNumber == m_dwVolume)
-    return SafeOpen::Opened;
+  FileFacts facts;
+  const bool bKnown = facts.AskOf(m_hFolder.get());
+  const bool bLink = bKnown && IsLink(m_hFolder.get(), facts);
+  if (bKnown && facts.IsFolder() && !bLink && facts.dwVolumeSerialNumber == m_dwVolume) return SafeOpen::Opened;
   m_hFolder.reset();
-  if (!bKnown || IsLink(information) || IsFolder(information)) return SafeOpen::Refused;
+  if (!bKnown || bLink || facts.IsFolder()) return SafeOpen::Refused;
   SetLastError(ERROR_DIRECTORY);
   return SafeOpen::Missing;
 }
@@ -127,8 +89,11 @@ SafeOpen SafeFolder::Open(const SafePlace& parent, const wchar_t* pszName, DWORD
 SafeOpen SafeFolder::Make(const SafePlace& parent, const wchar_t* pszName, bool bForUsers) noexcept {
   // Somebody may be faster; whatever is there then is looked at like any other.
   const bool bMade = CreateDirectoryW(m_path.Text(), nullptr) != FALSE;
-  if (!bMade || !bForUsers || Open(parent, pszName, READ_CONTROL | WRITE_DAC) != SafeOpen::Opened)
-    return Open(parent, pszName);
+  const bool bNoRights = !bMade && GetLastError() == ERROR_ACCESS_DENIED;
+  if (!bMade || !bForUsers || Open(parent, pszName, READ_CONTROL | WRITE_DAC) != SafeOpen::Opened) {
+    const SafeOpen found = Open(parent, pszName);
+    return found == SafeOpen::Missing && bNoRights ? SafeOpen::NotAllowed : found;
+  }
   GrantUsersFullAccess(m_hFolder.get());
   return SafeOpen::Opened;
 }
@@ -150,61 +115,67 @@ SafeOpen SafeFolder::OpenOrMake(const SafeFolder& parent, const wchar_t* pszName
     hKeeper = parent.OpenFile(wszKeeper, DELETE, false);
     if (hKeeper) DeleteOpenFile(hKeeper.get());
   }
-  return hKeeper ? Make(parent, pszName, bForUsers) : SafeOpen::Refused;
+  if (hKeeper) return Make(parent, pszName, bForUsers);
+  return GetLastError() == ERROR_ACCESS_DENIED ? SafeOpen::NotAllowed : SafeOpen::Refused;
 }
 
-bool SafeFolder::IsInPlace(HANDLE hFile, const wchar_t* pszName,
-                           const BY_HANDLE_FILE_INFORMATION& information) const noexcept {
-  if (information.dwVolumeSerialNumber != m_dwVolume) return false;
+bool SafeFolder::IsInPlace(HANDLE hFile, const wchar_t* pszName, const FileFacts& facts) const noexcept {
+  if (facts.dwVolumeSerialNumber != m_dwVolume) return false;
   PathText expected;
   PathText final;
   return expected.Assign(m_final.Text(), m_final.Length()) && expected.Append(pszName) &&
          final.AssignFinalPathOf(hFile) && _wcsicmp(final.Text(), expected.Text()) == 0;
 }
 
+// With last error ERROR_ACCESS_DENIED where what the handle tells is not what it should.
+bool SafeFolder::IsPlainFileInPlace(HANDLE hFile, const wchar_t* pszName, FileFacts& facts) const noexcept {
+  if (!facts.AskOf(hFile)) return false;
+  const bool bInPlace =
+      !facts.IsFolder() && !IsLink(hFile, facts) && facts.nNumberOfLinks == 1 && IsInPlace(hFile, pszName, facts);
+  if (!bInPlace) SetLastError(ERROR_ACCESS_DENIED);
+  return bInPlace;
+}
+
 UniqueHandle SafeFolder::OpenFile(const wchar_t* pszName, DWORD dwAccess, bool bMake,
-                                  BY_HANDLE_FILE_INFORMATION* pInformation) const noexcept {
-  constexpr DWORD kFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT;
+                                  FileFacts* pFacts) const noexcept {
   PathText path;
   if (!path.Assign(m_path.Text(), m_path.Length()) || !path.Append(pszName)) return nullptr;
-  dwAccess |= FILE_READ_ATTRIBUTES;
   bool bMade = false;
-  UniqueHandle hFile = OpenPath(path.Text(), dwAccess, 0, OPEN_EXISTING, kFlags);
+  UniqueHandle hFile = OpenPath(path.Text(), dwAccess, 0, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT);
   if (!hFile && bMake && GetLastError() == ERROR_FILE_NOT_FOUND) {
     // With the right to take it away again: the folder may have been turned into a link meanwhile.
-    hFile = OpenPath(path.Text(), dwAccess | DELETE, 0, OPEN_ALWAYS, kFlags);
+    hFile = OpenPath(path.Text(), dwAccess | DELETE, 0, OPEN_ALWAYS, FILE_FLAG_OPEN_REPARSE_POINT);
     bMade = hFile != nullptr && GetLastError() != ERROR_ALREADY_EXISTS;
   }
+  FileFacts facts;
   if (!hFile) return nullptr;
-  BY_HANDLE_FILE_INFORMATION information;
-  if (IsPlainFileInPlace(hFile.get(), pszName, information)) {
-    if (pInformation != nullptr) *pInformation = information;
+  bool bRight = IsPlainFileInPlace(hFile.get(), pszName, facts);
+  if (bRight && facts.HasReparsePoint()) {
+    // One that the system keeps elsewhere or otherwise: it is opened like any other, and must be the same.
+    hFile.reset();
+    hFile = OpenPath(path.Text(), dwAccess, 0, OPEN_EXISTING, 0);
+    FileFacts again;
+    bRight = hFile != nullptr && IsPlainFileInPlace(hFile.get(), pszName, again) &&
+             again.nFileIndexHigh == facts.nFileIndexHigh && again.nFileIndexLow == facts.nFileIndexLow;
+  }
+  if (bRight) {
+    if (pFacts != nullptr) *pFacts = facts;
     return hFile;
   }
   const DWORD dwError = GetLastError();
-  if (bMade) DeleteOpenFile(hFile.get());
+  if (bMade && hFile) DeleteOpenFile(hFile.get());
   SetLastError(dwError);
   return nullptr;
 }
 
 UniqueHandle SafeFolder::MakePassingFile(const wchar_t* pszName) const noexcept {
-  constexpr DWORD kFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE;
   PathText path;
   if (!path.Assign(m_path.Text(), m_path.Length()) || !path.Append(pszName)) return nullptr;
-  UniqueHandle hFile = OpenPath(path.Text(), DELETE | FILE_READ_ATTRIBUTES, 0, CREATE_NEW, kFlags);
-  BY_HANDLE_FILE_INFORMATION information;
-  if (hFile && !IsPlainFileInPlace(hFile.get(), pszName, information)) hFile.reset();
+  UniqueHandle hFile =
+      OpenPath(path.Text(), DELETE, 0, CREATE_NEW, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE);
+  FileFacts facts;
+  if (hFile && !IsPlainFileInPlace(hFile.get(), pszName, facts)) hFile.reset();
   return hFile;
-}
-
-// With last error ERROR_ACCESS_DENIED where what the handle tells is not what it should.
-bool SafeFolder::IsPlainFileInPlace(HANDLE hFile, const wchar_t* pszName,
-                                    BY_HANDLE_FILE_INFORMATION& information) const noexcept {
-  if (!GetFileInformationByHandle(hFile, &information)) return false;
-  const bool bInPlace = !IsFolder(information) && !IsLink(information) && information.nNumberOfLinks == 1 &&
-                        IsInPlace(hFile, pszName, information);
-  if (!bInPlace) SetLastError(ERROR_ACCESS_DENIED);
-  return bInPlace;
 }
 
 bool SafeFolder::RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexcept {
@@ -221,6 +192,11 @@ bool SafeFolder::RenameFile(HANDLE hFile, const wchar_t* pszNewName) const noexc
 }
 
 bool SafeFolder::DeleteOpenFile(HANDLE hFile) noexcept {
+  DispositionEx posix = {kDelete | kPosixSemantics};
+  if (SetFileInformationByHandle(hFile, kDispositionEx, &posix, sizeof posix)) return true;
+  const DWORD dwError = GetLastError();
+  if (dwError != ERROR_INVALID_PARAMETER && dwError != ERROR_INVALID_FUNCTION && dwError != ERROR_NOT_SUPPORTED)
+    return false;
   FILE_DISPOSITION_INFO disposition = {TRUE};
   return SetFileInformationByHandle(hFile, FileDispositionInfo, &disposition, sizeof disposition) != FALSE;
 }
@@ -230,9 +206,8 @@ bool SafeFolder::DeleteEntry(const wchar_t* pszName) const noexcept {
   if (!path.Assign(m_path.Text(), m_path.Length()) || !path.Append(pszName)) return false;
   const UniqueHandle hEntry = OpenPath(path.Text(), DELETE | FILE_READ_ATTRIBUTES, kFolderShare | FILE_SHARE_DELETE,
                                        OPEN_EXISTING, kNotThroughLinks);
-  BY_HANDLE_FILE_INFORMATION information;
-  return hEntry && GetFileInformationByHandle(hEntry.get(), &information) &&
-         IsInPlace(hEntry.get(), pszName, information) && DeleteOpenFile(hEntry.get());
+  FileFacts facts;
+  return hEntry && facts.AskOf(hEntry.get()) && IsInPlace(hEntry.get(), pszName, facts) && DeleteOpenFile(hEntry.get());
 }
 
 UniqueFind SafeFolder::List(const wchar_t* pszPattern, WIN32_FIND_DATAW& entry) const noexcept {

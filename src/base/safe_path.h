@@ -12,34 +12,9 @@
 
 #include <cstddef>
 
-#include "base/memory.h"
+#include "base/open_path.h"
 #include "base/owners.h"
-
-// A path with room of its own; one that is longer than most goes to heap memory.
-class PathText {
- public:
-  PathText() noexcept { m_wszShort[0] = 0; }
-  PathText(const PathText&) = delete;
-  PathText& operator=(const PathText&) = delete;
-
-  // Takes the first cch characters of a text. FALSE (and empty) when memory is short.
-  bool Assign(const wchar_t* psz, std::size_t cch) noexcept;
-  // Appends a backslash, unless the text ends in one, and a name.
-  bool Append(const wchar_t* pszName) noexcept;
-  // Takes the final path of an open file or folder, without its volume.
-  bool AssignFinalPathOf(HANDLE hFile) noexcept;
-
-  const wchar_t* Text() const noexcept { return m_pLong ? m_pLong.get() : m_wszShort; }
-  std::size_t Length() const noexcept { return m_cch; }
-
- private:
-  wchar_t* Reserve(std::size_t cch) noexcept;  // room for cch characters and a terminator; the content is gone
-
-  static constexpr std::size_t kShortChars = 280;
-  wchar_t m_wszShort[kShortChars];
-  HeapPtr<wchar_t> m_pLong;
-  std::size_t m_cch = 0;
-};
+#include "base/path_text.h"
 
 // A folder by its names: how the calls reach it and what a handle to it must tell.
 class SafePlace {
@@ -62,15 +37,19 @@ class SafePlace {
 // Where the safe part begins.
 class SafeRoot : public SafePlace {
  public:
-  // Finds out where a folder really lies; its path is the first cch characters of a text. FALSE when it cannot be opened,
-  // with the last-error code of the step that failed.
+  // Finds out where a folder really lies; its path is the first cch characters of a text. FALSE when it cannot be opened, or
+  // is a link of somebody other than the system and the administrators, with the last-error code of the step that failed.
   bool Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept;
+
+ private:
+  bool MayBeFollowed(UniqueHandle& hLink) noexcept;
 };
 
 enum class SafeOpen {
   Opened,
-  Missing,  // there is no such folder: nothing has this name, or a file has it
-  Refused,  // it could not be opened, or what was opened is a link or lies elsewhere
+  Missing,     // there is no such folder: nothing has this name, or a file has it
+  Refused,     // it could not be opened, or what was opened is a link or lies elsewhere
+  NotAllowed,  // it is missing, and the thread has not the right to make it
 };
 
 // A folder below a root (or the root itself), held open.
@@ -87,9 +66,8 @@ class SafeFolder : public SafePlace {
   SafeOpen OpenOrMake(const SafeFolder& parent, const wchar_t* pszName, bool bForUsers = false) noexcept;
 
   // Opens a file in the folder: a plain file with one name, not shared with anybody. bMake: makes one that is missing.
-  // Null when that fails. pInformation receives what the handle tells, the size among it.
-  UniqueHandle OpenFile(const wchar_t* pszName, DWORD dwAccess, bool bMake,
-                        BY_HANDLE_FILE_INFORMATION* pInformation = nullptr) const noexcept;
+  // Null when that fails. pFacts receives what the handle tells, the size among it.
+  UniqueHandle OpenFile(const wchar_t* pszName, DWORD dwAccess, bool bMake, FileFacts* pFacts = nullptr) const noexcept;
   // Makes a file that goes when its handle is closed, also by the end of the process. Null when there is one already.
   UniqueHandle MakePassingFile(const wchar_t* pszName) const noexcept;
   // Renames a file that was opened here with the right DELETE; an existing file is not replaced.
@@ -105,8 +83,8 @@ class SafeFolder : public SafePlace {
 
  private:
   SafeOpen Make(const SafePlace& parent, const wchar_t* pszName, bool bForUsers) noexcept;
-  bool IsPlainFileInPlace(HANDLE hFile, const wchar_t* pszName, BY_HANDLE_FILE_INFORMATION& information) const noexcept;
-  bool IsInPlace(HANDLE hFile, const wchar_t* pszName, const BY_HANDLE_FILE_INFORMATION& information) const noexcept;
+  bool IsPlainFileInPlace(HANDLE hFile, const wchar_t* pszName, FileFacts& facts) const noexcept;
+  bool IsInPlace(HANDLE hFile, const wchar_t* pszName, const FileFacts& facts) const noexcept;
 
   UniqueHandle m_hFolder;
 };

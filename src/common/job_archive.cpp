@@ -21,6 +21,8 @@ namespace {
 
 constexpr std::size_t kFileNameChars = 29;  // what the day folder and the file name add to a root, with some room
 constexpr DWORD kNoSuchQueue = ERROR_INVALID_HANDLE;
+constexpr DWORD kRetryMs = 50;
+constexpr DWORD kRetryPauseMs = 5;
 constexpr wchar_t kAgeingValue[] = L"ChkJobFileTime";
 
 // Reads a value of the queue's printer data; returns the spooler's code and the size that it reports.
@@ -46,7 +48,10 @@ HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
     LogE(L"Fail to read job path from registry.");
     return nullptr;
   }
-  if (!PathIsDirectoryW(root.get()) && !CreateJobFolder(root.get())) {
+  // A folder that is there may still be a link that somebody has put in its place: it is not followed.
+  SafeRoot place;
+  const bool bThere = PathIsDirectoryW(root.get()) != FALSE;
+  if (bThere ? *root && !place.Resolve(root.get(), wcslen(root.get())) : !CreateJobFolder(root.get())) {
     LogE(L"Can't access the output job folder. [%s]", root.get());
     return nullptr;
   }
@@ -109,14 +114,30 @@ struct AgeingKey {
 
 enum class KeyLookup { Found, NoGuid, NoQueue };
 
-// The hive of the client for whom the thread acts. The process's own idea of the current user is made once and kept, by
-// whoever asked first.
-LSTATUS OpenClientHive(REGSAM samDesired, UniqueKey& hive) noexcept {
-  HKEY hKey = nullptr;
-  const LSTATUS lError = RegOpenCurrentUser(samDesired, &hKey);
-  hive.reset(lError == ERROR_SUCCESS ? hKey : nullptr);
-  return lError;
-}
+// A hive that is closed with its owner, unless it is the process's own.
+class Hive {
+ public:
+  // The hive of the one for whom the thread acts: of the client, or, without one, the process's own idea of the current user.
+  // (That is made once and kept, by whoever asked first, and so never right for a client.)
+  LSTATUS Open(REGSAM samDesired) noexcept {
+    HANDLE hToken = nullptr;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &hToken) && GetLastError() == ERROR_NO_TOKEN) {
+      m_hKey = HKEY_CURRENT_USER;
+      return ERROR_SUCCESS;
+    }
+    const UniqueHandle token(hToken);
+    HKEY hKey = nullptr;
+    const LSTATUS lError = RegOpenCurrentUser(samDesired, &hKey);
+    m_owned.reset(lError == ERROR_SUCCESS ? hKey : nullptr);
+    m_hKey = m_owned.get();
+    return lError;
+  }
+  HKEY get() const noexcept { return m_hKey; }
+
+ private:
+  UniqueKey m_owned;
+  HKEY m_hKey = nullptr;
+};
 
 KeyLookup FindAgeingKey(HANDLE hPrinter, AgeingKey& key) noexcept {
   wchar_t wszDriver[261] = {};
@@ -145,7 +166,8 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
   const DWORD dwBefore = dwChkJobFileTime;
   DWORD dwWord = dwBefore;
   DWORD cbWord = sizeof dwWord;
-  if (GetJobReg(hPrinter, kAgeingValue, &dwWord, &cbWord) != ERROR_SUCCESS) dwWord = 0;
+  // … nor does one whose user's hive took none: the process remembers for it.
+  if (GetJobReg(hPrinter, kAgeingValue, &dwWord, &cbWord) != ERROR_SUCCESS) dwWord = m_bWordInProcess ? dwBefore : 0;
   if (dwWord != dwBefore) dwChkJobFileTime = dwWord;
 
   const ArchiveSwitch setting = bLogSettingFlags ? ReadFlagSettings(hPrinter) : ReadPlainSettings(hPrinter);
@@ -184,20 +206,39 @@ static std::size_t LastNameAt(const wchar_t* pszPath, std::size_t cch) noexcept 
 }
 
 // Opens a job's file in its day folder, which is held open as well; the path ends in the two names.
-static UniqueHandle OpenJobFile(const wchar_t* pszFilePath, SafeFolder& day) noexcept {
+static UniqueHandle OpenJobFile(const wchar_t* pszFilePath, SafeFolder& day, FileFacts& facts) noexcept {
   const std::size_t nFile = LastNameAt(pszFilePath, wcslen(pszFilePath));
   const std::size_t nDay = nFile > 0 ? LastNameAt(pszFilePath, nFile - 1) : 0;
   PathText dayName;
   SafeRoot root;
   const bool bOpened = nDay > 1 && dayName.Assign(pszFilePath + nDay, nFile - 1 - nDay) &&
                        root.Resolve(pszFilePath, nDay - 1) && day.Open(root, dayName.Text()) == SafeOpen::Opened;
-  return bOpened ? day.OpenFile(pszFilePath + nFile, GENERIC_WRITE, true) : nullptr;
+  return bOpened ? day.OpenFile(pszFilePath + nFile, GENERIC_WRITE, true, &facts) : nullptr;
 }
 
-BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept {
-  const KeepLastError keep;
+// Opens a job's file as the one that the job has written to before, or carefully. What causes a violation of the share mode
+// for some milliseconds is waited for, once a job.
+static UniqueHandle OpenArchivedFile(const wchar_t* pszFilePath, ArchivedFile& file) noexcept {
+  ULONGLONG cbFile = 0;
+  UniqueHandle hFile(file.known.IsKnown() ? file.known.Open(pszFilePath, cbFile) : nullptr);
+  if (hFile) return hFile;
+  FileFacts facts;
   SafeFolder day;
-  const UniqueHandle hFile = OpenJobFile(pszFilePath, day);
+  hFile = OpenJobFile(pszFilePath, day, facts);
+  const DWORD dwStart = GetTickCount();
+  const bool bMayRetry = !file.bRetried;
+  while (!hFile && bMayRetry && GetLastError() == ERROR_SHARING_VIOLATION && GetTickCount() - dwStart < kRetryMs) {
+    file.bRetried = true;
+    Sleep(kRetryPauseMs);
+    hFile = OpenJobFile(pszFilePath, day, facts);
+  }
+  if (hFile) file.known.Remember(facts);
+  return hFile;
+}
+
+BOOL CJob::OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf, ArchivedFile& file) const noexcept {
+  const KeepLastError keep;
+  const UniqueHandle hFile = OpenArchivedFile(pszFilePath, file);
   if (!hFile) {
     LogE(L"Fail to open the output job file. [%s]", pszFilePath);
     return FALSE;
@@ -224,7 +265,9 @@ void CJob::AgeAtJobEnd(HANDLE hPrinter, const wchar_t* pszRoot) noexcept {
   if (ft.dwHighDateTime - dwChkJobFileTime < kRetentionUnitsPerDay) return;
   DeleteOldJobFolders(static_cast<ULONGLONG>(ft.dwHighDateTime) << 32 | ft.dwLowDateTime, pszRoot);
   dwChkJobFileTime = ft.dwHighDateTime;
-  SetJobReg(hPrinter, kAgeingValue, ft.dwHighDateTime, sizeof ft.dwHighDateTime);
+  m_bWordInProcess = !SetJobReg(hPrinter, kAgeingValue, ft.dwHighDateTime, sizeof ft.dwHighDateTime);
+  if (m_bWordInProcess)
+    LogW(L"The day of the archive's ageing is kept in memory alone. [%s]", pszRoot != nullptr ? pszRoot : L"");
 }
 
 void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const noexcept {
@@ -245,24 +288,25 @@ void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const n
   if (nSkipped != 0) LogW(L"Old folders that lie too deep stay. [%s, folders:%d]", pszRoot, nSkipped);
 }
 
-void CJob::SetJobReg(HANDLE hPrinter, const wchar_t*, DWORD dwValue, DWORD) const noexcept {
+bool CJob::SetJobReg(HANDLE hPrinter, const wchar_t*, DWORD dwValue, DWORD) const noexcept {
   AgeingKey key;
   const KeyLookup lookup = FindAgeingKey(hPrinter, key);
   if (lookup == KeyLookup::NoGuid) LogE(L"GetPrinterData [dwReturned:0]");
-  if (lookup != KeyLookup::Found) return;
-  UniqueKey hive;
+  if (lookup != KeyLookup::Found) return true;  // a queue that has no place for it
+  Hive hive;
   HKEY hKey = nullptr;
-  LSTATUS lError = OpenClientHive(KEY_CREATE_SUB_KEY, hive);
+  LSTATUS lError = hive.Open(KEY_CREATE_SUB_KEY);
   if (lError == ERROR_SUCCESS)
     lError = RegCreateKeyExW(hive.get(), key.wszPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
                              KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY, nullptr, &hKey, nullptr);
   if (lError != ERROR_SUCCESS) {
     LogE(L"RegCreateKeyEx [err:%d]", lError);
-    return;
+    return false;
   }
   const UniqueKey owner(hKey);
   lError = RegSetValueExW(hKey, kAgeingValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dwValue), sizeof dwValue);
   if (lError != ERROR_SUCCESS) LogE(L"RegSetValueEx [err:%d]", lError);
+  return lError == ERROR_SUCCESS;
 }
 
 DWORD CJob::GetJobReg(HANDLE hPrinter, const wchar_t*, void* pValue, DWORD* pcbValue) const noexcept {
@@ -272,9 +316,9 @@ DWORD CJob::GetJobReg(HANDLE hPrinter, const wchar_t*, void* pValue, DWORD* pcbV
     case KeyLookup::NoGuid: LogE(L"GetPrinterData [dwReturned:0]"); return ERROR_SUCCESS;
     case KeyLookup::Found: break;
   }
-  UniqueKey hive;
+  Hive hive;
   HKEY hKey = nullptr;
-  LSTATUS lError = OpenClientHive(KEY_QUERY_VALUE, hive);
+  LSTATUS lError = hive.Open(KEY_QUERY_VALUE);
   if (lError == ERROR_SUCCESS) lError = RegOpenKeyExW(hive.get(), key.wszPath, 0, KEY_QUERY_VALUE, &hKey);
   if (lError != ERROR_SUCCESS) {
     LogW(L"RegOpenKeyEx [err:%d]", lError);

@@ -9,6 +9,14 @@
 
 #include <atomic>
 
+#include "base/known_file.h"
+
+// What a job knows of its own file, from one write to the next; all zero at first.
+struct ArchivedFile {
+  KnownFile known;
+  bool bRetried;  // it was waited for once
+};
+
 // Process-wide settings of the archive, as the queue that started a job last has them, and its operations.
 class CJob {
  public:
@@ -29,7 +37,12 @@ class CJob {
                     BOOL bLogSettingFlags) noexcept;
 
   // Appends bytes to a job's file: one open, append and close. Needs no lock. Returns TRUE when they were appended.
-  BOOL OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept;
+  //   file  of the job; the first write finds the file carefully, the others know it again
+  BOOL OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf, ArchivedFile& file) const noexcept;
+  BOOL OutputJobFile(const wchar_t* pszFilePath, const BYTE* pBuf, DWORD cbBuf) const noexcept {
+    ArchivedFile file = {};
+    return OutputJobFile(pszFilePath, pBuf, cbBuf, file);
+  }
 
   // Deletes the folders of a root whose last write is older than the retention at a time. Without a root, nothing.
   void DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const noexcept;
@@ -40,12 +53,16 @@ class CJob {
 
   // Stores and reads the last-ageing word in the queue's registry value "ChkJobFileTime" (a 4-byte REG_DWORD, whatever
   // name and size are passed). GetJobReg returns 0 when the word was read or when the queue has no "UtilityGUID".
-  void SetJobReg(HANDLE hPrinter, const wchar_t* pszName, DWORD dwValue, DWORD cbValue) const noexcept;
+  // SetJobReg returns false when the user's hive does not take it.
+  bool SetJobReg(HANDLE hPrinter, const wchar_t* pszName, DWORD dwValue, DWORD cbValue) const noexcept;
   DWORD GetJobReg(HANDLE hPrinter, const wchar_t* pszName, void* pValue, DWORD* pcbValue) const noexcept;
 
   CRITICAL_SECTION csJob;                  // held by a job start around MakeSettings
   std::atomic<LONG> nJobValidDays{0};      // retention of day folders in days
   std::atomic<DWORD> dwChkJobFileTime{0};  // last-ageing word: high 32 bits of a file time
+
+ private:
+  std::atomic<bool> m_bWordInProcess{false};  // the user's hive did not take the word: it is remembered here alone
 };
 
 // The one instance, constructed when the module is loaded.

@@ -18,6 +18,17 @@ constexpr std::size_t kLongestListedPath = 259;
 
 }  // namespace
 
+// Through its handle, and not through a link that somebody has put in its place meanwhile.
+static void GrantUsersAccessTo(const wchar_t* pszPath) noexcept {
+  PathText path;
+  if (!path.AssignFullPath(pszPath, wcslen(pszPath))) return;
+  const UniqueHandle hFolder = OpenPath(path.Text(), READ_CONTROL | WRITE_DAC, 0, OPEN_EXISTING,
+                                        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT);
+  FileFacts facts;
+  if (hFolder && facts.AskOf(hFolder.get()) && facts.IsFolder() && !IsLink(hFolder.get(), facts))
+    GrantUsersFullAccess(hFolder.get());
+}
+
 BOOL CreateJobFolder(const wchar_t* pszPath) noexcept {
   if (pszPath == nullptr || *pszPath == 0) {
     SetLastError(ERROR_INVALID_PARAMETER);
@@ -41,7 +52,7 @@ BOOL CreateJobFolder(const wchar_t* pszPath) noexcept {
     }
     if (!PathIsDirectoryW(pszPath)) return FALSE;
   }
-  GrantUsersFullAccess(pszPath);
+  GrantUsersAccessTo(pszPath);
   return TRUE;
 }
 
@@ -55,9 +66,10 @@ struct Level {
   WIN32_FIND_DATAW entry;
 };
 
+// A folder that is no link to another one.
 bool IsFolder(const WIN32_FIND_DATAW& entry) noexcept {
-  constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-  return (entry.dwFileAttributes & kKind) == FILE_ATTRIBUTE_DIRECTORY;
+  const bool bLink = (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsNameSurrogate(entry.dwReserved0);
+  return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !bLink;
 }
 
 // Goes down into a folder and finds its first entry; null when there is none to be walked. bSkipped: it stays as it is.

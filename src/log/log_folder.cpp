@@ -91,17 +91,33 @@ bool CLogfile::CreateLogFolder(const char* pszModule, LogFolder& folder) noexcep
   }
   ChooseFolder(pszModule);
   if (base == SafeOpen::Refused) return true;
-  if (*m_wszModule != 0 && folder.module.OpenOrMake(folder.logs, m_wszModule, true) != SafeOpen::Missing) return true;
-  m_wszModule[0] = 0;
-  return false;
+  const SafeOpen made =
+      *m_wszModule != 0 ? folder.module.OpenOrMake(folder.logs, m_wszModule, true) : SafeOpen::Missing;
+  if (made == SafeOpen::Missing) m_wszModule[0] = 0;
+  return made == SafeOpen::Opened || made == SafeOpen::Refused;
 }
 
-void CLogfile::Rotate(const SafeFolder& module, const LogName& file, const SYSTEMTIME& st) noexcept {
+bool CLogfile::MakeFilePath(PathText& path, const LogName& file) noexcept {
+  const SectionLock lock(m_csFolder);
+  const wchar_t* pszRoot = m_root.Path();
+  return m_bRootKnown && *m_wszModule != 0 && path.Assign(pszRoot, wcslen(pszRoot)) && path.Append(L"Kelvane") &&
+         path.Append(L"Logs") && path.Append(m_wszModule) && path.Append(file.wsz);
+}
+
+bool CLogfile::OpenModuleFolder(LogFolder& folder) noexcept {
+  const SectionLock lock(m_csFolder);
+  return *m_wszModule != 0 && OpenBaseFolder(folder) == SafeOpen::Opened &&
+         folder.module.Open(folder.logs, m_wszModule) == SafeOpen::Opened;
+}
+
+void CLogfile::Rotate(const LogName& file, const SYSTEMTIME& st) noexcept {
   LogName renamed;
   FormatWide(renamed.wsz, L"%04d%02d%02d_%02d%02d%02d(%03d).log", st.wYear, st.wMonth, st.wDay, st.wHour, st.wMinute,
              st.wSecond, st.wMilliseconds);
-  const UniqueHandle hFile = module.OpenFile(file.wsz, DELETE, false);
-  if (hFile) module.RenameFile(hFile.get(), renamed.wsz);
+  LogFolder folder;
+  if (!OpenModuleFolder(folder)) return;
+  const UniqueHandle hFile = folder.module.OpenFile(file.wsz, DELETE, false);
+  if (hFile) folder.module.RenameFile(hFile.get(), renamed.wsz);
 }
 
 void CLogfile::NoteLineTime(const SYSTEMTIME& st) noexcept {
@@ -119,12 +135,7 @@ void CLogfile::PurgeOldLogs(LONG nLifeDays) noexcept {
   m_dwLastPurge.store(dwLineDate, std::memory_order_relaxed);
 
   LogFolder folder;
-  {
-    const SectionLock lock(m_csFolder);
-    if (*m_wszModule == 0 || OpenBaseFolder(folder) != SafeOpen::Opened ||
-        folder.module.Open(folder.logs, m_wszModule) != SafeOpen::Opened)
-      return;
-  }
+  if (!OpenModuleFolder(folder)) return;
   const auto dwReference = static_cast<DWORD>(ullLine);
   const DWORD dwLimit = RetentionUnits(nLifeDays);
   WIN32_FIND_DATAW entry;

@@ -43,12 +43,15 @@ class CLogfile {
 
   // Opens the module folder, made if it is missing and writable for the Users group then. TRUE with folder.module closed:
   // the folder is there and could not be opened, or it is a link. After one failed creation no line is written for the
-  // life of the process.
+  // life of the process, unless only this thread, which acts for a client, lacks the rights.
   bool CreateLogFolder(const char* pszModule, LogFolder& folder) noexcept;
+
+  // Makes the full path of a file in the module folder. FALSE while none is chosen, or when memory is short.
+  bool MakeFilePath(PathText& path, const LogName& file) noexcept;
 
   // Moves a full file aside, to "YYYYMMDD_hhmmss(mmm).log". A failure is left to the next line: another process may have
   // just opened the file.
-  static void Rotate(const SafeFolder& module, const LogName& file, const SYSTEMTIME& stLine) noexcept;
+  void Rotate(const LogName& file, const SYSTEMTIME& stLine) noexcept;
 
   // Remembers the date of the newest line, by which the purge works.
   void NoteLineTime(const SYSTEMTIME& stLine) noexcept;
@@ -65,6 +68,7 @@ class CLogfile {
 
   void CreateBaseFolder() noexcept;
   SafeOpen OpenBaseFolder(LogFolder& folder) noexcept;
+  bool OpenModuleFolder(LogFolder& folder) noexcept;  // one that is there
   void ChooseFolder(const char* pszModule) noexcept;
 
   CRITICAL_SECTION m_csFolder;  // guards all down to the atomics, and the creation of the folder

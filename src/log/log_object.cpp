@@ -27,6 +27,24 @@ LogOutcome CInterface::CheckLogLevel(DWORD dwLevel) noexcept {
   return (dwMask & LOG_LEVEL_E) != 0 && (dwLevel & kTracedLevels) != 0 ? LogOutcome::Trace : LogOutcome::Drop;
 }
 
+// Opens the day's file: by its full path if it is the one that was found before, else from the root down. False: no line is to
+// be written. Where the file cannot be had the line is held.
+bool CInterface::OpenFile(LogThreadBuffers& buffers, const char* pszModule, const LogName& name,
+                          LogFolder& folder) noexcept {
+  PathText path;
+  const bool bQuick = m_logfile.MakeFilePath(path, name);
+  const bool bTurn = m_logStream.TakeTurn();
+  if (bTurn && bQuick && m_logStream.OpenKnown(buffers, path.Text())) return true;
+  const bool bFolder = m_logfile.CreateLogFolder(pszModule, folder);
+  if (!bTurn) return bFolder;
+  if (bFolder) {
+    m_logStream.Open(buffers, folder.module, name);
+  } else {
+    m_logStream.GiveUp();
+  }
+  return bFolder;
+}
+
 void CInterface::OutputLogMessage(const LogCall& call, const wchar_t* pwszFormat, va_list args) noexcept {
   const DWORD dwTurn = WaitForSingleObject(m_hTurnEvent.get(), kTurnTimeoutMs);
   if (dwTurn != WAIT_OBJECT_0 && dwTurn != WAIT_TIMEOUT)
@@ -38,14 +56,13 @@ void CInterface::OutputLogMessage(const LogCall& call, const wchar_t* pwszFormat
   m_logfile.NoteLineTime(stLine);
   const char* pszLine = CMessage::BuildLine(buffers, call, stLine, m_logfile.ModuleTag(), pwszFormat, args);
 
+  LogName name;
+  MakeDayFileName(name, stLine);
   LogFolder folder;
-  if (m_logfile.CreateLogFolder(call.pszModule, folder)) {
-    LogName name;
-    MakeDayFileName(name, stLine);
-    m_logStream.Open(buffers, folder.module, name);
+  if (OpenFile(buffers, call.pszModule, name, folder)) {
     if ((call.dwLevel & LOG_LEVEL_E) != 0) m_logStream.Write(buffers, m_traceRing.Collect(buffers.szCollect));
     if (pszLine != nullptr) m_logStream.Write(buffers, pszLine);
-    if (m_logStream.Close(buffers) > kRotateAbove) m_logfile.Rotate(folder.module, name, stLine);
+    if (m_logStream.Close(buffers) > kRotateAbove) m_logfile.Rotate(name, stLine);
   } else {
     Assert(".\\Interface", "CInterface::OutputLogMessage", 107, GetLastError());
   }

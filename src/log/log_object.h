@@ -39,6 +39,8 @@ class CInterface {
   CLogSetting& Setting() noexcept { return m_setting; }
 
  private:
+  bool OpenFile(LogThreadBuffers& buffers, const char* pszModule, const LogName& name, LogFolder& folder) noexcept;
+
   CLogSetting m_setting;
   CLogfile m_logfile;
   CLogStream m_logStream;

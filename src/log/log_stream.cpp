@@ -7,7 +7,10 @@
 namespace {
 
 constexpr DWORD kSlowOpenMs = 10'000;
-constexpr DWORD kMutexTimeoutMs = 60'000;
+constexpr char kSlowNote[] = "File access time is abnormal\r\n";
+constexpr DWORD kRetryMs = 50;
+constexpr DWORD kRetryPauseMs = 5;
+constexpr DWORD kRetryEveryMs = 1000;
 constexpr char kSeparator[] = "_______________System Infomation____________________\r\n";
 constexpr char kColumnHeader[] =
     "\r\n\r\n\r\n[MM/dd HH:mm(ss.ms )]\t[Process info      ] \t[Lv]\t[Module ] \tMessage\r\n"
@@ -60,38 +63,77 @@ CLogStream::CLogStream() noexcept
   InitializeCriticalSection(&m_csPending);
 }
 
-bool CLogStream::Open(LogThreadBuffers& buffers, const SafeFolder& folder, const LogName& file) noexcept {
-  if (!folder) return false;
+bool CLogStream::TakeTurn() noexcept {
   // A mutex that its owner abandoned is as good as a free one; where there is none, the file itself keeps others out.
-  const DWORD dwWait = WaitForSingleObject(m_hLogMutex.get(), m_bMutexHeldElsewhere ? 0 : kMutexTimeoutMs);
-  m_bMutexHeldElsewhere = dwWait == WAIT_TIMEOUT;
-  if (dwWait == WAIT_TIMEOUT) return false;
+  const DWORD dwStart = GetTickCount();
+  const DWORD dwWait = WaitForSingleObject(m_hLogMutex.get(), m_patience.Limit(dwStart));
+  m_patience.Waited(dwStart, GetTickCount(), dwWait != WAIT_TIMEOUT);
+  if (dwWait == WAIT_ABANDONED) m_bAbandoned = true;
+  return dwWait != WAIT_TIMEOUT;
+}
+
+bool CLogStream::OpenKnown(LogThreadBuffers& buffers, const wchar_t* pszFullPath) noexcept {
+  if (!m_known.IsKnown() || m_bAbandoned) return false;
+  const DWORD dwStart = GetTickCount();
+  ULONGLONG cbFile = 0;
+  UniqueHandle hFile = m_known.Open(pszFullPath, cbFile);
+  if (!hFile || cbFile == 0) return false;
+  buffers.hLogFile = hFile.release();
+  if (GetTickCount() - dwStart > kSlowOpenMs) Write(buffers, kSlowNote);
+  WriteHeld(buffers);
+  return true;
+}
+
+// What causes a violation of the share mode for some milliseconds, a virus scanner or a backup, is waited for; once a second
+// at most, since the thread has the turn of all others.
+UniqueHandle CLogStream::OpenPatiently(const SafeFolder& folder, const LogName& file, DWORD dwAccess,
+                                       FileFacts& facts) noexcept {
+  const DWORD dwStart = GetTickCount();
+  UniqueHandle hFile = folder.OpenFile(file.wsz, dwAccess, true, &facts);
+  if (hFile || GetLastError() != ERROR_SHARING_VIOLATION) return hFile;
+  const DWORD dwLast = m_dwLastRetry;
+  if (dwLast != 0 && dwStart - dwLast < kRetryEveryMs) return nullptr;
+  m_dwLastRetry = dwStart | 1;
+  while (!hFile && GetLastError() == ERROR_SHARING_VIOLATION && GetTickCount() - dwStart < kRetryMs) {
+    Sleep(kRetryPauseMs);
+    hFile = folder.OpenFile(file.wsz, dwAccess, true, &facts);
+  }
+  return hFile;
+}
+
+bool CLogStream::Open(LogThreadBuffers& buffers, const SafeFolder& folder, const LogName& file) noexcept {
   const DWORD dwStart = GetTickCount();
   // Whoever had the mutex may have died in the middle of a line: told by the mutex, or else found by the next process.
-  const bool bMayBeTorn = dwWait == WAIT_ABANDONED || !m_bEndLookedAt;
-  const DWORD dwAccess = bMayBeTorn ? GENERIC_READ | GENERIC_WRITE : GENERIC_WRITE;
-  BY_HANDLE_FILE_INFORMATION information;
-  UniqueHandle hFile = folder.OpenFile(file.wsz, dwAccess, true, &information);
+  const bool bMayBeTorn = m_bAbandoned || !m_bEndLookedAt;
+  FileFacts facts;
+  UniqueHandle hFile =
+      folder ? OpenPatiently(folder, file, bMayBeTorn ? GENERIC_READ | GENERIC_WRITE : GENERIC_WRITE, facts) : nullptr;
   if (!hFile) {
     ReleaseMutex(m_hLogMutex.get());
     return false;
   }
+  m_known.Remember(facts);
   buffers.hLogFile = hFile.release();
   if (bMayBeTorn) EndTornLine(buffers.hLogFile);
   m_bEndLookedAt = true;
-  if (information.nFileSizeHigh == 0 && information.nFileSizeLow == 0) {
+  m_bAbandoned = false;
+  if (facts.IsEmpty()) {
     Write(buffers, kLogHeader);
     WriteSystemInfo(buffers);
     Write(buffers, kColumnHeader);
   }
-  if (GetTickCount() - dwStart > kSlowOpenMs) Write(buffers, "File access time is abnormal\r\n");
-  {
+  if (GetTickCount() - dwStart > kSlowOpenMs) Write(buffers, kSlowNote);
+  WriteHeld(buffers);
+  return true;
+}
+
+void CLogStream::WriteHeld(LogThreadBuffers& buffers) noexcept {
+  if (m_cbPending != 0) {
     const SectionLock lock(m_csPending);
     if (m_cbPending != 0) Append(buffers.hLogFile, m_szPending, m_cbPending);
     m_cbPending = 0;
   }
-  if (m_bWriteFailed.exchange(false)) Write(buffers, "<=== Log output here failed\r\n");
-  return true;
+  if (m_bWriteFailed && m_bWriteFailed.exchange(false)) Write(buffers, "<=== Log output here failed\r\n");
 }
 
 void CLogStream::EndTornLine(HANDLE hFile) noexcept {

@@ -123,7 +123,8 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
   *pcbWritten = std::min(*pcbWritten, cbBuf);  // whatever the other side claims
   if (!bWritten || *pcbWritten == 0 || pIniJob == nullptr) return bWritten;
   const DWORD cbTaken = *pcbWritten;
-  if (pIniJob->pszJobFilePath != nullptr && bAsClient) gJob.OutputJobFile(pIniJob->pszJobFilePath, pBuf, cbTaken);
+  if (pIniJob->pszJobFilePath != nullptr && bAsClient)
+    gJob.OutputJobFile(pIniJob->pszJobFilePath, pBuf, cbTaken, pIniJob->archived);
   if (bWatched && pIniPort->bUseSdkSrv && (pIniPort->dwPortFlags & PORT_AUTO_REPRINT) != 0 &&
       CashWriteData(pIniPort, pBuf, cbTaken) != ERROR_SUCCESS) {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);

@@ -16,6 +16,8 @@
 #include <atomic>
 #include <cstddef>
 
+#include "common/job_archive.h"
+
 class CSdk;
 struct DevData;
 struct IniJob;
@@ -80,6 +82,7 @@ struct IniJob {
   CSdk* pSdkMng;                  // borrowed from the port
   wchar_t* pszJobDataPath;        // owned: archive root
   wchar_t* pszJobFilePath;        // owned: this job's archive file
+  ArchivedFile archived;          // what is known of that file
   BYTE bySeqNo;                   // sequence number of the execution-response request
   HANDLE hEventCancel;            // manual-reset, owned: the job was cancelled in the spooler; for those who wait
   std::atomic<bool> bCancelSeen;  // … and for those who look; outlives the event, never taken back

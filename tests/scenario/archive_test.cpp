@@ -199,16 +199,17 @@ TEST_P(Archive, RefusedAndFullDisksOnlyCostTheirBuffer) {
   w32::AdvanceClock(20'000);
   constexpr struct {
     const char* pszApi;
+    unsigned nTimes;  // a file is opened the quick way and then, from the root on, carefully
     DWORD dwError;
     const char* pszMessage;
-  } kFailures[] = {{"CreateFileW", ERROR_ACCESS_DENIED, "Fail to open the output job file."},
-                   {"SetFilePointer", ERROR_INVALID_HANDLE, "Fail to set pointer on the output job file."},
-                   {"WriteFile", ERROR_DISK_FULL, "Fail to write to output job file."}};
+  } kFailures[] = {{"CreateFileW", 2, ERROR_ACCESS_DENIED, "Fail to open the output job file."},
+                   {"SetFilePointer", 1, ERROR_INVALID_HANDLE, "Fail to set pointer on the output job file."},
+                   {"WriteFile", 1, ERROR_DISK_FULL, "Fail to write to output job file."}};
   for (const auto& failure : kFailures) {
     World::DeleteTree(kRoot);
     const w32::FaultsOn faults;
     const auto options = AtByte(
-        10, [&] { w32::FailCalls(failure.pszApi, 1, 0, failure.dwError); }, 10);
+        10, [&] { w32::FailCalls(failure.pszApi, failure.nTimes, 0, failure.dwError); }, 10);
     EXPECT_TRUE(PrintOn(m_hPort, "0123456789abcdefghijKLMNOPQRST", "TEXT", options).bDelivered);
     const w32::FaultsOn exempt(false);
     EXPECT_EQ(Archived(), std::vector<std::string>{"0123456789KLMNOPQRST"}) << failure.pszApi;
@@ -222,10 +223,9 @@ TEST_P(Archive, AgeingKeepsItsWordInTheQueuesKey) {
   const std::string strGuid = "{01234567-89AB-CDEF-0123-456789ABCDEF}";
   m_pQueue->data["UtilityGUID"] = Spooler::Text(strGuid);
   EXPECT_TRUE(Print("x"));
-  const sim::WideString key = sim::Wide("SOFTWARE\\Kelvane\\Kelvane HM-520\\" + strGuid);
   HKEY hKey = nullptr;
-  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_QUERY_VALUE, &hKey),
-            static_cast<LSTATUS>(ERROR_SUCCESS));
+  ASSERT_EQ(World::OpenClientKey("SOFTWARE\\Kelvane\\Kelvane HM-520\\" + strGuid, KEY_QUERY_VALUE, &hKey),
+            ERROR_SUCCESS);
   DWORD dwWord = 0;
   DWORD cb = sizeof dwWord;
   RegQueryValueExW(hKey, L"ChkJobFileTime", nullptr, nullptr, reinterpret_cast<BYTE*>(&dwWord), &cb);
@@ -336,7 +336,7 @@ TEST_F(Ageing, WordOfAClientWhoseHiveCannotBeOpenedIsKeptNowhere) {
     EXPECT_TRUE(PrintOn(m_hPort, "x").bDelivered);
   }
   HKEY hKey = nullptr;
-  EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"SOFTWARE\\Kelvane\\Kelvane HM-520\\{1234}", 0, KEY_QUERY_VALUE, &hKey),
+  EXPECT_EQ(World::OpenClientKey("SOFTWARE\\Kelvane\\Kelvane HM-520\\{1234}", KEY_QUERY_VALUE, &hKey),
             static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND));
 }
 

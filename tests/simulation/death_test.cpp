@@ -28,8 +28,7 @@ struct Estate {
 
 bool ReadWord(DWORD& dwWord) {
   HKEY hKey = nullptr;
-  if (RegOpenKeyExW(HKEY_CURRENT_USER, sim::Wide(kAgeingKey).c_str(), 0, KEY_QUERY_VALUE, &hKey) != ERROR_SUCCESS)
-    return false;
+  if (World::OpenClientKey(kAgeingKey, KEY_QUERY_VALUE, &hKey) != ERROR_SUCCESS) return false;
   DWORD cb = sizeof dwWord;
   const bool bRead = RegQueryValueExW(hKey, L"ChkJobFileTime", nullptr, nullptr, reinterpret_cast<BYTE*>(&dwWord),
                                       &cb) == ERROR_SUCCESS;
@@ -39,8 +38,7 @@ bool ReadWord(DWORD& dwWord) {
 
 void WriteWord(DWORD dwWord) {
   HKEY hKey = nullptr;
-  RegCreateKeyExW(HKEY_CURRENT_USER, sim::Wide(kAgeingKey).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE,
-                  nullptr, &hKey, nullptr);
+  World::OpenClientKey(kAgeingKey, KEY_SET_VALUE, &hKey, true);
   RegSetValueExW(hKey, L"ChkJobFileTime", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dwWord), sizeof dwWord);
   RegCloseKey(hKey);
 }

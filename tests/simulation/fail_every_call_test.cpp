@@ -23,7 +23,7 @@ TEST(FailEveryCall, PortMonitorJob) {
     world.services.dwState = SERVICE_STOPPED;
     world.AddPrinter("Till", "COM1", kModel);
   };
-  EXPECT_GT(FailEveryCall(kAllLevels, machine, [](sim::World& world) { PrintOneJob(world, "COM1"); }), 400u);
+  EXPECT_GT(FailEveryCall(kAllLevels, machine, [](sim::World& world) { PrintOneJob(world, "COM1"); }), 350u);
 }
 
 TEST(FailEveryCall, DeviceJobOnAnOpenAlwaysPort) {

@@ -13,6 +13,8 @@ using sim::World;
 
 namespace {
 
+std::string g_strDebugText;
+
 constexpr char kModule[] = "DRV_LM \0PrinterDriver";
 
 void Say(DWORD dwLevel, const wchar_t* pszText, const char* pszRoutine = "Routine") {
@@ -400,7 +402,7 @@ TEST_F(LogClock, SlowFileIsNotedBeforeTheLine) {
   Say(LOG_LEVEL_E, L"first");
   const w32::FaultsOn faults;
   for (const DWORD dwMilliseconds : {10'000u, 10'001u}) {
-    w32::SlowCall("CreateFileW", dwMilliseconds, 3);  // behind the three folders
+    w32::SlowCall("CreateFileW", dwMilliseconds);
     Say(LOG_LEVEL_E, L"slow");
     EXPECT_EQ(World::LogCount("File access time is abnormal\r\n["), dwMilliseconds > 10'000 ? 1u : 0u);
   }
@@ -411,15 +413,31 @@ TEST_F(LogClock, FolderThatCannotBeMadeEndsLoggingForTheProcess) {
   Mask(LOG_LEVEL_E);
   {
     const w32::FaultsOn faults;
-    w32::FailCalls("CreateDirectoryW");
+    w32::FailCalls("CreateDirectoryW", 1, 0, ERROR_DISK_FULL);
     Say(LOG_LEVEL_E, L"lost");
   }
   Say(LOG_LEVEL_E, L"lost as well");
   EXPECT_EQ(World::LogText(), "");
 }
-#endif
 
-std::string g_strDebugText;
+// … unless it is only this thread that may not: the next line may be the spooler's own.
+TEST_F(LogClock, FolderThatOneClientMayNotMakeCostsItsLine) {
+  RemoveDirectoryW(sim::Wide(World::LogFolder()).c_str());
+  Mask(LOG_LEVEL_E);
+  g_strDebugText.clear();
+  w32::SetDebugSink([](const std::string& strText) { g_strDebugText += strText; });
+  {
+    const w32::FaultsOn faults;
+    w32::FailCalls("CreateDirectoryW");
+    Say(LOG_LEVEL_E, L"of a client");
+  }
+  w32::SetDebugSink(nullptr);
+  EXPECT_NE(g_strDebugText.find("File:.\\Interface(line:107)/ CInterface::OutputLogMessage"), std::string::npos);
+  Say(LOG_LEVEL_E, L"of the spooler");
+  EXPECT_EQ(World::LogCount("of a client"), 0u);
+  EXPECT_EQ(World::LogCount("of the spooler\r\n"), 1u);
+}
+#endif
 
 TEST(AssertTest, GoesToTheDebuggerAndIsCut) {
 #ifndef _WIN32

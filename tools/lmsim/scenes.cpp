@@ -61,8 +61,7 @@ const Scene kScenes[] = {
        PrintFirst(stage);
        DeleteFirst(stage, JOB_STATUS_DELETING);
      },
-     [](Stage& stage) { BuildTill(stage, sim::Receipt(90), kSlow); }, nullptr,
-     kLooks, 1, false},
+     [](Stage& stage) { BuildTill(stage, sim::Receipt(90), kSlow); }, nullptr, kLooks, 1, false},
 
     {"deletion-resending", "a lost job is deleted while it is sent again",
      [](Stage& stage) {

@@ -102,7 +102,8 @@ void Stage::CheckDeletion(const SceneJob& job) {
       verdict.Holds(!bCancelled, "nothing is sent once the device was cancelled for its deletion");
     bCancelled |= bCancel;
   }
-  const bool bOnDevice = m_world->journal.Of(sim::Format("port StartDocPort %s job=%u", PortOf(job).c_str(), id)).empty();
+  const bool bOnDevice =
+      m_world->journal.Of(sim::Format("port StartDocPort %s job=%u", PortOf(job).c_str(), id)).empty();
   if (!bSeen || !bOnDevice || !job.result.bStarted) return;
   verdict.AtMost(job.dwEnded - dwSeen, kEndsMs + job.ullLateMs,
                  "milliseconds from the sight of its deletion to its end");
@@ -127,8 +128,7 @@ void Stage::CheckConfirmation(const SceneJob& job) {
 }
 
 bool Stage::IsSeenDeleted(const SceneJob& job) const {
-  return m_world->journal.Count(
-             sim::Format("GetJob %u tells of its deletion", static_cast<unsigned>(job.dwId))) != 0;
+  return m_world->journal.Count(sim::Format("GetJob %u tells of its deletion", static_cast<unsigned>(job.dwId))) != 0;
 }
 
 std::string Stage::PortOf(const SceneJob& job) { return m_world->spooler.FindQueue(job.strQueue)->strPort; }
@@ -145,8 +145,7 @@ std::string Stage::Outcome() {
   std::string str;
   for (const auto& pJob : m_jobs) {
     const SceneJob& job = *pJob;
-    const std::vector<std::string> strips =
-        m_world->PrinterOf(PortOf(job)).Strips();
+    const std::vector<std::string> strips = m_world->PrinterOf(PortOf(job)).Strips();
     str += sim::Format("%d%d e%u %u of %zu;", job.result.bStarted, job.result.bDelivered,
                        static_cast<unsigned>(job.result.bStarted ? 0 : job.result.dwError),
                        static_cast<unsigned>(job.result.ullDelivered), job.strData.size());
