@@ -122,6 +122,11 @@ void Unlink(const std::string& strPath) {
   StampWithClock(ParentOf(strPath));
 }
 
+bool IsDeleted(const FileId& id) {
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  return Deleted().count(id) != 0;
+}
+
 bool IsOpen(const FileId& id) {
   for (const File* pFile : OpenFiles())
     if (pFile->id == id) return true;
@@ -240,7 +245,8 @@ HANDLE Open(const wchar_t* pszPath, const OpenRequest& request, bool& bBreaking)
   if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
   const std::size_t cch = wcslen(pszPath);
   const bool bBackup = (request.dwFlags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
-  if (!bBackup && cch > 0 && (pszPath[cch - 1] == '\\' || pszPath[cch - 1] == '/')) return fail(ERROR_INVALID_NAME);
+  const bool bCut = cch > 0 && (pszPath[cch - 1] == '\\' || pszPath[cch - 1] == '/');
+  if (bCut && !(bBackup && path.bThere && IsFolder(path.strHost))) return fail(ERROR_INVALID_NAME);
 
   const bool bNotThrough = (request.dwFlags & FILE_FLAG_OPEN_REPARSE_POINT) != 0;
   struct stat target = path.status;
@@ -261,7 +267,7 @@ HANDLE Open(const wchar_t* pszPath, const OpenRequest& request, bool& bBreaking)
   switch (request.dwDisposition) {
     case CREATE_NEW: nFlags |= O_CREAT | O_EXCL; break;
     case CREATE_ALWAYS:
-    case OPEN_ALWAYS: nFlags |= O_CREAT; break;
+    case OPEN_ALWAYS: nFlags |= bFolder ? 0 : O_CREAT; break;
     case OPEN_EXISTING: break;
     default: Unsupported("CreateFileW with this disposition");
   }
@@ -299,7 +305,7 @@ HANDLE Open(const wchar_t* pszPath, const OpenRequest& request, bool& bBreaking)
     StampWithClock(path.strHost);
     StampWithClock(ParentOf(path.strHost));
   }
-  auto pFile = std::make_shared<File>(nFile, request.dwAccess, request.dwShare, bNotThrough, IdOf(status));
+  auto pFile = std::make_shared<File>(nFile, request.dwAccess, request.dwShare, bNotThrough, status);
   OpenFiles().insert(pFile.get());
   if ((request.dwFlags & FILE_FLAG_DELETE_ON_CLOSE) != 0) pFile->bDeleteAtClose = true;
   SetLastError(bExisted && request.dwDisposition != OPEN_EXISTING ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
@@ -383,6 +389,7 @@ BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, 
   if (FaultHere("ReadFile", ERROR_GEN_FAILURE)) return FALSE;
   const auto pFile = FindObject<File>(hFile);
   if (pFile && (pFile->dwAccess & (GENERIC_READ | FILE_READ_DATA)) == 0) return Fails(ERROR_ACCESS_DENIED);
+  if (pFile && pFile->bFolder) return Fails(ERROR_INVALID_FUNCTION);
   const ssize_t n = read(HostFile(hFile), lpBuffer, nNumberOfBytesToRead);
   if (n < 0) return Fails(ERROR_INVALID_HANDLE);
   *lpNumberOfBytesRead = static_cast<DWORD>(n);
@@ -418,9 +425,12 @@ DWORD WINAPI SetFilePointer(HANDLE hFile, LONG lDistanceToMove, PLONG lpDistance
   PlatformCall();
   if (FaultHere("SetFilePointer", ERROR_GEN_FAILURE)) return INVALID_SET_FILE_POINTER;
   const int nWhence = dwMoveMethod == FILE_BEGIN ? SEEK_SET : dwMoveMethod == FILE_CURRENT ? SEEK_CUR : SEEK_END;
-  const off_t n = lseek(HostFile(hFile), lDistanceToMove, nWhence);
+  const auto pFile = FindObject<File>(hFile);
+  // A folder has no bytes, whatever the host says of its size.
+  const off_t n =
+      lseek(HostFile(hFile), lDistanceToMove, pFile && pFile->bFolder && nWhence == SEEK_END ? SEEK_SET : nWhence);
   if (n < 0) {
-    SetLastError(ERROR_INVALID_HANDLE);
+    SetLastError(errno == EINVAL ? ERROR_NEGATIVE_SEEK : ERROR_INVALID_HANDLE);
     return INVALID_SET_FILE_POINTER;
   }
   SetLastError(ERROR_SUCCESS);
@@ -438,7 +448,7 @@ BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
   if (FaultHere("GetFileSizeEx", ERROR_GEN_FAILURE)) return FALSE;
   struct stat status {};
   if (fstat(HostFile(hFile), &status) != 0) return Fails(ERROR_INVALID_HANDLE);
-  lpFileSize->QuadPart = status.st_size;
+  lpFileSize->QuadPart = S_ISDIR(status.st_mode) ? 0 : status.st_size;
   return TRUE;
 }
 
@@ -469,20 +479,24 @@ BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAttributes) {
   return TRUE;
 }
 
+// A path as the calls take it that need something to be there: FALSE with the fitting error when there is nothing.
+static bool IsThere(const MappedPath& path) {
+  if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
+  return path.bThere || Fails(NotFound(path.strHost));
+}
+
 BOOL WINAPI DeleteFileW(LPCWSTR lpFileName) {
   PlatformCall();
   if (FaultHere("DeleteFileW", ERROR_ACCESS_DENIED)) return FALSE;
   const MappedPath path = MapPath(lpFileName);
-  if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
-  if (IsFolder(path.strHost) || IsReadOnly(path.strHost)) return Fails(ERROR_ACCESS_DENIED);
+  if (!IsThere(path)) return FALSE;
+  const FileId id = IdOf(path.status);
+  if (IsDeleted(id) || IsFolder(path.strHost) || IsReadOnly(path.strHost)) return Fails(ERROR_ACCESS_DENIED);
   if (!FreeToGo(path.strHost)) return Fails(ERROR_SHARING_VIOLATION);
-  struct stat status {};
-  if (lstat(path.strHost.c_str(), &status) != 0) return Fails(FromErrno(errno));
   {
     std::lock_guard<std::mutex> lock(g_openMutex);
-    if (Deleted().count(IdOf(status)) != 0) return Fails(ERROR_ACCESS_DENIED);
-    if (IsOpen(IdOf(status))) {  // its name stays until the last handle is closed
-      Deleted().insert(IdOf(status));
+    if (IsOpen(id)) {  // its name stays until the last handle is closed
+      Deleted().insert(id);
       return TRUE;
     }
   }
@@ -496,10 +510,12 @@ BOOL WINAPI MoveFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName) {
   if (FaultHere("MoveFileW", ERROR_ACCESS_DENIED)) return FALSE;
   const MappedPath from = MapPath(lpExistingFileName);
   const MappedPath to = MapPath(lpNewFileName);
-  if (from.dwError != ERROR_SUCCESS) return Fails(from.dwError);
-  if (to.dwError != ERROR_SUCCESS) return Fails(to.dwError);
+  if (!IsThere(from)) return FALSE;
+  if (IsDeleted(IdOf(from.status))) return Fails(ERROR_ACCESS_DENIED);
   if (!FreeToGo(from.strHost)) return Fails(IsFolder(from.strHost) ? ERROR_ACCESS_DENIED : ERROR_SHARING_VIOLATION);
-  if (access(to.strHost.c_str(), F_OK) == 0) return Fails(ERROR_ALREADY_EXISTS);
+  if (to.dwError != ERROR_SUCCESS) return Fails(to.dwError);
+  if (!IsFolder(ParentOf(to.strHost))) return Fails(ERROR_PATH_NOT_FOUND);
+  if (to.bThere && IdOf(to.status) != IdOf(from.status)) return Fails(ERROR_ALREADY_EXISTS);
   if (rename(from.strHost.c_str(), to.strHost.c_str()) != 0) return Fails(FromErrno(errno));
   return TRUE;
 }
@@ -524,8 +540,9 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
   PlatformCall();
   if (FaultHere("RemoveDirectoryW", ERROR_ACCESS_DENIED)) return FALSE;
   const MappedPath path = MapPath(lpPathName);
-  if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
-  const bool bLink = path.bThere && S_ISLNK(path.status.st_mode);
+  if (!IsThere(path)) return FALSE;
+  const bool bLink = S_ISLNK(path.status.st_mode);
+  if (!bLink && !S_ISDIR(path.status.st_mode)) return Fails(ERROR_DIRECTORY);
   if (!FreeToGo(path.strHost)) return Fails(ERROR_SHARING_VIOLATION);
   if ((bLink ? unlink(path.strHost.c_str()) : rmdir(path.strHost.c_str())) != 0) return Fails(FromErrno(errno));
   StampWithClock(ParentOf(path.strHost));

@@ -21,14 +21,20 @@ inline FileId IdOf(const struct stat& status) { return {status.st_dev, status.st
 // An open file or folder. What concerns sharing and deletion belongs to the file, not to a path.
 class File : public Object {
  public:
-  File(int nHostFile, DWORD dwDesiredAccess, DWORD dwShareMode, bool bNotThrough, const FileId& fileId)
-      : nFile(nHostFile), dwAccess(dwDesiredAccess), dwShare(dwShareMode), bAsReparsePoint(bNotThrough), id(fileId) {}
+  File(int nHostFile, DWORD dwDesiredAccess, DWORD dwShareMode, bool bNotThrough, const struct stat& status)
+      : nFile(nHostFile),
+        dwAccess(dwDesiredAccess),
+        dwShare(dwShareMode),
+        bAsReparsePoint(bNotThrough),
+        bFolder(S_ISDIR(status.st_mode)),
+        id(IdOf(status)) {}
   ~File() override;
 
   const int nFile;
   const DWORD dwAccess;
   const DWORD dwShare;
   const bool bAsReparsePoint;  // opened with FILE_FLAG_OPEN_REPARSE_POINT
+  const bool bFolder;
   const FileId id;
   bool bDeleteAtClose = false;  // its name goes with this handle, whoever else has it open
 };

@@ -79,7 +79,9 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR lpFileName, LPWIN32_FIND_DATAW lpFindFileDa
   while (const dirent* pEntry = readdir(pFolder))
     if (Matches(strPattern.c_str(), pEntry->d_name)) names.emplace_back(pEntry->d_name);
   closedir(pFolder);
-  std::sort(names.begin(), names.end());
+  std::sort(names.begin(), names.end(), [](const std::string& strLeft, const std::string& strRight) {
+    return strcasecmp(strLeft.c_str(), strRight.c_str()) < 0;  // as the volume keeps them
+  });
 
   auto* pFind = new Find;
   for (const std::string& strName : names) {

@@ -84,13 +84,19 @@ DWORD AttributesOf(const File& file, const struct stat& status) {
   return dwReparse != 0 ? dwReparse : FILE_ATTRIBUTE_NORMAL;
 }
 
+bool ParentIsFolder(const std::string& strPath) {
+  struct stat status {};
+  return stat(strPath.substr(0, strPath.rfind('/')).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 BOOL Rename(const File& file, const FILE_RENAME_INFO& info) {
   if (info.ReplaceIfExists || info.RootDirectory != nullptr) Unsupported("this kind of rename by handle");
   std::u16string strName(info.FileNameLength / sizeof(wchar_t), u'\0');
   std::memcpy(strName.data(), info.FileName, info.FileNameLength);
   const MappedPath to = MapPath(reinterpret_cast<const wchar_t*>(strName.c_str()));
   if (to.dwError != ERROR_SUCCESS) return Fails(to.dwError);
-  if (access(to.strHost.c_str(), F_OK) == 0) return Fails(ERROR_ALREADY_EXISTS);
+  if (!ParentIsFolder(to.strHost)) return Fails(ERROR_PATH_NOT_FOUND);
+  if (to.bThere && IdOf(to.status) != file.id) return Fails(ERROR_ALREADY_EXISTS);
   if (rename(HostPathOf(file).c_str(), to.strHost.c_str()) != 0) return Fails(ERROR_ACCESS_DENIED);
   return TRUE;
 }
@@ -216,8 +222,16 @@ BOOLEAN WINAPI CreateSymbolicLinkW(LPCWSTR lpSymlinkFileName, LPCWSTR lpTargetFi
 
 BOOL WINAPI CreateHardLinkW(LPCWSTR lpFileName, LPCWSTR lpExistingFileName, LPSECURITY_ATTRIBUTES) {
   PlatformCall();
-  if (link(HostPath(lpExistingFileName).c_str(), HostPath(lpFileName).c_str()) == 0) return TRUE;
-  return Fails(errno == EEXIST ? ERROR_ALREADY_EXISTS : ERROR_FILE_NOT_FOUND);
+  const MappedPath from = MapPath(lpExistingFileName);
+  const MappedPath to = MapPath(lpFileName);
+  if (from.dwError != ERROR_SUCCESS) return Fails(from.dwError);
+  if (!from.bThere) return Fails(ParentIsFolder(from.strHost) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+  if (to.dwError != ERROR_SUCCESS) return Fails(to.dwError);
+  if (!ParentIsFolder(to.strHost)) return Fails(ERROR_PATH_NOT_FOUND);
+  if (S_ISDIR(from.status.st_mode)) return Fails(ERROR_ACCESS_DENIED);
+  if (to.bThere) return Fails(ERROR_ALREADY_EXISTS);
+  if (link(from.strHost.c_str(), to.strHost.c_str()) == 0) return TRUE;
+  return Fails(ERROR_PATH_NOT_FOUND);
 }
 
 }  // extern "C"

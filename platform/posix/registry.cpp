@@ -217,6 +217,7 @@ LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWO
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegEnumValueW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
   std::lock_guard<std::mutex> lock(g_registryMutex);
+  if (!IsRoot(hKey) && (RecordOf(hKey)->samDesired & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
   const Key& key = *KeyOf(hKey);
   if (dwIndex >= key.values.size()) return ERROR_NO_MORE_ITEMS;
   const auto& [strName, value] = key.values[dwIndex];

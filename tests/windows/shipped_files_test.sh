@@ -4,6 +4,7 @@
 # shipped_files_test.sh FILES WORK   FILES: the folder with the programs of the Windows build
 set -eu
 files=$(realpath "$1")
+here=$(realpath "$(dirname "$0")")
 make_release=$(realpath "$(dirname "$0")/../../package/make_release.sh")
 rm -rf "$2"
 mkdir -p "$2"
@@ -23,6 +24,12 @@ for file in kelvane_lm.dll lmctl.exe setup_actions.dll; do
        write && run { bad = 1 } END { exit bad }' headers.txt || fail "$file has a section that is written and run"
   ! grep -q 'Name: .debug_' headers.txt || fail "$file holds debug information"
 done
+
+# A DLL that names a routine that Windows 7 lacks is not loaded there at all.
+llvm-readobj --coff-imports "$files/kelvane_lm.dll" | sed 's/ (.*//' |
+  awk '/Name:/ { library = tolower($2) } /Symbol:/ { print library " " $2 }' | sort >imports.txt
+unknown=$(comm -23 imports.txt <(grep -v '^#' "$here/imports_of_6_1.txt" | sort))
+[ -z "$unknown" ] || fail "the DLL imports what Windows 7 is not known to have: $unknown"
 
 for name in kelvane_lm:dll:src/monitor/entry.cpp lmctl:exe:tools/lmctl/job_story.cpp; do
   IFS=: read -r stem kind source <<<"$name"

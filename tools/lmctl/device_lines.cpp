@@ -120,9 +120,13 @@ void StoryMachine::EndSend(Job& job, std::int64_t nLength, std::int64_t nWritten
     return;
   }
   job.nRequestRest = 0;
-  if (MayBeRequest(nSize)) {
+  // The last bytes of a job that is sent again in pieces may be as few as a question has.
+  const bool bRestOfResend = job.nResendRest > 0 && nSize == job.nResendRest;
+  job.nResendRest = 0;
+  if (MayBeRequest(nSize) && !bRestOfResend) {
     job.nRequestRest = nSize - std::max<std::int64_t>(nWritten, 0);
     if (IsExecRequest(nSize)) {
+      job.bAskedAgain = job.bAskedAgain || job.exec != Job::Exec::NotAsked;
       job.exec = Job::Exec::Asked;
       job.bOneByte = nSize == 2;
       if (job.llResendFrom != 0) {
@@ -136,6 +140,7 @@ void StoryMachine::EndSend(Job& job, std::int64_t nLength, std::int64_t nWritten
     }
     return;
   }
+  job.nResendRest = std::max<std::int64_t>(nSize - std::max<std::int64_t>(nWritten, 0), 0);
   if (!job.bResend) Note(job, "The whole job is being sent again.");
   job.bResend = true;
   if (job.llWaitFrom != 0) {
@@ -192,6 +197,7 @@ void StoryMachine::ReprintLine(Job& job, const LogLine& line) {
     job.nLastCode = 122;
     Note(job, "Memory for sending the job again was short; the write failed.");
   } else if (message.find("[OFFLINE]") != std::string_view::npos) {
+    job.nResendRest = 0;
     job.strLoss = "the printer was off line";
     Note(job, "The printer went off line while the job was sent again.");
   }

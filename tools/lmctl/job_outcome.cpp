@@ -47,7 +47,8 @@ void StoryMachine::Conclude(Job& job) const {
   if (!job.Has('I')) story.nBytes = kUnknown;
 
   // Resends: their own lines, or that nothing led to one.
-  const bool bNothingLost = job.exec != Job::Exec::Failed && !job.bReset && !job.bResend && job.nDone == 0;
+  const bool bNothingLost =
+      job.exec != Job::Exec::Failed && !job.bAskedAgain && !job.bReset && !job.bResend && job.nDone == 0;
   if (story.path == Path::PortMonitor || job.bRefused) {
     story.nReprints = 0;
     story.maybeTwice = Tri::No;

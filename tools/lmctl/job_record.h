@@ -33,7 +33,9 @@ struct StoryMachine::Job {
   // The job's end on the device path.
   std::int64_t nPendingLength = kUnknown;  // of the send that is under way
   std::int64_t nRequestRest = 0;           // of a request that went out in part
+  std::int64_t nResendRest = 0;            // of the job that is being sent again, as far as the lines tell
   enum class Exec : std::uint8_t { NotAsked, Asked, Failed } exec = Exec::NotAsked;
+  bool bAskedAgain = false;  // the printer was asked to confirm it more than once: something came between
   bool bOneByte = false;
   bool bGaveUp = false;
   bool bCannotReprint = false;

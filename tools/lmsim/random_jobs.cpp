@@ -74,12 +74,14 @@ std::size_t CountIn(const std::string& strText, const std::string& strPart) {
 class Simulation {
  public:
   explicit Simulation(std::uint64_t ullSeed)
-      : m_random(ullSeed),
-        m_ullSeed(ullSeed),
+      : m_ullSeed(ullSeed),
+        m_random(ullSeed),
+        m_others(ullSeed ^ 0xF11E5u),
         m_bHostile(Chance(8)),
         m_bLostWatchers(!m_bHostile && Chance(4)),
         m_bLogHeld(Chance(10)),
-        m_bLinks(Chance(6)) {
+        m_bLinks(Chance(6)),
+        m_bOthers(m_others() % 8 == 0) {
     w32::SetSeed(ullSeed);
     // Half of the seeds log everything and have the tool's stories judged; a quarter some levels; the rest changes them.
     constexpr DWORD kMasks[] = {0x012, 0x016, 0x096, 0x112, 0x116, 0x006};
@@ -106,6 +108,7 @@ class Simulation {
     std::vector<std::unique_ptr<Beside>> others;
     if (m_bLogHeld) others.push_back(HoldLogMutex(Pick(100'000)));
     if (m_bLinks) others.push_back(MakeLinks());
+    if (m_bOthers) others.push_back(MeddleWithFiles());
     std::vector<std::unique_ptr<Beside>> threads;
     for (PortPlan& port : m_ports) threads.push_back(std::make_unique<Beside>([this, &port] { PrintJobs(port); }));
     if (!bSharedDevice && Chance(3)) {  // the service goes and comes between the jobs
@@ -126,6 +129,10 @@ class Simulation {
     m_bStopLinks = true;
     threads.clear();
     others.clear();
+    w32::DropOplocks();
+    w32::RefuseNormalizedNames(false);
+    for (unsigned n = 1; n <= 3; ++n) w32::RefuseHive(n, false);
+    sim::SetClient(1);
     Sleep(60'000);  // the paper comes out
     for (PortPlan& port : m_ports)
       if (!m_bHostile) Check(port);
@@ -296,6 +303,37 @@ class Simulation {
     });
   }
 
+  // Programs and users that have to do with the files: scanners, locks that are not given up for a while, placeholders, clients
+  // whose hives refuse, a volume that tells only some names.
+  std::unique_ptr<Beside> MeddleWithFiles() {
+    std::vector<std::string> places = {sim::World::LogFolder() + "\\20261118.log"};
+    for (const PortPlan& port : m_ports)
+      if (!port.strRoot.empty()) places.push_back(port.strRoot + "\\20261118");
+    if (m_others() % 4 == 0) w32::RefuseNormalizedNames(true);
+    return std::make_unique<Beside>([this, places] {
+      for (int n = 0; n < 40 && !m_bStopLinks; ++n) {
+        Sleep(static_cast<DWORD>(m_others() % 300));
+        const sim::WideString place = sim::Wide(places[m_others() % places.size()]);
+        const bool bThere = GetFileAttributesW(place.c_str()) != INVALID_FILE_ATTRIBUTES;
+        switch (m_others() % 5) {
+          case 0:
+            if (bThere) w32::RefuseSharing(place.c_str(), static_cast<DWORD>(m_others() % 60));
+            break;
+          case 1:
+            if (bThere) w32::HoldOplock(place.c_str());
+            Sleep(static_cast<DWORD>(m_others() % 400));
+            w32::DropOplocks();
+            break;
+          case 2:
+            if (bThere) w32::SetReparseTag(place.c_str(), 0x9000001A);
+            break;
+          case 3: sim::SetClient(static_cast<unsigned>(1 + m_others() % 3)); break;
+          default: w32::RefuseHive(static_cast<unsigned>(1 + m_others() % 3), m_others() % 2 == 0);
+        }
+      }
+    });
+  }
+
   // The driver asks while the spooler closes the port.
   void CloseBesideRequests(PortPlan& port) {
     Beside driver([&] {
@@ -332,7 +370,7 @@ class Simulation {
           Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), static_cast<unsigned>(job.dwId)));
       if (job.IsCancelled() && job.result.bStarted && !bOnPortMonitor) CheckCancelled(port, job);
       if (job.IsCancelled() || !job.result.bDelivered) continue;
-      if (!strArchive.empty() && !m_bLinks) {
+      if (!strArchive.empty() && !m_bLinks && !m_bOthers) {
         verdict.Equal(CountIn(strArchive, job.strData), 1u, "whole in the archive");
       }
       if (spooled.strDatatype == "RAW" || bOnPortMonitor) continue;  // nobody asks the printer to confirm these
@@ -387,7 +425,7 @@ class Simulation {
         truths.push_back(truth);
       }
     }
-    Judge(StoriesOf(sim::World::LogText()), truths, m_dwMask == 0x596, m_bLogHeld || m_bLinks, verdict);
+    Judge(StoriesOf(sim::World::LogText()), truths, m_dwMask == 0x596, m_bLogHeld || m_bLinks || m_bOthers, verdict);
   }
 
   // From the moment on when a deletion was noticed nothing is sent, and the device is cleared behind the job.
@@ -459,13 +497,15 @@ class Simulation {
     std::abort();
   }
 
-  std::mt19937_64 m_random;
   const std::uint64_t m_ullSeed;
-  const bool m_bHostile;  // platform calls fail at random: nothing may crash, hang or leak, and no more is asked for
-  DWORD m_dwMask = 0;     // levels that are logged throughout; 0: they change
+  std::mt19937_64 m_random;
+  std::mt19937_64 m_others;  // of its own, so that a new mishap leaves the other worlds as they were
+  const bool m_bHostile;     // platform calls fail at random: nothing may crash, hang or leak, and no more is asked for
+  DWORD m_dwMask = 0;        // levels that are logged throughout; 0: they change
   const bool m_bLostWatchers;
   const bool m_bLogHeld;
   const bool m_bLinks;
+  const bool m_bOthers;
   std::vector<PortPlan> m_ports;
   std::string m_strFirstModel;
   std::vector<std::string> m_places = {sim::World::LogFolder(), "C:\\ProgramData\\Kelvane\\Logs"};
