@@ -12,16 +12,16 @@ using sim::World;
 
 namespace {
 
-constexpr char kArchive[] = "C:\\Jobs";
+constexpr char kSharedArchive[] = "C:\\Jobs";
 constexpr std::uint64_t kDay = 86'400'000;
 
 class SharedFiles : public WorldTest {
  protected:
   SharedFiles() {
-    World::DeleteTree(kArchive);
+    World::DeleteTree(kSharedArchive);
     world().services.dwState = SERVICE_STOPPED;
     m_pQueue = &world().AddPrinter("Till", "COM1", kModel);
-    m_pQueue->data["JobFilePath"] = sim::Spooler::Text(kArchive);
+    m_pQueue->data["JobFilePath"] = sim::Spooler::Text(kSharedArchive);
     m_pQueue->data["JobSettingFlags"] = sim::Spooler::Dword(1);
     m_pQueue->data["UtilityGUID"] = sim::Spooler::Text("{1}");
     m_hPort = Open("COM1");
@@ -30,12 +30,12 @@ class SharedFiles : public WorldTest {
     w32::DropOplocks();
     w32::RefuseNormalizedNames(false);
     sim::SetClient(1);
-    World::DeleteTree(kArchive);
+    World::DeleteTree(kSharedArchive);
   }
   static sim::WideString LogFile() { return sim::Wide(World::LogFolder() + "\\20261118.log"); }
-  static std::string DayFolder() { return std::string(kArchive) + "\\20261118"; }
+  static std::string DayFolder() { return std::string(kSharedArchive) + "\\20261118"; }
   static std::string LastArchived() {
-    const auto files = World::ArchivedFiles(kArchive);
+    const auto files = World::ArchivedFiles(kSharedArchive);
     return files.empty() ? std::string() : files.rbegin()->second;
   }
   // Milliseconds that a job takes; it is delivered.
@@ -88,14 +88,14 @@ TEST_F(SharedFiles, ArchiveRootThatAUserReplacedByALinkIsNotFollowed) {
   CreateDirectoryW(L"C:\\Elsewhere", nullptr);
   CreateDirectoryW(L"C:\\Elsewhere\\old", nullptr);
   World::WriteWholeFile("C:\\Elsewhere\\old\\file", "somebody's");
-  ASSERT_TRUE(MoveFileW(sim::Wide(kArchive).c_str(), L"C:\\Aside"));
-  ASSERT_TRUE(CreateSymbolicLinkW(sim::Wide(kArchive).c_str(), L"C:\\Elsewhere", SYMBOLIC_LINK_FLAG_DIRECTORY));
-  w32::GiveToAUser(sim::Wide(kArchive).c_str());
+  ASSERT_TRUE(MoveFileW(sim::Wide(kSharedArchive).c_str(), L"C:\\Aside"));
+  ASSERT_TRUE(CreateSymbolicLinkW(sim::Wide(kSharedArchive).c_str(), L"C:\\Elsewhere", SYMBOLIC_LINK_FLAG_DIRECTORY));
+  w32::GiveToAUser(sim::Wide(kSharedArchive).c_str());
   w32::AdvanceClock(3 * kDay);
   Print("is printed, and nothing else");
   EXPECT_EQ(World::LogCount("Can't access the output job folder. [C:\\Jobs]"), 1u);
   EXPECT_EQ(World::ArchivedFiles("C:\\Elsewhere"), (std::map<std::string, std::string>{{"old\\file", "somebody's"}}));
-  RemoveDirectoryW(sim::Wide(kArchive).c_str());
+  RemoveDirectoryW(sim::Wide(kSharedArchive).c_str());
   World::DeleteTree("C:\\Elsewhere");
   World::DeleteTree("C:\\Aside");
 }

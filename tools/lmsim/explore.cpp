@@ -104,7 +104,7 @@ std::uint64_t HashOf(const std::string& strText) {
 }
 
 // The steps of one run, told to people.
-class Story {
+class Narration {
  public:
   void At(const w32::Crossing& crossing, std::size_t nWay) {
     Step(crossing.pszThread, crossing.bWaits ? std::string("(waits)") : crossing.pszCall);
@@ -287,7 +287,7 @@ class Exploration {
     alarm(kMostSeconds);
     Report& report = *slot.pReport;
     report.nCrossings = 0;
-    Story story;
+    Narration narration;
     std::size_t nNextTurn = 0;
     w32::ExploreBy([&](const w32::Crossing& crossing) -> std::size_t {
       const std::string strCall = crossing.pszCall;
@@ -311,12 +311,12 @@ class Exploration {
         }
         const std::uint32_t n = report.nCrossings++;
         report.crossings[n] = {static_cast<std::uint16_t>(nWays), static_cast<std::uint16_t>(nPreempts)};
-        story.Number(n);
+        narration.Number(n);
         if (nNextTurn < schedule.nTurns && schedule.turns[nNextTurn].nCrossing == n)
           nWay = schedule.turns[nNextTurn++].nWay;
         if (nWay >= crossing.choices.size()) nWay = 0;
       }
-      if (bShow) story.At(crossing, nWay);
+      if (bShow) narration.At(crossing, nWay);
       return nWay;
     });
     w32::ResetFaults();
@@ -329,7 +329,7 @@ class Exploration {
     if (m_scene.pfnCheck != nullptr && schedule.nFailAt == 0) m_scene.pfnCheck(m_stage);
     report.ullOutcome = HashOf(m_stage.Outcome());
     if (bShow) {
-      std::printf("%s\n\n", story.Text().c_str());
+      std::printf("%s\n\n", narration.Text().c_str());
       for (const std::string& strEntry : m_stage.World().journal.Entries()) std::printf("   %s\n", strEntry.c_str());
       if (schedule.nFailAt != 0) std::printf("   (%s failed)\n", strFailed.c_str());
     }

@@ -75,16 +75,16 @@ class Stage {
 };
 
 struct Scene {
-  const char* pszName;
-  const char* pszWhat;
-  void (*pfnPlay)(Stage& stage);   // adds the threads
-  void (*pfnBuild)(Stage& stage);  // before: alone in the process
-  void (*pfnCheck)(Stage& stage);  // what must hold beside what always must; null: nothing
+  const char* pszName = nullptr;
+  const char* pszWhat = nullptr;
+  void (*pfnBuild)(Stage& stage) = nullptr;  // alone in the process
+  void (*pfnPlay)(Stage& stage) = nullptr;   // adds the threads
+  void (*pfnCheck)(Stage& stage) = nullptr;  // what must hold beside what always must; null: nothing
   // Calls whose result what happens can change: it is enough to let it happen right before one of them.
-  std::vector<std::string> affected;
+  std::vector<std::string> affected = {};
   int nPreemptions = 2;
   bool bFaults = true;  // also with one failing call
-  int nShare = 1;       // preemptions in the part that the tests run
+  int nShare = 0;       // preemptions in the part that the tests run
   bool bFiles = false;  // it writes files: each run gets fresh drives
 };
 

@@ -6,7 +6,7 @@
 namespace {
 
 // A deleted job ends within a poll of its watcher and what its call still has to do.
-constexpr DWORD kEndsMs = 2000;
+constexpr DWORD kOverMs = 2000;
 
 bool IsSend(const std::string& strText) { return strText == "send is called"; }
 
@@ -105,7 +105,7 @@ void Stage::CheckDeletion(const SceneJob& job) {
   const bool bOnDevice =
       m_world->journal.Of(sim::Format("port StartDocPort %s job=%u", PortOf(job).c_str(), id)).empty();
   if (!bSeen || !bOnDevice || !job.result.bStarted) return;
-  verdict.AtMost(job.dwEnded - dwSeen, kEndsMs + job.ullLateMs,
+  verdict.AtMost(job.dwEnded - dwSeen, kOverMs + job.ullLateMs,
                  "milliseconds from the sight of its deletion to its end");
   verdict.Holds(
       clearing.size() >= 2 && clearing[clearing.size() - 2] == "SDK_CANCEL" && clearing.back() == "SDK_SET_RE",
