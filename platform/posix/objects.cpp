@@ -230,6 +230,7 @@ static BOOL PutEvent(HANDLE hEvent, bool bSet) {
     return FALSE;
   }
   Scheduler& scheduler = Scheduler::Get();
+  if (scheduler.Explores()) scheduler.Call(bSet ? "SetEvent" : "ResetEvent");  // … or go before it is set
   {
     std::lock_guard<std::mutex> lock(scheduler.WorldLock());
     pEvent->Put(bSet);

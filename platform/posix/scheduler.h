@@ -64,6 +64,7 @@ class Scheduler {
 
   // See control.h.
   void ExploreBy(std::function<std::size_t(const Crossing&)> choose) { m_choose = std::move(choose); }
+  bool Explores() const { return m_choose != nullptr; }
   void AwaitMoment(DWORD dwMilliseconds);
   void DieAt(std::uint64_t ullPlace, std::function<void()> lastAct);
   std::uint64_t PlacesToDie() const { return m_ullPlacesToDie; }

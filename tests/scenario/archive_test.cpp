@@ -291,7 +291,7 @@ TEST_F(Ageing, FoldersOfAnyDepthNeedTheSameStack) {
   } call{[&] { EXPECT_TRUE(world().spooler.Print(m_hPort, dwJob, "later").bDelivered); }};
   DWORD dwThreadId = 0;
   const HANDLE hThread = CreateThread(
-      nullptr, 256 * 1024,
+      nullptr, 128 * 1024,
       [](LPVOID p) -> DWORD {
         static_cast<Call*>(p)->act();
         return 0;

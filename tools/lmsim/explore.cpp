@@ -184,7 +184,10 @@ class Exploration {
     Shrink();
     std::printf("%s", m_strFailure.c_str());
     std::printf("FAILED, replay: ./run simulate --explore --scene %s --schedule '%s'%s\n", m_scene.pszName,
-                m_failed.Text().c_str(), m_options.bEveryCall ? " --every-call" : "");
+                m_failed.Text().c_str(),
+                m_options.bEveryCall ? " --every-call"
+                : m_options.bShare   ? " --share"
+                                     : "");
     return 1;
   }
 
@@ -289,17 +292,19 @@ class Exploration {
     report.nCrossings = 0;
     Narration narration;
     std::size_t nNextTurn = 0;
+    bool bBegun = !m_options.bShare || m_scene.pszShareFrom == nullptr;
     w32::ExploreBy([&](const w32::Crossing& crossing) -> std::size_t {
       const std::string strCall = crossing.pszCall;
       const bool bNobodys = !crossing.bWaits && !m_options.bEveryCall && IsNobodysBusiness(strCall);
       const bool bAffected =
           m_options.bEveryCall || (!crossing.bWaits && std::find(m_scene.affected.begin(), m_scene.affected.end(),
                                                                  strCall) != m_scene.affected.end());
+      bBegun = bBegun || strCall == m_scene.pszShareFrom;
       unsigned nWays = 0, nPreempts = 0;
       for (std::size_t n = 1; n < crossing.choices.size(); ++n) {
         const w32::Choice& choice = crossing.choices[n];
         const bool bWorth = choice.kind == w32::Choice::Kind::Happens ? bAffected : !(choice.bPreempts && bNobodys);
-        if (bWorth) nWays |= 1u << n;
+        if (bWorth && bBegun) nWays |= 1u << n;
         if (choice.bPreempts) nPreempts |= 1u << n;
       }
       std::size_t nWay = 0;

@@ -68,7 +68,8 @@ const Scene kScenes[] = {
            DeleteFirst(stage, JOB_STATUS_DELETING);
          },
      .affected = kLooks,
-     .nShare = 1},
+     .nShare = 1,
+     .pszShareFrom = "SetJobW"},
 
     {.pszName = "deletion-taken-back",
      .pszWhat = "a job is restarted, and that is taken back",
@@ -82,14 +83,15 @@ const Scene kScenes[] = {
 
     {.pszName = "deletion-raw",
      .pszWhat = "a job that nobody confirms is deleted, and that is taken back",
-     .pfnBuild = [](Stage& stage) { BuildTill(stage, sim::Receipt(100), {}, "RAW"); },
+     .pfnBuild = [](Stage& stage) { BuildTill(stage, sim::Receipt(90), kSlow, "RAW"); },
      .pfnPlay =
          [](Stage& stage) {
            PrintFirst(stage);
            DeleteFirst(stage, JOB_STATUS_DELETING, true);
          },
      .affected = kLooks,
-     .nShare = 1},
+     .nShare = 1,
+     .pszShareFrom = "SetJobW"},
 
     {.pszName = "deletion-sending",
      .pszWhat = "a job is deleted while its data waits for the printer",
@@ -114,7 +116,9 @@ const Scene kScenes[] = {
            PrintFirst(stage);
            DeleteFirst(stage, JOB_STATUS_DELETING);
          },
-     .affected = kLooks},
+     .affected = kLooks,
+     .nShare = 1,
+     .pszShareFrom = "SetJobW"},
 
     {.pszName = "deletion-offline",
      .pszWhat = "a job is deleted whose printer is off line",
@@ -212,7 +216,7 @@ const Scene kScenes[] = {
          [](Stage& stage) {
            CloseHandle(std::exchange(stage.World().portMonitor.Port("USB001").hHoldRequests, nullptr));
          },
-     .nShare = 1},
+     .nShare = 0},
 
     {.pszName = "start-beside-end",
      .pszWhat = "a job starts beside the end of the one before",

@@ -157,7 +157,7 @@ std::string Stage::Outcome() {
 }
 
 void Stage::Finish(bool bFault) {
-  const std::string strFailed = w32::LastFailedApi();
+  Sleep(60'000);  // the paper comes out
   m_world->spooler.CloseAllPorts();
   for (const auto& pJob : m_jobs) {
     const SceneJob& job = *pJob;
