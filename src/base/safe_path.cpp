@@ -32,33 +32,29 @@ bool SafePlace::Take(const SafePlace& other, const wchar_t* pszName) noexcept {
          (pszName == nullptr || (m_path.Append(pszName) && m_final.Append(pszName)));
 }
 
-// A root that is a link itself leads where its owner says, so the owner must be the system or an administrator. The link
-// cannot be moved away while its handle is open.
-bool SafeRoot::MayBeFollowed(UniqueHandle& hLink) noexcept {
-  constexpr DWORD kAccess = FILE_TRAVERSE | FILE_READ_ATTRIBUTES;
-  FileFacts facts;
-  hLink = OpenPath(m_path.Text(), kAccess, kFolderShare, OPEN_EXISTING, kNotThroughLinks);
-  if (!hLink || !facts.AskOf(hLink.get())) return false;
-  if (!IsLink(hLink.get(), facts)) return true;
-  const UniqueHandle hOwner = OpenPath(m_path.Text(), READ_CONTROL, kFolderShare, OPEN_EXISTING, kNotThroughLinks);
-  if (hOwner && BelongsToTheMachine(hOwner.get())) return true;
-  SetLastError(ERROR_ACCESS_DENIED);
-  return false;
-}
-
 bool SafeRoot::Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept {
   // A drive's name alone would stand for the device, not for the folder.
   const bool bDrive = cch > 0 && pszFolder[cch - 1] == L':';
   if (!(bDrive ? m_path.Assign(pszFolder, cch) && m_path.Append(L"") : m_path.AssignFullPath(pszFolder, cch)))
     return false;
-  UniqueHandle hLink;
-  if (!MayBeFollowed(hLink)) return false;
-  const UniqueHandle hFolder = OpenPath(m_path.Text(), FILE_READ_ATTRIBUTES, kFolderShare | FILE_SHARE_DELETE,
-                                        OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  constexpr DWORD kShareAll = kFolderShare | FILE_SHARE_DELETE;
+  UniqueHandle hFolder = OpenPath(m_path.Text(), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, kNotThroughLinks);
   FileFacts facts;
-  if (!hFolder || !facts.AskOf(hFolder.get()) || !facts.IsFolder()) return false;
+  if (!hFolder || !facts.AskOf(hFolder.get())) return false;
+  UniqueHandle hLink;
+  if (IsLink(hFolder.get(), facts)) {
+    // It leads where its owner says, so that must be the system or an administrator. Nobody moves it away meanwhile.
+    constexpr DWORD kLinkAccess = FILE_TRAVERSE | FILE_READ_ATTRIBUTES | READ_CONTROL;
+    hLink = OpenPath(m_path.Text(), kLinkAccess, kFolderShare, OPEN_EXISTING, kNotThroughLinks);
+    if (!hLink || !BelongsToTheMachine(hLink.get())) {
+      SetLastError(ERROR_ACCESS_DENIED);
+      return false;
+    }
+    hFolder = OpenPath(m_path.Text(), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    if (!hFolder || !facts.AskOf(hFolder.get())) return false;
+  }
   m_dwVolume = facts.dwVolumeSerialNumber;
-  return m_final.AssignFinalPathOf(hFolder.get());
+  return facts.IsFolder() && m_final.AssignFinalPathOf(hFolder.get());
 }
 
 bool SafeFolder::OpenRoot(const SafeRoot& root) noexcept {

@@ -40,9 +40,6 @@ class SafeRoot : public SafePlace {
   // Finds out where a folder really lies; its path is the first cch characters of a text. FALSE when it cannot be opened, or
   // is a link of somebody other than the system and the administrators, with the last-error code of the step that failed.
   bool Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept;
-
- private:
-  bool MayBeFollowed(UniqueHandle& hLink) noexcept;
 };
 
 enum class SafeOpen {

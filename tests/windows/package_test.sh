@@ -10,7 +10,20 @@ rm -rf "$work"
 mkdir -p "$work"
 cd "$work"
 export WINEPREFIX=$PWD/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree=;mshtml="
-trap 'wineserver -k 2>/dev/null || true' EXIT
+
+# What Wine itself fails at, starting a program for instance, tells nothing of the package: it is told of, and tried again.
+finished=
+again() {
+  echo "$1: all over again"
+  wineserver -k 2>/dev/null || true
+  ATTEMPT=$((${ATTEMPT:-1} + 1)) exec "$self" "$files" "$work"
+}
+ended() {
+  wineserver -k 2>/dev/null || true
+  if [ -z "$finished" ] && [ "${ATTEMPT:-1}" -lt 3 ]; then again "a command of the test failed by itself"; fi
+}
+trap ended EXIT
+trap 'finished=yes; exit 130' INT TERM
 
 # An older version: the same files, but for the version that they say they are.
 mkdir older
@@ -49,9 +62,7 @@ install() {  # expected exit status, the low byte of the installer's; arguments
   if [ "$got" != "$expected" ] && { [ "$got" -ge 124 ] && [ "$got" -le 137 ] || [ "$got" = "$failed_on_the_way" ]; } &&
     [ "${ATTEMPT:-1}" -lt 3 ]; then
     tr -d '\r' <install.log | tail -12
-    echo "Wine's installer ended with $got: all over again"
-    wineserver -k || true
-    ATTEMPT=$((${ATTEMPT:-1} + 1)) exec "$self" "$files" "$work"
+    again "Wine's installer ended with $got"
   fi
   [ "$got" = "$expected" ] || tr -d '\r' <install.log | tail -12
   is "msiexec $*" "$got" "$expected"
@@ -225,4 +236,5 @@ wineboot >/dev/null 2>&1  # the next start of the machine
 installed "$files"
 
 [ $failed -eq 0 ] && echo "the package is well"
+finished=yes
 exit $failed
