@@ -1,13 +1,11 @@
 // The process ends at every call of a whole job, and in the middle of every write; a fresh process then prints the next job and
 // finds everything usable.
 #include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "log/log.h"
-#include "monitor/records.h"
+#include "posix/forked_run.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;
@@ -19,9 +17,8 @@ constexpr char kRoot[] = "C:\\Jobs";
 constexpr char kNext[] = "the next job";
 constexpr char kAgeingKey[] = "SOFTWARE\\Kelvane\\Kelvane HM-520\\{1}";
 
-// What outlives the process, beside the files: the ageing word in the registry, and how far it came.
+// What outlives the process, beside the files: the ageing word in the registry.
 struct Estate {
-  std::uint64_t ullPlaces;
   bool bWord;
   DWORD dwWord;
 };
@@ -52,56 +49,38 @@ struct Life {
 
 class Death : public ::testing::Test {
  protected:
-  Death() : m_strFolder(w32::SandboxRoot() + ".life") {
-    m_pEstate =
-        static_cast<Estate*>(mmap(nullptr, sizeof(Estate), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  }
-  ~Death() override {
-    munmap(m_pEstate, sizeof(Estate));
-    std::filesystem::remove_all(m_strFolder);
-  }
+  // Shared with the children.
+  Estate& m_estate =
+      *static_cast<Estate*>(mmap(nullptr, sizeof(Estate), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
   // Returns at how many places it died.
   unsigned DieEverywhere(const Life& life) {
+    w32::ForkedRun process("life");
     for (unsigned nPlace = 1;; ++nPlace) {
-      std::filesystem::remove_all(m_strFolder);
-      std::filesystem::copy(w32::SandboxRoot(), m_strFolder, std::filesystem::copy_options::recursive);
-      *m_pEstate = {};
-      const int nStatus = InAProcess([&] { LiveAndDie(life, nPlace); });
+      process.FreshDrives();
+      m_estate = {};
+      process.Start([&] { return LiveAndDie(life, nPlace); }, false);
+      const int nStatus = process.Wait();
       EXPECT_TRUE(nStatus == 0 || nStatus == w32::kDeathStatus) << "place " << nPlace;
-      const int nHeir = InAProcess([&] { Inherit(life); });
-      EXPECT_EQ(nHeir, 0) << "behind a death at place " << nPlace;
+      process.Start([&] { return Inherit(life); }, false);
+      EXPECT_EQ(process.Wait(), 0) << "behind a death at place " << nPlace;
       if (nStatus == 0 || HasFailure()) return nPlace - 1;
     }
   }
 
  private:
-  // The exit status of a child that has failed no expectation, or 1.
-  int InAProcess(const std::function<void()>& act) {
-    std::fflush(stdout);
-    const pid_t nChild = fork();
-    if (nChild == 0) {
-      w32::UseSandbox(m_strFolder);
-      act();
-      std::fflush(stdout);
-      _exit(HasFailure() ? 1 : 0);
-    }
-    int nStatus = -1;
-    waitpid(nChild, &nStatus, 0);
-    return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 1;
-  }
-
-  void LiveAndDie(const Life& life, unsigned nPlace) {
+  bool LiveAndDie(const Life& life, unsigned nPlace) {
     w32::SetClock({2026, 11, 0, 15, 12, 0, 0, 0});  // the job comes three days later
     World world;
     World::SetLogLevel(life.dwLogLevels);
     world.Attach();
     life.pfnMachine(world);
-    w32::DieAt(nPlace, [&] { m_pEstate->bWord = ReadWord(m_pEstate->dwWord); });
+    w32::DieAt(nPlace, [&] { m_estate.bWord = ReadWord(m_estate.dwWord); });
     life.pfnLive(world);
     w32::DieAt(0);
-    m_pEstate->bWord = ReadWord(m_pEstate->dwWord);
+    m_estate.bWord = ReadWord(m_estate.dwWord);
     world.spooler.CloseAllPorts();
+    return !HasFailure();
   }
 
   static std::string TodaysLog() {
@@ -111,13 +90,12 @@ class Death : public ::testing::Test {
   }
 
   // The next process, a minute after the job.
-  void Inherit(const Life& life) {
+  bool Inherit(const Life& life) {
     w32::SetClock({2026, 11, 0, 18, 12, 1, 0, 0});
-    if (m_pEstate->bWord) {
+    if (m_estate.bWord) {
       const DWORD dwNow = static_cast<DWORD>(w32::ClockTicks() >> 32);
-      EXPECT_TRUE(m_pEstate->dwWord == 1 || m_pEstate->dwWord == dwNow || m_pEstate->dwWord + 1 == dwNow)
-          << m_pEstate->dwWord;
-      WriteWord(m_pEstate->dwWord);
+      EXPECT_TRUE(m_estate.dwWord == 1 || m_estate.dwWord == dwNow || m_estate.dwWord + 1 == dwNow) << m_estate.dwWord;
+      WriteWord(m_estate.dwWord);
     }
     const std::string strInherited = TodaysLog();
     World world;
@@ -134,6 +112,7 @@ class Death : public ::testing::Test {
     LookAtTheLog(strInherited);
     LookAtTheArchive(life);
     LookForLeftovers();
+    return !HasFailure();
   }
 
   static void LookAtTheLog(const std::string& strInherited) {
@@ -158,7 +137,7 @@ class Death : public ::testing::Test {
 
   // Nothing but what somebody ages: the day's logs and those moved aside, and the archive's day folder.
   void LookForLeftovers() const {
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(m_strFolder)) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(w32::SandboxRoot())) {
       const std::string strName = entry.path().filename();
       const std::string strPath = entry.path();
       if (!entry.is_regular_file() || strPath.ends_with(".lock") || strName == "Norvex_SDK.dll") continue;
@@ -168,9 +147,6 @@ class Death : public ::testing::Test {
     // An old folder that was just being emptied has become young: it goes the next time.
     EXPECT_TRUE(World::ListFolder(std::string(kRoot) + "\\old").empty());
   }
-
-  const std::string m_strFolder;
-  Estate* m_pEstate;
 };
 
 void ArchivingTill(World& world, const char* pszPort) {

@@ -83,7 +83,7 @@ struct Scene {
   // Calls whose result what happens can change: it is enough to let it happen right before one of them.
   std::vector<std::string> affected = {};
   int nPreemptions = 2;
-  bool bFaults = true;                 // also with one failing call
+  int nPreemptionsWithFault = 1;       // together with one failing call; -1: none fails
   int nShare = 0;                      // preemptions in the part that the tests run
   const char* pszShareFrom = nullptr;  // … which begins at the first call of this name; null: with the threads
   bool bFiles = false;                 // it writes files: each run gets fresh drives

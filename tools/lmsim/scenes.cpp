@@ -29,6 +29,11 @@ void DeleteFirst(Stage& stage, DWORD dwBits, bool bTakenBack = false, DWORD dwWi
   stage.Happens(acts, dwWithinMs);
 }
 
+void PrintAndDelete(Stage& stage) {
+  PrintFirst(stage);
+  DeleteFirst(stage, JOB_STATUS_DELETING);
+}
+
 // A printer whose buffer holds less than the job, so that a send waits for it.
 constexpr sim::PrinterSettings kSlow = {.cbBuffer = 60, .dwBytesPerSecond = 1000};
 
@@ -62,11 +67,7 @@ const Scene kScenes[] = {
     {.pszName = "deletion",
      .pszWhat = "a job is deleted at any moment",
      .pfnBuild = [](Stage& stage) { BuildTill(stage, sim::Receipt(100)); },
-     .pfnPlay =
-         [](Stage& stage) {
-           PrintFirst(stage);
-           DeleteFirst(stage, JOB_STATUS_DELETING);
-         },
+     .pfnPlay = PrintAndDelete,
      .affected = kLooks,
      .nShare = 1,
      .pszShareFrom = "SetJobW"},
@@ -79,7 +80,8 @@ const Scene kScenes[] = {
            PrintFirst(stage);
            DeleteFirst(stage, JOB_STATUS_RESTART, true);
          },
-     .affected = kLooks},
+     .affected = kLooks,
+     .nPreemptionsWithFault = 0},
 
     {.pszName = "deletion-raw",
      .pszWhat = "a job that nobody confirms is deleted, and that is taken back",
@@ -96,11 +98,7 @@ const Scene kScenes[] = {
     {.pszName = "deletion-sending",
      .pszWhat = "a job is deleted while its data waits for the printer",
      .pfnBuild = [](Stage& stage) { BuildTill(stage, sim::Receipt(90), kSlow); },
-     .pfnPlay =
-         [](Stage& stage) {
-           PrintFirst(stage);
-           DeleteFirst(stage, JOB_STATUS_DELETING);
-         },
+     .pfnPlay = PrintAndDelete,
      .affected = kLooks},
 
     {.pszName = "deletion-resending",
@@ -111,11 +109,7 @@ const Scene kScenes[] = {
            stage.World().library.SetPartialSends(70);
            stage.World().PrinterOf("USB001").Plan({FaultKind::PaperEnd, 80, 100});
          },
-     .pfnPlay =
-         [](Stage& stage) {
-           PrintFirst(stage);
-           DeleteFirst(stage, JOB_STATUS_DELETING);
-         },
+     .pfnPlay = PrintAndDelete,
      .affected = kLooks,
      .nShare = 1,
      .pszShareFrom = "SetJobW"},
@@ -127,11 +121,7 @@ const Scene kScenes[] = {
            BuildTill(stage, sim::Receipt(100));
            stage.World().PrinterOf("USB001").Plan({FaultKind::OffLine, 0, 1000});
          },
-     .pfnPlay =
-         [](Stage& stage) {
-           PrintFirst(stage);
-           DeleteFirst(stage, JOB_STATUS_DELETING);
-         },
+     .pfnPlay = PrintAndDelete,
      .affected = kLooks},
 
     {.pszName = "refused",
@@ -153,7 +143,7 @@ const Scene kScenes[] = {
                                 "tries to cancel in five seconds");
          },
      .affected = kLooks,
-     .bFaults = false},
+     .nPreemptionsWithFault = -1},
 
     {.pszName = "one-device",
      .pszWhat = "two ports print on one device",
@@ -262,7 +252,8 @@ const Scene kScenes[] = {
          },
      .pfnCheck = BothArePrinted,
      .affected = {"RegQueryValueExW", "GetPrinterDataW"},
-     .nPreemptions = 1},
+     .nPreemptions = 1,
+     .nPreemptionsWithFault = 0},
 
     {.pszName = "log-held",
      .pszWhat = "two threads log while another process holds the mutex",
@@ -330,6 +321,7 @@ const Scene kScenes[] = {
          },
      .affected = {"GetLocalTime"},
      .nPreemptions = 1,
+     .nPreemptionsWithFault = 0,
      .bFiles = true},
 };
 
