@@ -53,8 +53,12 @@ bool SafeRoot::Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept {
     hFolder = OpenPath(m_path.Text(), FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
     if (!hFolder || !facts.AskOf(hFolder.get())) return false;
   }
+  if (!facts.IsFolder()) {
+    SetLastError(ERROR_DIRECTORY);
+    return false;
+  }
   m_dwVolume = facts.dwVolumeSerialNumber;
-  return facts.IsFolder() && m_final.AssignFinalPathOf(hFolder.get());
+  return m_final.AssignFinalPathOf(hFolder.get());
 }
 
 bool SafeFolder::OpenRoot(const SafeRoot& root) noexcept {
