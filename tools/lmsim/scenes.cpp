@@ -111,6 +111,7 @@ const Scene kScenes[] = {
          },
      .pfnPlay = PrintAndDelete,
      .affected = kLooks,
+     .nPreemptionsWithFault = 0,
      .nShare = 1,
      .pszShareFrom = "SetJobW"},
 
@@ -122,7 +123,8 @@ const Scene kScenes[] = {
            stage.World().PrinterOf("USB001").Plan({FaultKind::OffLine, 0, 1000});
          },
      .pfnPlay = PrintAndDelete,
-     .affected = kLooks},
+     .affected = kLooks,
+     .nPreemptionsWithFault = 0},
 
     {.pszName = "refused",
      .pszWhat = "a job of an unknown model, whose device refuses to be cancelled, is deleted at its end",
@@ -174,7 +176,8 @@ const Scene kScenes[] = {
          [](Stage& stage) {
            PrintFirst(stage);
            CloseFirst(stage);
-         }},
+         },
+     .nPreemptionsWithFault = 0},
 
     {.pszName = "close-asking",
      .pszWhat = "a port is closed beside a request",
