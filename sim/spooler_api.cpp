@@ -83,7 +83,7 @@ BOOL WINAPI OpenPrinterW(LPWSTR pszName, LPHANDLE phPrinter, LPPRINTER_DEFAULTSW
     if (handle.pQueue == nullptr) return Fail(ERROR_INVALID_PRINTER_NAME);
     if (pDefaults != nullptr) handle.access = pDefaults->DesiredAccess;
     if (IsImpersonating() && (handle.access & PRINTER_ACCESS_ADMINISTER) != 0)
-      world.journal.Add("violation: OpenPrinter asks to administer as the client");
+      world.journal.Add("violation: OpenPrinter to administer, impersonating the client");
   }
   auto* pHandle = new PrinterHandle(handle);
   const Guard guard(world.spooler.lock);

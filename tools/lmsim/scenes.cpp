@@ -163,7 +163,8 @@ const Scene kScenes[] = {
            PrintFirst(stage);
            stage.Thread("spooler B", [&stage] { stage.Print(g_hPorts[1], *g_pJobs[1]); });
          },
-     .pfnCheck = BothArePrinted},
+     .pfnCheck = BothArePrinted,
+     .nPreemptionsWithFault = 0},
 
     {.pszName = "close-writing",
      .pszWhat = "a port is closed beside a job",
@@ -176,8 +177,7 @@ const Scene kScenes[] = {
          [](Stage& stage) {
            PrintFirst(stage);
            CloseFirst(stage);
-         },
-     .nPreemptionsWithFault = 0},
+         }},
 
     {.pszName = "close-asking",
      .pszWhat = "a port is closed beside a request",
@@ -197,19 +197,17 @@ const Scene kScenes[] = {
          },
      .pfnPlay =
          [](Stage& stage) {
-           stage.Thread("driver", [&stage] { stage.World().spooler.Ask(g_hPorts[0], "anything"); });
+           stage.Thread("driver", [&stage] {
+             stage.World().spooler.Ask(g_hPorts[0], "anything");
+             CloseHandle(std::exchange(stage.World().portMonitor.Port("USB001").hHoldRequests, nullptr));
+           });
            CloseFirst(stage);
            stage.Thread("port monitor", [&stage] {
              const w32::FaultsOn exempt(false);
              Sleep(60'000);
-             SetEvent(stage.World().portMonitor.Port("USB001").hHoldRequests);
+             if (const HANDLE hHeld = stage.World().portMonitor.Port("USB001").hHoldRequests) SetEvent(hHeld);
            });
-         },
-     .pfnCheck =
-         [](Stage& stage) {
-           CloseHandle(std::exchange(stage.World().portMonitor.Port("USB001").hHoldRequests, nullptr));
-         },
-     .nShare = 0},
+         }},
 
     {.pszName = "start-beside-end",
      .pszWhat = "a job starts beside the end of the one before",
