@@ -145,6 +145,7 @@ const Scene kScenes[] = {
                                 "tries to cancel in five seconds");
          },
      .affected = kLooks,
+     .nPreemptions = 1,
      .nPreemptionsWithFault = -1},
 
     {.pszName = "one-device",
