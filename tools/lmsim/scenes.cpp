@@ -165,6 +165,7 @@ const Scene kScenes[] = {
            stage.Thread("spooler B", [&stage] { stage.Print(g_hPorts[1], *g_pJobs[1]); });
          },
      .pfnCheck = BothArePrinted,
+     .nPreemptions = 1,
      .nPreemptionsWithFault = 0},
 
     {.pszName = "close-writing",
