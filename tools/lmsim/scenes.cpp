@@ -111,6 +111,7 @@ const Scene kScenes[] = {
          },
      .pfnPlay = PrintAndDelete,
      .affected = kLooks,
+     .nPreemptions = 1,
      .nPreemptionsWithFault = 0,
      .nShare = 1,
      .pszShareFrom = "SetJobW"},
