@@ -194,7 +194,7 @@ class Exploration {
     std::size_t nRunning = 0;
     while ((!m_waiting.empty() && !m_bFailed) || nRunning > 0) {
       for (Slot& slot : m_slots) {
-        if (slot.run.IsRunning() || m_waiting.empty() || !!m_bFailed) continue;
+        if (slot.run.IsRunning() || m_waiting.empty() || m_bFailed) continue;
         slot.schedule = m_waiting.front();
         m_waiting.pop_front();
         Start(slot);

@@ -42,34 +42,32 @@ bool PathText::Append(const wchar_t* pszName) noexcept {
   return true;
 }
 
-bool PathText::AssignFullPath(const wchar_t* psz, std::size_t cch) noexcept {
-  PathText given;
-  if (!given.Assign(psz, cch)) return false;
-  DWORD cchFull = GetFullPathNameW(given.Text(), kShortChars, Reserve(0), nullptr);
-  if (cchFull >= kShortChars) {
-    const DWORD cchRoom = cchFull;  // terminator included
-    wchar_t* pszTo = Reserve(cchRoom);
-    cchFull = pszTo != nullptr ? GetFullPathNameW(given.Text(), cchRoom + 1, pszTo, nullptr) : 0;
-    if (cchFull > cchRoom) cchFull = 0;
-  }
-  m_cch = cchFull;
-  return cchFull > 0;
-}
-
-bool PathText::AssignFinalPathOf(HANDLE hFile) noexcept {
-  return AssignFinalPathOf(hFile, VOLUME_NAME_NONE | FILE_NAME_NORMALIZED) ||
-         AssignFinalPathOf(hFile, VOLUME_NAME_NONE | FILE_NAME_OPENED);
-}
-
-bool PathText::AssignFinalPathOf(HANDLE hFile, DWORD dwFlags) noexcept {
-  // A path that does not fit makes the call tell the room that it needs, terminator included.
-  DWORD cch = GetFinalPathNameByHandleW(hFile, Reserve(0), kShortChars, dwFlags);
+// The call is told where to write and how many characters fit there, terminator included. It returns how many it wrote, without
+// the terminator, or, where they do not fit, how many it needs with it.
+template <class Call>
+bool PathText::AssignFrom(Call&& call) noexcept {
+  DWORD cch = call(Reserve(0), kShortChars);
   if (cch >= kShortChars) {
     const DWORD cchRoom = cch;
     wchar_t* pszTo = Reserve(cchRoom);
-    cch = pszTo != nullptr ? GetFinalPathNameByHandleW(hFile, pszTo, cchRoom + 1, dwFlags) : 0;
+    cch = pszTo != nullptr ? call(pszTo, cchRoom + 1) : 0;
     if (cch > cchRoom) cch = 0;
   }
   m_cch = cch;
   return cch > 0;
+}
+
+bool PathText::AssignFullPath(const wchar_t* psz, std::size_t cch) noexcept {
+  PathText given;
+  return given.Assign(psz, cch) &&
+         AssignFrom([&](wchar_t* pszTo, DWORD cchTo) { return GetFullPathNameW(given.Text(), cchTo, pszTo, nullptr); });
+}
+
+bool PathText::AssignFinalPathOf(HANDLE hFile) noexcept {
+  const auto named = [&](DWORD dwNames) {
+    return AssignFrom([&](wchar_t* pszTo, DWORD cchTo) {
+      return GetFinalPathNameByHandleW(hFile, pszTo, cchTo, VOLUME_NAME_NONE | dwNames);
+    });
+  };
+  return named(FILE_NAME_NORMALIZED) || named(FILE_NAME_OPENED);
 }

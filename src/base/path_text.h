@@ -28,7 +28,8 @@ class PathText {
   std::size_t Length() const noexcept { return m_cch; }
 
  private:
-  bool AssignFinalPathOf(HANDLE hFile, DWORD dwFlags) noexcept;
+  template <class Call>
+  bool AssignFrom(Call&& call) noexcept;
   wchar_t* Reserve(std::size_t cch) noexcept;  // room for cch characters and a terminator; the content is gone
 
   static constexpr std::size_t kShortChars = 280;

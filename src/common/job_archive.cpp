@@ -51,7 +51,7 @@ HeapPtr<wchar_t> ReadRoot(HANDLE hPrinter, DWORD& cbValue) noexcept {
   // A folder that is there may still be a link that somebody has put in its place: it is not followed.
   SafeRoot place;
   const bool bThere = PathIsDirectoryW(root.get()) != FALSE;
-  if (bThere ? *root && !place.Resolve(root.get(), wcslen(root.get())) : !CreateJobFolder(root.get())) {
+  if (bThere ? !place.Resolve(root.get(), wcslen(root.get())) : !CreateJobFolder(root.get())) {
     LogE(L"Can't access the output job folder. [%s]", root.get());
     return nullptr;
   }

@@ -29,12 +29,12 @@ LogOutcome CInterface::CheckLogLevel(DWORD dwLevel) noexcept {
 
 // Opens the day's file: by its full path if it is the one that was found before, else from the root down. False: no line is to
 // be written. Where the file cannot be had the line is held.
-bool CInterface::OpenFile(LogThreadBuffers& buffers, const char* pszModule, const LogName& name,
-                          LogFolder& folder) noexcept {
+bool CInterface::OpenFile(LogThreadBuffers& buffers, const char* pszModule, const LogName& name) noexcept {
   PathText path;
   const bool bQuick = m_logfile.MakeFilePath(path, name);
   const bool bTurn = m_logStream.TakeTurn();
   if (bTurn && bQuick && m_logStream.OpenKnown(buffers, path.Text())) return true;
+  LogFolder folder;
   const bool bFolder = m_logfile.CreateLogFolder(pszModule, folder);
   if (!bTurn) return bFolder;
   if (bFolder) {
@@ -58,8 +58,7 @@ void CInterface::OutputLogMessage(const LogCall& call, const wchar_t* pwszFormat
 
   LogName name;
   MakeDayFileName(name, stLine);
-  LogFolder folder;
-  if (OpenFile(buffers, call.pszModule, name, folder)) {
+  if (OpenFile(buffers, call.pszModule, name)) {
     if ((call.dwLevel & LOG_LEVEL_E) != 0) m_logStream.Write(buffers, m_traceRing.Collect(buffers.szCollect));
     if (pszLine != nullptr) m_logStream.Write(buffers, pszLine);
     if (m_logStream.Close(buffers) > kRotateAbove) m_logfile.Rotate(name, stLine);

@@ -39,7 +39,7 @@ class CInterface {
   CLogSetting& Setting() noexcept { return m_setting; }
 
  private:
-  bool OpenFile(LogThreadBuffers& buffers, const char* pszModule, const LogName& name, LogFolder& folder) noexcept;
+  bool OpenFile(LogThreadBuffers& buffers, const char* pszModule, const LogName& name) noexcept;
 
   CLogSetting m_setting;
   CLogfile m_logfile;

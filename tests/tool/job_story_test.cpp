@@ -152,6 +152,12 @@ TEST_F(Stories, WhatIsMissingIsNamedAndNotGuessed) {
   const Story unended = Of(device).at(0);
   EXPECT_EQ(unended.nBytes, 100);
   EXPECT_EQ(unended.NotLogged(), (std::vector<std::string>{"outcome", "reprints", "maybeTwice"}));
+  // What lay between two questions about one job is not told by I alone.
+  Log twice;
+  twice.Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:USB001, cbBuf:100]");
+  for (const char* pszBytes : {"*pdwWritten:100", "*pdwWritten:6", "*pdwWritten:6"})
+    twice.Say(1, 'I', "CSdk::Send", pszBytes);
+  EXPECT_EQ(Of(twice.Start(1, 8)).at(0).nReprints, kUnknown);
   // Lost lines make unknown what was counted.
   const Story lost = Of(Log().Start(2, 8).Write(2, "COM2", 10).Raw("<=== Log output here failed\r\n").End(2, 8)).at(0);
   EXPECT_EQ(lost.nBytes, kUnknown);
