@@ -43,11 +43,18 @@ struct Choice {
   Kind kind;
   bool bPreempts;  // takes the turn from a thread that could go on
 };
+// What a call touches of what threads share.
+struct Touched {
+  std::uint64_t ullWhat = 0;  // the same in every run; 0: anything
+  bool bReads = false;        // it changes nothing
+};
 struct Crossing {
   const char* pszThread;  // who comes here
   const char* pszCall;    // the call that it is about to make, or the wait that it is in
+  Touched touched;
   bool bWaits;
-  std::span<const Choice> choices;  // at least two; the first is what happens if nobody interferes
+  bool bNoted;                      // what it did since its last call others can see: see NoteStep
+  std::span<const Choice> choices;  // the first is what happens if nobody interferes
 };
 // From now on a way is chosen at each crossing. The routine is called with the layer's lock held: it may not call the layer.
 void ExploreBy(std::function<std::size_t(const Crossing&)> choose);
@@ -58,6 +65,8 @@ void AwaitMoment(DWORD dwMilliseconds = INFINITE);
 // How long threads were kept waiting by choice, in all.
 std::uint64_t LateMilliseconds() noexcept;
 
+// What the calling thread does between its last call and its next one is something that others can see.
+void NoteStep() noexcept;
 // What a thread does between these two is one step of an exploration: nobody interferes. Not for what waits. They nest.
 void BeginStep() noexcept;
 void EndStep() noexcept;
@@ -107,7 +116,7 @@ bool FaultHere(const char* pszApi, DWORD dwUsualError) noexcept;
 // The same for a routine that returns its code and leaves the last-error code alone; ERROR_SUCCESS means go on.
 DWORD FaultCode(const char* pszApi, DWORD dwUsualError) noexcept;
 // For the same routines: counts a platform call, at which the scheduler may hand over.
-void PlatformCall(const char* pszApi = __builtin_FUNCTION()) noexcept;
+void PlatformCall(const char* pszApi = __builtin_FUNCTION(), Touched touched = {}) noexcept;
 
 // ---- accounts ---------------------------------------------------------------------------------------------------------
 enum class Account {

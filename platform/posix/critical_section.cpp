@@ -48,6 +48,8 @@ void LeaveFree(CriticalSection& section) {
   scheduler.Changed();
 }
 
+Touched Lock(const void* pLock) { return {reinterpret_cast<std::uintptr_t>(pLock)}; }
+
 CriticalSection& Of(LPCRITICAL_SECTION pSection) {
   if (pSection->pState == nullptr) Unsupported("use of a critical section that is not initialised");
   return *static_cast<CriticalSection*>(pSection->pState);
@@ -72,7 +74,7 @@ VOID WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
     EnterFree(section);
     return;
   }
-  scheduler.Call(__func__);
+  scheduler.Call(__func__, Lock(lpCriticalSection));
   Thread& self = scheduler.Self();
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   scheduler.WaitUntil(
@@ -95,7 +97,7 @@ VOID WINAPI LeaveCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
   section.pOwner = nullptr;
   --self.nSections;
   lock.unlock();
-  scheduler.Call(__func__);  // what stands behind the release may be overtaken
+  scheduler.Call(__func__, Lock(lpCriticalSection));  // what stands behind the release may be overtaken
 }
 
 VOID WINAPI DeleteCriticalSection(LPCRITICAL_SECTION lpCriticalSection) {
@@ -114,7 +116,7 @@ VOID WINAPI AcquireSRWLockExclusive(PSRWLOCK SRWLock) {
       std::this_thread::yield();
     return;
   }
-  scheduler.Call(__func__);
+  scheduler.Call(__func__, Lock(SRWLock));
   Thread& self = scheduler.Self();
   std::unique_lock<std::mutex> lock(scheduler.WorldLock());
   if (SRWLock->Ptr == &self) Unsupported("taking a slim lock that the thread holds");
@@ -133,7 +135,7 @@ VOID WINAPI ReleaseSRWLockExclusive(PSRWLOCK SRWLock) {
     std::unique_lock<std::mutex> lock(scheduler.WorldLock());
     SRWLock->Ptr = nullptr;
   }
-  scheduler.Call(__func__);
+  scheduler.Call(__func__, Lock(SRWLock));
 }
 
 }  // extern "C"

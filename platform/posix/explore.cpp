@@ -14,8 +14,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <map>
 #include <set>
 #include <thread>
+#include <tuple>
+#include <unordered_map>
+#include <utility>
 
 #include "control.h"
 #include "forked_run.h"
@@ -27,7 +31,9 @@ namespace {
 constexpr std::size_t kMostTurns = 6;
 constexpr std::size_t kMostCrossings = 20'000;
 constexpr std::size_t kMostWays = 16;
-constexpr unsigned kMostSeconds = 60;  // of a run: the rest is a hang
+constexpr std::size_t kMostTouches = 4'096;
+constexpr std::uint64_t kNothing = ~std::uint64_t{0};  // in place of what a call touches
+constexpr unsigned kMostSeconds = 60;                  // of a run: the rest is a hang
 
 struct Turn {
   std::uint32_t nCrossing = 0;
@@ -73,26 +79,91 @@ struct Schedule {
   }
 };
 
+// A thread touches something that threads may share.
+struct Touch {
+  std::uint64_t ullThread = 0;  // hash of its name
+  Touched touched;
+};
+
 // What a run leaves behind for the one who started it.
 struct Report {
   std::uint32_t nCrossings;
+  std::uint32_t nTouches;
+  std::uint32_t nFaultPointsBefore;  // those before the part that is explored
   std::uint32_t nFaultPoints;
   std::uint64_t ullOutcome;
   struct {
+    std::uint32_t nNumber;
     std::uint16_t wWays;      // bit n: way n is worth taking
     std::uint16_t wPreempts;  // bit n: way n takes the turn from somebody
+    Touch touch;
   } crossings[kMostCrossings];
+  Touch touches[kMostTouches];
+};
+
+// Who touches what, in all runs so far. What one thread alone touches is nobody's business: whether another goes before such
+// a call or behind it is the same, since the next call that somebody else could notice is a place of its own.
+class Sharing {
+ public:
+  // Returns whether that makes something shared that was not.
+  bool Learn(const Touch& touch) {
+    Uses& uses = m_uses[touch.touched.ullWhat];
+    Use& use = uses[touch.ullThread];
+    bool& bKnown = touch.touched.bReads ? use.bReads : use.bWrites;
+    if (std::exchange(bKnown, true)) return false;
+    return std::any_of(uses.begin(), uses.end(), [&](const auto& other) {
+      return other.first != touch.ullThread && (other.second.bWrites || !touch.touched.bReads);
+    });
+  }
+  bool IsShared(const Touch& touch) const {
+    if (touch.touched.ullWhat == 0) return true;
+    if (touch.touched.ullWhat == kNothing) return false;
+    const auto it = m_uses.find(touch.touched.ullWhat);
+    return it != m_uses.end() && std::any_of(it->second.begin(), it->second.end(), [&](const auto& other) {
+             return other.first != touch.ullThread && (other.second.bWrites || !touch.touched.bReads);
+           });
+  }
+
+ private:
+  struct Use {
+    bool bReads = false;
+    bool bWrites = false;
+  };
+  using Uses = std::map<std::uint64_t, Use>;
+  std::unordered_map<std::uint64_t, Uses> m_uses;
 };
 
 // Calls that touch nothing that another thread's step could change or see: whether it comes before or behind them is the same.
 bool IsNobodysBusiness(const std::string& strCall) {
-  static const std::set<std::string> kCalls = {
-      "HeapAlloc",           "GetLocalTime",        "RevertToPrinterSelf", "ImpersonatePrinterClient",
-      "OpenPrinterW",        "CreateEventW",        "GetPrinterW",         "GetPrinterDataW",
-      "RegOpenKeyExW",       "RegQueryValueExW",    "RegEnumValueW",       "RegOpenCurrentUser",
-      "OpenSCManagerW",      "OpenServiceW",        "QueryServiceStatus",  "SystemTimeToFileTime",
-      "ReadProcessMemory",   "GetModuleHandleW",    "GetProcAddress",      "XcvDataW",
-      "WideCharToMultiByte", "MultiByteToWideChar", "RegOpenKeyExA",       "RegQueryValueExA"};
+  static const std::set<std::string> kCalls = {"HeapAlloc",
+                                               "GetLocalTime",
+                                               "RevertToPrinterSelf",
+                                               "ImpersonatePrinterClient",
+                                               "OpenPrinterW",
+                                               "CreateEventW",
+                                               "GetPrinterW",
+                                               "GetPrinterDataW",
+                                               "RegOpenKeyExW",
+                                               "RegQueryValueExW",
+                                               "RegEnumValueW",
+                                               "RegOpenCurrentUser",
+                                               "OpenSCManagerW",
+                                               "OpenServiceW",
+                                               "QueryServiceStatus",
+                                               "SystemTimeToFileTime",
+                                               "ReadProcessMemory",
+                                               "GetModuleHandleW",
+                                               "GetProcAddress",
+                                               "XcvDataW",
+                                               "WideCharToMultiByte",
+                                               "MultiByteToWideChar",
+                                               "RegOpenKeyExA",
+                                               "RegQueryValueExA",
+                                               "Sleep",
+                                               "GetFullPathNameW",
+                                               "OpenThreadToken",
+                                               "(set)",
+                                               "(reset)"};
   return kCalls.contains(strCall);
 }
 
@@ -144,21 +215,11 @@ class Exploration {
   }
 
   Explored Run() {
-    m_waiting.push_back({});
-    Work(m_what.nPreemptions);
     Explored explored;
-    explored.ullSchedules = m_ullDone;
+    explored.ullSchedules = Deepen(m_what.nPreemptions, false);
     explored.nOutcomes = m_outcomes.size();
     for (const std::uint64_t ull : m_outcomes) explored.ullFingerprint ^= ull;
-    if (!m_bFailed && m_what.nPreemptionsWithFault >= 0) {
-      for (std::uint32_t n = 1; n <= m_nMostFaultPoints; ++n) {
-        Schedule schedule;
-        schedule.nFailAt = n;
-        m_waiting.push_back(schedule);
-      }
-      Work(m_what.nPreemptionsWithFault);
-    }
-    explored.ullWithFailingCall = m_ullDone - explored.ullSchedules;
+    explored.ullWithFailingCall = Deepen(m_what.nPreemptionsWithFault, true);
     explored.dSeconds = m_progress.Seconds();
     if (m_bFailed) {
       Shrink();
@@ -189,6 +250,26 @@ class Exploration {
     Schedule schedule;
     bool bPrepared = false;  // its drives hold what the runs begin with
   };
+
+  // Everything within the bound, the nearer first; and again when it has come out that more is shared than was known.
+  // Returns the schedules of the last round.
+  std::uint64_t Deepen(int nMost, bool bFails) {
+    std::uint64_t ullRound = 0;
+    for (int nBound = 0; nBound <= nMost && !m_bFailed;) {
+      const std::uint64_t ullBefore = m_ullDone;
+      m_bLearned = false;
+      m_levels = {};
+      for (std::uint32_t n = bFails ? m_nFaultPointsBefore + 1 : 0; n <= (bFails ? m_nMostFaultPoints : 0); ++n) {
+        Schedule schedule;
+        schedule.nFailAt = n;
+        m_waiting.push_back(schedule);
+      }
+      Work(nBound);
+      ullRound = m_ullDone - ullBefore;
+      if (!m_bLearned) ++nBound;
+    }
+    return ullRound;
+  }
 
   void Work(int nBound) {
     std::size_t nRunning = 0;
@@ -224,15 +305,20 @@ class Exploration {
     const Report& report = *slot.pReport;
     const Schedule& schedule = slot.schedule;
     m_outcomes.insert(report.ullOutcome);
+    m_nFaultPointsBefore = report.nFaultPointsBefore;  // nobody interferes before: the same in every run
     m_nMostFaultPoints = std::max(m_nMostFaultPoints, report.nFaultPoints);
+    for (std::uint32_t n = 0; n < report.nTouches; ++n) m_bLearned = m_sharing.Learn(report.touches[n]) || m_bLearned;
     std::size_t nNew = 0;
     const std::uint32_t nBehind = schedule.nTurns == 0 ? 0 : schedule.turns[schedule.nTurns - 1].nCrossing + 1;
-    for (std::uint32_t n = nBehind; schedule.nTurns < kMostTurns && n < report.nCrossings; ++n) {
+    for (std::uint32_t n = 0; schedule.nTurns < kMostTurns && n < report.nCrossings; ++n) {
+      const auto& crossing = report.crossings[n];
+      if (crossing.nNumber < nBehind) continue;
+      const bool bShared = m_what.bEveryCall || m_sharing.IsShared(crossing.touch);
       for (std::uint32_t nWay = 1; nWay < kMostWays; ++nWay) {
-        if ((report.crossings[n].wWays >> nWay & 1) == 0) continue;
-        const bool bPreempts = (report.crossings[n].wPreempts >> nWay & 1) != 0;
-        if (schedule.nPreemptions + (bPreempts ? 1 : 0) > nBound) continue;
-        m_waiting.push_back(schedule.With({n, nWay}, bPreempts));
+        if ((crossing.wWays >> nWay & 1) == 0) continue;
+        const bool bPreempts = (crossing.wPreempts >> nWay & 1) != 0;
+        if (bPreempts && (!bShared || schedule.nPreemptions >= nBound)) continue;
+        m_waiting.push_back(schedule.With({crossing.nNumber, nWay}, bPreempts));
         ++nNew;
       }
     }
@@ -253,37 +339,53 @@ class Exploration {
     StayOn(slot.nProcessor);
     Report& report = *slot.pReport;
     report.nCrossings = 0;
+    report.nFaultPointsBefore = 0;
+    std::set<std::tuple<std::uint64_t, std::uint64_t, bool>> touches;
+    std::map<const char*, std::uint32_t> last;  // each thread's last one in the report
+    std::uint32_t nCrossing = 0;                // numbers are the run's own, whatever is left out
     Narration narration;
     std::size_t nNextTurn = 0;
     bool bBegun = m_what.strFrom.empty();
     ExploreBy([&](const Crossing& crossing) -> std::size_t {
       const std::string strCall = crossing.pszCall;
       const bool bNobodys = !crossing.bWaits && !m_what.bEveryCall && IsNobodysBusiness(strCall);
+      if (const auto it = last.find(crossing.pszThread); crossing.bNoted && it != last.end())
+        report.crossings[it->second].touch = {};
+      last.erase(crossing.pszThread);
       const bool bAffected = m_what.bEveryCall ||
                              (!crossing.bWaits && std::find(m_what.affected.begin(), m_what.affected.end(), strCall) !=
                                                       m_what.affected.end());
-      bBegun = bBegun || strCall == m_what.strFrom;
+      if (!bBegun && strCall == m_what.strFrom) {
+        bBegun = true;
+        report.nFaultPointsBefore = static_cast<std::uint32_t>(FaultPointsPassed());
+      }
       unsigned nWays = 0, nPreempts = 0;
       for (std::size_t n = 1; n < crossing.choices.size(); ++n) {
         const Choice& choice = crossing.choices[n];
-        const bool bWorth = choice.kind == Choice::Kind::Happens ? bAffected : !(choice.bPreempts && bNobodys);
+        const bool bWorth = choice.kind != Choice::Kind::Happens || bAffected;
         if (bWorth && bBegun) nWays |= 1u << n;
         if (choice.bPreempts) nPreempts |= 1u << n;
       }
+      Touch touch = {HashOf(crossing.pszThread), crossing.touched};
+      if (bNobodys) touch.touched.ullWhat = kNothing;
+      if (!crossing.bWaits && !bNobodys && touch.touched.ullWhat != 0)
+        touches.insert({touch.touched.ullWhat, touch.ullThread, touch.touched.bReads});
       std::size_t nWay = 0;
+      const std::uint32_t nNumber = nCrossing++;
+      if (nNextTurn < schedule.nTurns && schedule.turns[nNextTurn].nCrossing == nNumber)
+        nWay = schedule.turns[nNextTurn++].nWay;
+      if (nWay >= crossing.choices.size()) nWay = 0;
       if (nWays != 0) {
         if (report.nCrossings == kMostCrossings) {
           std::printf("the scene has more crossings than can be explored\n");
           std::fflush(stdout);
           _exit(1);
         }
-        const std::uint32_t n = report.nCrossings++;
-        report.crossings[n] = {static_cast<std::uint16_t>(nWays), static_cast<std::uint16_t>(nPreempts)};
-        narration.Number(n);
-        if (nNextTurn < schedule.nTurns && schedule.turns[nNextTurn].nCrossing == n)
-          nWay = schedule.turns[nNextTurn++].nWay;
-        if (nWay >= crossing.choices.size()) nWay = 0;
+        last[crossing.pszThread] = report.nCrossings;
+        report.crossings[report.nCrossings++] = {nNumber, static_cast<std::uint16_t>(nWays),
+                                                 static_cast<std::uint16_t>(nPreempts), touch};
       }
+      narration.Number(nNumber);
       if (bShow) narration.At(crossing, nWay);
       return nWay;
     });
@@ -295,6 +397,9 @@ class Exploration {
     if (bShow && schedule.nFailAt != 0) std::printf("   (%s failed)\n", LastFailedApi().c_str());
     ResetFaults();
     report.ullOutcome = HashOf(m_what.outcome());
+    report.nTouches = 0;
+    for (const auto& [ullWhat, ullThread, bReads] : touches)
+      if (report.nTouches < kMostTouches) report.touches[report.nTouches++] = {ullThread, {ullWhat, bReads}};
     return m_what.finish(schedule.nFailAt != 0, bShow);
   }
 
@@ -348,10 +453,13 @@ class Exploration {
   std::deque<Schedule> m_waiting;
   std::array<Level, kMostTurns + 2> m_levels{};
   std::set<std::uint64_t> m_outcomes;
+  std::uint32_t m_nFaultPointsBefore = 0;
   std::uint32_t m_nMostFaultPoints = 0;
   std::uint64_t m_ullDone = 0;
   Schedule m_failed;
   bool m_bFailed = false;
+  Sharing m_sharing;
+  bool m_bLearned = false;   // in this round: some of its schedules were left out that should not have been
   std::string m_strFailure;  // what the failed run printed
   ProgressLine m_progress;
 };

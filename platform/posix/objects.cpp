@@ -31,18 +31,23 @@ std::size_t SlotOf(HANDLE hObject) {
 
 class Event : public Object {
  public:
-  Event(bool bManualReset, bool bSet) : m_bManualReset(bManualReset), m_bSet(bSet) {}
+  Event(bool bManualReset, bool bSet) : m_bManualReset(bManualReset), m_bSet(bSet) {
+    Thread& maker = Scheduler::Get().Self();
+    m_ullName = std::hash<std::string>()(maker.strName) + ++maker.nMade;
+  }
   bool Waitable() const override { return true; }
   bool Ready(const Thread&) override { return m_bSet; }
   DWORD Take(Thread&) override {
     if (!m_bManualReset) m_bSet = false;
     return WAIT_OBJECT_0;
   }
+  Touched Touch() const override { return {m_ullName}; }
   void Put(bool bSet) { m_bSet = bSet; }
 
  private:
   const bool m_bManualReset;
   bool m_bSet;
+  std::uint64_t m_ullName;  // its maker's n-th
 };
 
 // A mutex; a named one is shared with other processes through a lock file that its owner holds.
@@ -132,9 +137,16 @@ void* ThreadMain(void* pArgument) {
   return nullptr;
 }
 
+// What a call with this handle touches; asked for the exploration alone.
+Touched TouchOf(HANDLE hObject) {
+  const auto pObject = Scheduler::Get().Explores() ? FindObject(hObject) : nullptr;
+  return pObject ? pObject->Touch() : Touched{};
+}
+
 DWORD WaitFor(DWORD nCount, const HANDLE* phObjects, bool bAll, DWORD dwMilliseconds) {
   Scheduler& scheduler = Scheduler::Get();
-  scheduler.Call(nCount == 1 ? "WaitForSingleObject" : "WaitForMultipleObjects");
+  scheduler.Call(nCount == 1 ? "WaitForSingleObject" : "WaitForMultipleObjects",
+                 nCount == 1 ? TouchOf(*phObjects) : Touched{});
   std::vector<std::shared_ptr<Object>> objects;
   for (DWORD n = 0; n < nCount; ++n) {
     auto pObject = FindObject(phObjects[n]);
@@ -199,7 +211,7 @@ using namespace w32;
 extern "C" {
 
 BOOL WINAPI CloseHandle(HANDLE hObject) {
-  PlatformCall();
+  PlatformCall("CloseHandle", TouchOf(hObject));
   const std::size_t nSlot = SlotOf(hObject);
   std::shared_ptr<Object>* pHolder = nullptr;
   if (nSlot != 0) {
@@ -230,13 +242,14 @@ static BOOL PutEvent(HANDLE hEvent, bool bSet) {
     return FALSE;
   }
   Scheduler& scheduler = Scheduler::Get();
-  if (scheduler.Explores()) scheduler.Call(bSet ? "SetEvent" : "ResetEvent");  // … or go before it is set
+  if (scheduler.Explores())
+    scheduler.Call(bSet ? "SetEvent" : "ResetEvent", pEvent->Touch());  // … or go before it is set
   {
     std::lock_guard<std::mutex> lock(scheduler.WorldLock());
     pEvent->Put(bSet);
     scheduler.Changed();
   }
-  PlatformCall(bSet ? "SetEvent" : "ResetEvent");
+  PlatformCall(bSet ? "(set)" : "(reset)");
   return TRUE;
 }
 

@@ -16,6 +16,7 @@ class Object {
   virtual bool Ready(const Thread& /*thread*/) { return false; }
   // Gives the object to the thread; returns WAIT_OBJECT_0 or WAIT_ABANDONED.
   virtual DWORD Take(Thread& /*thread*/) { return WAIT_OBJECT_0; }
+  virtual Touched Touch() const { return {}; }
 };
 
 // Enters an object into the handle table. Handles count in Account::Handles.

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace w32 {
 namespace {
@@ -136,7 +137,8 @@ void Scheduler::HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool 
   SwitchTo(lock, self, *canRun[canRun.size() == 1 ? 0 : Random() % canRun.size()], bEnding);
 }
 
-void Scheduler::Cross(std::unique_lock<std::mutex>& lock, Thread& self, const char* pszApi, bool bEnding) {
+void Scheduler::Cross(std::unique_lock<std::mutex>& lock, Thread& self, const char* pszApi, bool bEnding,
+                      Touched touched) {
   constexpr std::size_t kMost = 16;
   std::array<Choice, kMost> choices;
   std::array<Thread*, kMost> threads;
@@ -173,12 +175,15 @@ void Scheduler::Cross(std::unique_lock<std::mutex>& lock, Thread& self, const ch
     if (&other == &self && bSelfGoes) continue;
     if (&other == pInterrupted && bInterruptedGoes) continue;
     if (isReady(other)) {
-      add(other, Choice::Kind::Goes, bAnybodyGoes);
+      if (!other.bAwaitsMoment) add(other, Choice::Kind::Goes, bAnybodyGoes);
     } else if (other.bHasDeadline) {
       std::int64_t& llOf = other.bAwaitsMoment ? llEarliestMoment : llEarliest;
       llOf = std::min(llOf, other.llDeadline);
     }
   }
+  const bool bNobodyGoes = nChoices == 0;
+  for (std::size_t n = 0; n < m_threads.size() && bNobodyGoes; ++n)  // the time for their moment is over
+    if (thread(n).bAwaitsMoment && isReady(thread(n))) add(thread(n), Choice::Kind::Goes, nChoices > 0);
   const bool bIdle = nChoices == 0;
   if (bIdle) llEarliest = std::min(llEarliest, llEarliestMoment);
   for (std::size_t n = 0; n < m_threads.size() && llEarliest != kNever; ++n) {
@@ -187,13 +192,12 @@ void Scheduler::Cross(std::unique_lock<std::mutex>& lock, Thread& self, const ch
     if (bIsNext && (bIdle || !other.bAwaitsMoment)) add(other, Choice::Kind::TimeIsUp, !bIdle);
   }
   for (std::size_t n = 0; n < m_threads.size(); ++n)
-    if (thread(n).bAwaitsMoment && !isReady(thread(n))) add(thread(n), Choice::Kind::Happens, false);
+    if (thread(n).bAwaitsMoment && !(bNobodyGoes && isReady(thread(n)))) add(thread(n), Choice::Kind::Happens, false);
   if (nChoices == 0) ReportDeadlock();
 
+  const std::span<const Choice> all(choices.data(), nChoices);
   const std::size_t nChosen =
-      nChoices == 1
-          ? 0
-          : m_choose({self.strName.c_str(), pszApi, !bSelfGoes, std::span<const Choice>(choices.data(), nChoices)});
+      m_choose({self.strName.c_str(), pszApi, touched, !bSelfGoes, std::exchange(self.bNoted, false), all});
   if (nChosen >= nChoices) Unsupported("a choice that is none");
   Thread& next = *threads[nChosen];
   if (choices[nChosen].kind == Choice::Kind::TimeIsUp) {
@@ -283,7 +287,7 @@ void Scheduler::Changed() {
     if (pThread->pReady != nullptr && (*pThread->pReady)()) pThread->turn.notify_one();
 }
 
-void Scheduler::Call(const char* pszApi) {
+void Scheduler::Call(const char* pszApi, Touched touched) {
   Thread& self = Self();
   if (m_mode == TimeMode::Simulated && t_nOneStep == 0 && DiesHere()) Die();
   if (m_mode == TimeMode::Free) {
@@ -298,7 +302,7 @@ void Scheduler::Call(const char* pszApi) {
   if (m_choose) {
     if (t_nOneStep != 0) return;
     if (++g_nCallsInARow > kMostCallsInARow) Unsupported("a thread that makes calls without end and waits for nothing");
-    Cross(lock, self, pszApi, false);
+    Cross(lock, self, pszApi, false, touched);
     return;
   }
   if (m_threads.size() > 1 && Random() % kCallsPerHandOver == 0) HandOver(lock, self, false);
@@ -340,12 +344,13 @@ void SetClock(const SYSTEMTIME& stLocal) noexcept {
   if (!SystemTimeToFileTime(&stLocal, &ft)) Unsupported("SetClock with an impossible date");
   Scheduler::Get().SetLocal((static_cast<std::uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime);
 }
-void PlatformCall(const char* pszApi) noexcept { Scheduler::Get().Call(pszApi); }
+void PlatformCall(const char* pszApi, Touched touched) noexcept { Scheduler::Get().Call(pszApi, touched); }
 
 void ExploreBy(std::function<std::size_t(const Crossing&)> choose) { Scheduler::Get().ExploreBy(std::move(choose)); }
 void NameThread(const char* pszName) { Scheduler::Get().Self().strName = pszName; }
 void AwaitMoment(DWORD dwMilliseconds) { Scheduler::Get().AwaitMoment(dwMilliseconds); }
 std::uint64_t LateMilliseconds() noexcept { return Scheduler::Get().LateMs(); }
+void NoteStep() noexcept { Scheduler::Get().Self().bNoted = true; }
 void BeginStep() noexcept { ++t_nOneStep; }
 void EndStep() noexcept { --t_nOneStep; }
 void DieAt(std::uint64_t ullPlace, std::function<void()> lastAct) {

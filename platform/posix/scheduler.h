@@ -35,6 +35,8 @@ struct Thread {
   std::string strName;         // for people
   bool bAwaitsMoment = false;  // exploration: goes on only when it is chosen
   int nSections = 0;           // critical sections that it owns; simulated time
+  unsigned nMade = 0;          // events
+  bool bNoted = false;         // see NoteStep
 };
 
 class Scheduler {
@@ -60,7 +62,7 @@ class Scheduler {
   void Changed();
 
   // A platform call: time moves on a little and, by the seed or the explored schedule, another thread may run.
-  void Call(const char* pszApi);
+  void Call(const char* pszApi, Touched touched = {});
 
   // See control.h.
   void ExploreBy(std::function<std::size_t(const Crossing&)> choose) { m_choose = std::move(choose); }
@@ -89,7 +91,7 @@ class Scheduler {
   const std::vector<Thread*>& WhoCanRun();
   void HandOver(std::unique_lock<std::mutex>& lock, Thread& self, bool bEnding);
   // The exploration's hand-over: whoever can run, whoever's time could come, and whatever awaits its moment.
-  void Cross(std::unique_lock<std::mutex>& lock, Thread& self, const char* pszApi, bool bEnding);
+  void Cross(std::unique_lock<std::mutex>& lock, Thread& self, const char* pszApi, bool bEnding, Touched touched = {});
   void SwitchTo(std::unique_lock<std::mutex>& lock, Thread& self, Thread& next, bool bEnding);
   void WakeFree();
   [[noreturn]] void ReportDeadlock();

@@ -31,6 +31,7 @@ w32::Exploring ExploringOf(const Scene& scene, Stage& stage, const ExploreOption
   what.nPreemptionsWithFault = options.bShare || options.nPreemptions >= 0 ? -1 : scene.nPreemptionsWithFault;
   what.bEveryCall = options.bEveryCall;
   what.bFreshDrives = scene.bFiles;
+  if (scene.pszFrom != nullptr) what.strFrom = scene.pszFrom;
   if (options.bShare && scene.pszShareFrom != nullptr) what.strFrom = scene.pszShareFrom;
   what.affected = scene.affected;
   return what;

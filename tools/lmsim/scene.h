@@ -84,6 +84,7 @@ struct Scene {
   std::vector<std::string> affected = {};
   int nPreemptions = 2;
   int nPreemptionsWithFault = 1;       // together with one failing call; -1: none fails
+  const char* pszFrom = nullptr;       // the first call of this name begins it; null: the threads' start does
   int nShare = 0;                      // preemptions in the part that the tests run
   const char* pszShareFrom = nullptr;  // … which begins at the first call of this name; null: with the threads
   bool bFiles = false;                 // it writes files: each run gets fresh drives

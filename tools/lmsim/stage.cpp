@@ -149,7 +149,9 @@ std::string Stage::Outcome() {
     str += sim::Format("%d%d e%u %u of %zu;", job.result.bStarted, job.result.bDelivered,
                        static_cast<unsigned>(job.result.bStarted ? 0 : job.result.dwError),
                        static_cast<unsigned>(job.result.ullDelivered), job.strData.size());
-    for (const std::string& strStrip : strips) str += "|" + strStrip;
+    // How far it was when a deleted job was cut off is a matter of microseconds.
+    if (!IsSeenDeleted(job))
+      for (const std::string& strStrip : strips) str += "|" + strStrip;
     for (const sim::Journal::Event& event : m_world->journal.EventsOf(job.strQueue))
       if (!event.strText.starts_with("user changes")) str += event.strText + "\n";  // when nobody looks is all the same
   }
