@@ -2,6 +2,9 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 
@@ -50,6 +53,57 @@ struct Image {
   const IMAGE_NT_HEADERS64* pHeaders;
 };
 
+// What a Windows that guards indirect calls does and Wine does not: it looks each call's target up in the DLL's table. One that
+// is missing there would end the spooler.
+struct Guard {
+  static inline const BYTE* s_pBase;
+  static inline DWORD s_cbImage;
+  static inline std::set<DWORD> s_targets;
+  static inline std::atomic<unsigned> s_nCalls;
+  static void Take(const Image& image);
+};
+
+}  // namespace
+
+extern "C" void GuardedCall();
+extern "C" [[gnu::used]] void CheckGuardedCall(const BYTE* pTarget) {
+  ++Guard::s_nCalls;
+  const auto dwAt = static_cast<DWORD>(pTarget - Guard::s_pBase);
+  if (pTarget < Guard::s_pBase || dwAt >= Guard::s_cbImage || Guard::s_targets.contains(dwAt)) return;
+  std::fprintf(stderr, "an indirect call to %lx, which is not in the guard's table\n", dwAt);
+  std::_Exit(1);
+}
+// The target is in rax; the call's own arguments stay.
+__asm__(
+    ".text\n.globl GuardedCall\nGuardedCall:\n"
+    "push %rax\npush %rcx\npush %rdx\npush %r8\npush %r9\npush %r10\npush %r11\nsub $96, %rsp\n"
+    "movups %xmm0, 32(%rsp)\nmovups %xmm1, 48(%rsp)\nmovups %xmm2, 64(%rsp)\nmovups %xmm3, 80(%rsp)\n"
+    "mov %rax, %rcx\ncall CheckGuardedCall\n"
+    "movups 32(%rsp), %xmm0\nmovups 48(%rsp), %xmm1\nmovups 64(%rsp), %xmm2\nmovups 80(%rsp), %xmm3\n"
+    "add $96, %rsp\npop %r11\npop %r10\npop %r9\npop %r8\npop %rdx\npop %rcx\npop %rax\njmp *%rax\n");
+
+void Guard::Take(const Image& image) {
+  s_pBase = image.pBase;
+  s_cbImage = image.pHeaders->OptionalHeader.SizeOfImage;
+  ASSERT_NE(image.pHeaders->OptionalHeader.DllCharacteristics & 0x4000, 0);  // IMAGE_DLLCHARACTERISTICS_GUARD_CF
+  const BYTE* pConfig = image.Directory(IMAGE_DIRECTORY_ENTRY_LOAD_CONFIG);
+  const auto member = [&](int nOffset) { return *reinterpret_cast<const ULONG_PTR*>(pConfig + nOffset); };
+  const auto* pTargets = reinterpret_cast<const DWORD*>(member(0x80));
+  s_targets = std::set<DWORD>(pTargets, pTargets + member(0x88));
+  ASSERT_EQ(static_cast<DWORD>(member(0x90)), 0x500u);  // calls are guarded; the table is there, four bytes an entry
+  auto* pDispatch = reinterpret_cast<void**>(member(0x78));
+  DWORD dwBefore = 0;
+  ASSERT_TRUE(VirtualProtect(pDispatch, sizeof *pDispatch, PAGE_READWRITE, &dwBefore));
+  *pDispatch = reinterpret_cast<void*>(&GuardedCall);
+  // The system calls these two itself, and looks as well.
+  EXPECT_TRUE(s_targets.contains(image.pHeaders->OptionalHeader.AddressOfEntryPoint));
+  const auto pfn = reinterpret_cast<const BYTE*>(reinterpret_cast<void*>(
+      GetProcAddress(reinterpret_cast<HMODULE>(const_cast<BYTE*>(s_pBase)), "InitializePrintMonitor2")));
+  EXPECT_TRUE(s_targets.contains(static_cast<DWORD>(pfn - s_pBase)));
+}
+
+namespace {
+
 // A world whose monitor is the DLL.
 class Dll : public ::testing::Test {
  protected:
@@ -58,6 +112,7 @@ class Dll : public ::testing::Test {
     m_world.emplace();
     m_hDll = LoadLibraryW((ProgramFolder() + L"\\kelvane_lm.dll").c_str());
     if (m_hDll == nullptr) return;
+    Guard::Take(Image(m_hDll));
     const auto pfn = reinterpret_cast<LPMONITOR2(WINAPI*)(PMONITORINIT, PHANDLE)>(
         reinterpret_cast<void*>(GetProcAddress(m_hDll, "InitializePrintMonitor2")));
     m_init.cbSize = sizeof m_init;
@@ -106,6 +161,13 @@ TEST_F(Dll, ReceiptGoesThroughThePortMonitor) {
   EXPECT_EQ(world().portMonitor.Port("LPT1:").strDelivered, Receipt(50'000) + "\x13(cls)");
   EXPECT_TRUE(world().spooler.ClosePort(hPort));
   EXPECT_EQ(World::LogCount("(*pIniPort->fn.pfnEndDocPort) [pszPortName:LPT1:, JobId:1]"), 1u);
+  EXPECT_GT(Guard::s_nCalls, 0u);
+  // The routines that the spooler calls by the table.
+  for (const void* const* pp = reinterpret_cast<const void* const*>(world().spooler.pMonitor) + 1;
+       pp < reinterpret_cast<const void* const*>(world().spooler.pMonitor + 1); ++pp)
+    if (*pp != nullptr) {
+      EXPECT_TRUE(Guard::s_targets.contains(static_cast<DWORD>(static_cast<const BYTE*>(*pp) - Guard::s_pBase)));
+    }
 }
 
 // The service is real: installed, started, stopped and removed again.
