@@ -3,7 +3,7 @@
 # make_package.sh VERSION FILES MSI   FILES: the folder of kelvane_lm.dll, lmctl.exe and setup_actions.dll
 #
 # The same files give the same package, byte for byte: its times are SOURCE_DATE_EPOCH or that of the last commit, and the
-# codes that tell it from others are made of the version and the files.
+# codes that tell it from others are made of everything that shapes it: version, times, files, this script and its tools.
 set -eu
 version=$1
 files=$(realpath "$2")
@@ -13,10 +13,10 @@ epoch=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
-cp "$files/kelvane_lm.dll" "$files/lmctl.exe" "$files/setup_actions.dll" kelvane_lm.wxs "$stage"
+cp "$files/kelvane_lm.dll" "$files/lmctl.exe" "$files/setup_actions.dll" kelvane_lm.wxs make_package.sh "$stage"
 cd "$stage"
 touch -d "@$epoch" ./*
-content=$(cat kelvane_lm.dll lmctl.exe setup_actions.dll kelvane_lm.wxs | sha256sum)
+content=$({ cat ./* && wixl --version && echo "$epoch"; } | sha256sum)
 upgrade_code={$(sed -n 's/.*UpgradeCode="\(.*\)".*/\1/p' kelvane_lm.wxs)}
 code() {
   sha256sum <<<"$1 $version $content" | tr a-f A-F | sed -E 's/^(.{8})(.{4}).(.{3}).(.{3})(.{12}).*/\1-\2-5\3-8\4-\5/'
@@ -28,11 +28,12 @@ msibuild package.msi -s "Kelvane Language Monitor $version" Kelvane "x64;1033" "
 
 # What wixl has no words for, or does not carry over.
 query() { msibuild package.msi -q "$1"; }
-for file in MonitorDll ToolExe; do  # a file without a version would never replace one that has one
+for file in MonitorDll ToolExe; do  # a file without a version would never replace one that has one; a hash is for those without
+  query "DELETE FROM \`MsiFileHash\` WHERE \`File_\` = '$file'"
   query "UPDATE \`File\` SET \`Version\` = '$version.0', \`Language\` = '1033' WHERE \`File\` = '$file'"
 done
-for setting in LogLevel LogLifeDays; do  # 64 bit, key path in the registry, permanent
-  query "UPDATE \`Component\` SET \`Attributes\` = 276, \`Condition\` = '${setting}Data' WHERE \`Component\` = '$setting'"
+for setting in LogLevel LogLifeDays; do  # 64 bit, transitive (its condition is asked again), permanent, key path in the registry
+  query "UPDATE \`Component\` SET \`Attributes\` = 340, \`Condition\` = '${setting}Data' WHERE \`Component\` = '$setting'"
 done
 query "DELETE FROM \`Upgrade\` WHERE \`ActionProperty\` = 'OLDERVERSION'"  # to include its maximum: another build of this version
 query "INSERT INTO \`Upgrade\` (\`UpgradeCode\`, \`VersionMin\`, \`VersionMax\`, \`Attributes\`, \`ActionProperty\`) VALUES ('$upgrade_code', '0.0.0', '$version', 768, 'OLDERVERSION')"

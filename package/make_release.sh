@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Makes what goes to customers: the installation package, a zip for those who deploy by hand, and their check sums.
+# Makes what goes to customers: the installation package, a zip for those who deploy by hand, the field test for a test machine,
+# and their check sums.
 # make_release.sh VERSION FILES OUTPUT [--sign FILE.p12]   FILES: the folder with the programs of a Windows build
 #
 # --sign signs DLL, tool and package with the certificate, and verifies them. SIGN_PASSWORD is its password; with
@@ -41,7 +42,16 @@ sign "$output/$name.msi"
 
 cp "$stage/kelvane_lm.dll" "$stage/lmctl.exe" "$files"/{kelvane_lm,lmctl}.pdb "$package"/../docs/{administration,lmctl}.md \
   "$stage/$name"
-chmod -R u=rwX,go=rX "$stage/$name"
-find "$stage/$name" -exec touch -d "@$SOURCE_DATE_EPOCH" {} +
-(cd "$stage" && find "$name" | LC_ALL=C sort | TZ=UTC zip -q -X -9 "$output/$name.zip" -@)
-(cd "$output" && sha256sum "$name.msi" "$name.zip" >SHA256SUMS)
+
+field_test=kelvane_lm-$version-fieldtest
+mkdir -p "$stage/$field_test/cases"  # with the libraries that stand in for the spooler's; the test itself talks to the real one
+cp "$files/fieldtest.exe" "$package/../tools/fieldtest/fieldtest.cmd" "$stage/$field_test"
+cp "$files"/{run_cases,unit_tests,scenario_tests,windows_tests,setup_rights_tests,log_many_lines,norvex_srv,lmhost}.exe \
+  "$files"/{winspool.drv,spoolss.dll,Norvex_SDK.dll} "$stage"/{kelvane_lm,setup_actions}.dll "$stage/$field_test/cases"
+
+for folder in "$name" "$field_test"; do
+  chmod -R u=rwX,go=rX "$stage/$folder"
+  find "$stage/$folder" -exec touch -d "@$SOURCE_DATE_EPOCH" {} +
+  (cd "$stage" && find "$folder" | LC_ALL=C sort | TZ=UTC zip -q -X -9 "$output/$folder.zip" -@)
+done
+(cd "$output" && sha256sum ./*.msi ./*.zip | sed 's| \./| |' >SHA256SUMS)

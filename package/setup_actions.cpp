@@ -1,6 +1,7 @@
 // What the installation does beyond the installer's own tables. The library lies in the package; the installer loads it and
-// calls each routine by its name, in the order that kelvane_lm.wxs gives. The first two run before anything is changed and
-// may refuse; the others run with the system's rights while it is changed.
+// calls each routine by its name, in the order that kelvane_lm.wxs gives. The first two run before anything is changed, with
+// the rights of whoever started it (a double click: an administrator's, filtered): they may refuse, ask only what every user
+// may, and change nothing. The others run with the system's rights.
 #include <windows.h>
 
 #include <msi.h>
@@ -12,17 +13,13 @@
 
 #include "base/setting_names.h"
 #include "log/level.h"
-#include "package/kept_state.h"
+#include "package/spooler_service.h"
+#include "tools/lmctl/machine_kind.h"
 #include "tools/lmctl/registered_monitor.h"
 
 namespace {
 
 constexpr wchar_t kDefaultMonitorName[] = L"Kelvane Language Monitor";
-constexpr wchar_t kSpooler[] = L"Spooler";
-
-// While the spooler is stopped by the installer, a mark that it ran. An installation that was killed leaves the mark, so the
-// next one starts the spooler again.
-constexpr wchar_t kSpoolerRanValue[] = L"SpoolerRan";
 
 std::wstring Property(MSIHANDLE hInstall, const wchar_t* pszName) {
   DWORD cch = 0;
@@ -34,12 +31,18 @@ std::wstring Property(MSIHANDLE hInstall, const wchar_t* pszName) {
   return value;
 }
 
-// Ends the installation with a sentence, which a silent one has in its log.
-UINT Refuse(MSIHANDLE hInstall, const std::wstring& sentence) {
-  const MSIHANDLE hRecord = MsiCreateRecord(0);
-  MsiRecordSetStringW(hRecord, 0, sentence.c_str());
-  MsiProcessMessage(hInstall, INSTALLMESSAGE_ERROR, hRecord);
+// A silent installation has it in its log. The sentence is a field of the record, whose format would take its brackets away.
+void Tell(MSIHANDLE hInstall, INSTALLMESSAGE kind, const std::wstring& sentence) {
+  const MSIHANDLE hRecord = MsiCreateRecord(1);
+  MsiRecordSetStringW(hRecord, 0, L"[1]");
+  MsiRecordSetStringW(hRecord, 1, sentence.c_str());
+  MsiProcessMessage(hInstall, kind, hRecord);
   MsiCloseHandle(hRecord);
+}
+
+// Ends the installation with a sentence.
+UINT Refuse(MSIHANDLE hInstall, const std::wstring& sentence) {
+  Tell(hInstall, INSTALLMESSAGE_ERROR, sentence);
   return ERROR_INSTALL_FAILURE;
 }
 
@@ -85,56 +88,28 @@ bool SetMachineSetting(MSIHANDLE hInstall, const wchar_t* pszProperty, const wch
   return true;
 }
 
-bool SpoolerRan() {
-  return RegGetValueW(HKEY_LOCAL_MACHINE, setup::kKey, kSpoolerRanValue, RRF_RT_REG_DWORD, nullptr, nullptr, nullptr) ==
-         ERROR_SUCCESS;
+// A user who may start a repair is not one who may change the machine's settings. On a first installation somebody with the
+// rights has consented.
+bool IsAdministrator() {
+  BYTE sid[SECURITY_MAX_SID_SIZE];
+  DWORD cb = sizeof sid;
+  BOOL bMember = FALSE;
+  return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, sid, &cb) &&
+         CheckTokenMembership(nullptr, sid, &bMember) && bMember;
 }
 
-class SpoolerService {
- public:
-  SpoolerService()
-      : m_hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)),
-        m_hService(m_hManager == nullptr ? nullptr
-                                         : OpenServiceW(m_hManager, kSpooler,
-                                                        SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG | SERVICE_START)) {}
-  ~SpoolerService() {
-    if (m_hService != nullptr) CloseServiceHandle(m_hService);
-    if (m_hManager != nullptr) CloseServiceHandle(m_hManager);
-  }
-  SpoolerService(const SpoolerService&) = delete;
-  SpoolerService& operator=(const SpoolerService&) = delete;
-
-  bool Runs() const {
-    SERVICE_STATUS status = {};
-    return QueryServiceStatus(m_hService, &status) && status.dwCurrentState != SERVICE_STOPPED;
-  }
-  // One that is disabled could not be started again.
-  bool CanStart() const {
-    DWORD cb = 0;
-    QueryServiceConfigW(m_hService, nullptr, 0, &cb);
-    std::vector<BYTE> bytes(cb);
-    auto* pConfig = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(bytes.data());
-    return QueryServiceConfigW(m_hService, pConfig, cb, &cb) && pConfig->dwStartType != SERVICE_DISABLED;
-  }
-  void Start() const { StartServiceW(m_hService, 0, nullptr); }
-
- private:
-  SC_HANDLE m_hManager;
-  SC_HANDLE m_hService;
-};
-
-// The end of a setup, whether it succeeded or not.
-void LeaveSpoolerAsItWas() {
-  const SpoolerService spooler;
-  if (SpoolerRan() && !spooler.Runs()) spooler.Start();
-  RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, setup::kKey, kSpoolerRanValue);
-  if (RegisteredName().empty()) RegDeleteKeyW(HKEY_LOCAL_MACHINE, setup::kKey);
+// What the end of a setup leaves, whether it succeeded or not.
+void LeaveSpoolerAsItWas(MSIHANDLE hInstall) {
+  const std::wstring sentence = setup::StartSpooler();
+  if (!sentence.empty()) Tell(hInstall, INSTALLMESSAGE_WARNING, sentence);
+  if (RegisteredName().empty()) RegDeleteKeyW(HKEY_LOCAL_MACHINE, setup::kKey);  // refused while something is below it
 }
 
 }  // namespace
 
-// Settles what the tables need: MONITORNAME, the machine's settings, whether the spooler is to be stopped and started.
+// Settles what the tables need: MONITORNAME, the machine's settings, whether the spooler is left alone.
 extern "C" UINT WINAPI PrepareSetup(MSIHANDLE hInstall) {
+  if (lmctl::IsArm64()) return Refuse(hInstall, L"The spooler of an ARM64 machine loads no x64 language monitor.");
   if (!Property(hInstall, L"NEWERVERSION").empty())
     return Refuse(hInstall, L"A newer version is installed. Uninstall it first to go back to this one.");
   const std::wstring registered = RegisteredName();
@@ -146,53 +121,55 @@ extern "C" UINT WINAPI PrepareSetup(MSIHANDLE hInstall) {
     return Refuse(hInstall, L"The monitor is registered as \"" + registered +
                                 L"\". To give it another name, uninstall it first.");
   }
-  if (name.size() > 255 || name.find(L'\\') != std::wstring::npos)
-    return Refuse(hInstall, L"MONITORNAME must be a name of at most 255 characters without a backslash.");
+  // The registry table reads a text that begins with # as a number.
+  if (name.size() > 255 || name.find(L'\\') != std::wstring::npos || name.starts_with(L'#'))
+    return Refuse(hInstall,
+                  L"MONITORNAME must be a name of at most 255 characters without a backslash, "
+                  L"and begin with another sign than #.");
   MsiSetPropertyW(hInstall, L"MONITORNAME", name.c_str());
 
+  const bool bGiven = !Property(hInstall, L"LOGLEVEL").empty() || !Property(hInstall, L"LOGLIFEDAYS").empty();
+  if (bGiven && !Property(hInstall, L"Installed").empty() && !IsAdministrator())
+    return Refuse(hInstall, L"LOGLEVEL and LOGLIFEDAYS of an installed package are an administrator's to change.");
   if (!SetMachineSetting(hInstall, L"LOGLEVEL", L"LogLevelData", kLogLevelValue, Levels))
     return Refuse(hInstall, L"LOGLEVEL must be letters of EWIDTV, a number, or off.");
   if (!SetMachineSetting(hInstall, L"LOGLIFEDAYS", L"LogLifeDaysData", kLogLifeDaysValue, Number))
     return Refuse(hInstall, L"LOGLIFEDAYS must be a number of days.");
 
-  const SpoolerService spooler;
-  if (spooler.CanStart() && (SpoolerRan() || spooler.Runs())) MsiSetPropertyW(hInstall, L"SpoolerRuns", L"1");
+  if (setup::SpoolerIsDisabled()) MsiSetPropertyW(hInstall, L"SpoolerIsDisabled", L"1");
+  if (lmctl::IsProtectedPrintMode())
+    Tell(hInstall, INSTALLMESSAGE_WARNING,
+         L"Windows' protected print mode is on: the spooler loads no language monitor. Turn it off to print with this "
+         L"one.");
   return ERROR_SUCCESS;
 }
 
-// A driver whose monitor is gone prints no more.
+// A driver whose monitor is gone prints no more, under whatever name the DLL is registered as well.
 extern "C" UINT WINAPI RefuseWhileInUse(MSIHANDLE hInstall) {
+  std::vector<std::wstring> names = lmctl::MonitorNames();
+  names.push_back(Property(hInstall, L"MONITORNAME"));
   std::wstring list;
-  for (const std::wstring& driver : lmctl::DriversNaming({Property(hInstall, L"MONITORNAME")}))
-    list += (list.empty() ? L"" : L", ") + driver;
+  for (const std::wstring& driver : lmctl::DriversNaming(names)) list += (list.empty() ? L"" : L", ") + driver;
   if (list.empty()) return ERROR_SUCCESS;
   return Refuse(hInstall,
                 L"These printer drivers still name the monitor: " + list +
                     L". Change their queues to another driver and delete them first, or uninstall with FORCE=1.");
 }
 
-extern "C" UINT WINAPI MarkSpoolerRan(MSIHANDLE) {
-  const DWORD dwRan = 1;
-  RegSetKeyValueW(HKEY_LOCAL_MACHINE, setup::kKey, kSpoolerRanValue, REG_DWORD, &dwRan, sizeof dwRan);
-  return ERROR_SUCCESS;
-}
-
 // Before anything is changed.
-extern "C" UINT WINAPI BeginSetup(MSIHANDLE) {
-  setup::KeepState();
-  return ERROR_SUCCESS;
+extern "C" UINT WINAPI BeginSetup(MSIHANDLE hInstall) {
+  const std::wstring sentence = setup::StopSpooler();
+  return sentence.empty() ? ERROR_SUCCESS : Refuse(hInstall, sentence);
 }
 
-// After the spooler was started.
-extern "C" UINT WINAPI EndSetup(MSIHANDLE) {
-  setup::DropKeptState();
-  LeaveSpoolerAsItWas();
+// Behind everything that can fail.
+extern "C" UINT WINAPI EndSetup(MSIHANDLE hInstall) {
+  LeaveSpoolerAsItWas(hInstall);
   return ERROR_SUCCESS;
 }
 
 // When the installation failed, behind what the installer itself takes back.
-extern "C" UINT WINAPI TakeBackSetup(MSIHANDLE) {
-  setup::RestoreState();
-  LeaveSpoolerAsItWas();
+extern "C" UINT WINAPI TakeBackSetup(MSIHANDLE hInstall) {
+  LeaveSpoolerAsItWas(hInstall);
   return ERROR_SUCCESS;
 }

@@ -173,6 +173,11 @@ TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
   EXPECT_EQ(Doctor("mutex"), "failure");
   ReleaseMutex(hMutex);
   CloseHandle(hMutex);
+  constexpr wchar_t kPolicy[] = L"SOFTWARE\\Policies\\Microsoft\\Windows NT\\Printers\\WPP";
+  const DWORD dwOn = 1;
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, kPolicy, L"WindowsProtectedPrintGroupPolicyState", REG_DWORD, &dwOn, sizeof dwOn);
+  EXPECT_TRUE(Lmctl("doctor").Says("protected print mode"));
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, kPolicy);
   // A value that the monitor would not read, and an archive root with a folder of somebody else's.
   wchar_t szFlags[] = L"JobSettingFlags", szPath[] = L"JobFilePath";
   BYTE abyLong[8] = {1};

@@ -106,14 +106,17 @@ wine "$tool" doctor >doctor.txt || true  # no queue uses the monitor yet, which 
 for sentence in "ok *dll .*version $version, 64 bit" "ok *monitor *registered as Kelvane" "ok *spooler" "ok *level"; do
   grep -q "^$sentence" doctor.txt || fail "doctor does not say: $sentence"
 done
-install 0 /i new.msi
+install 0 /i new.msi LOGLIFEDAYS=21
 installed "$files"
+is "the log's days after a second installation" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLifeDays)" 0x15
 
 step "repair after the DLL was deleted"
 wine reg add 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' /v LogLevelPos /t REG_DWORD /d 0x6 /f >/dev/null
+wine reg delete 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' /v LogLifeDays /f >/dev/null
 rm "$system/kelvane_lm.dll"
 install 0 /i new.msi REINSTALL=ALL REINSTALLMODE=amus  # what /fa means; Wine knows no /f
 installed "$files"
+is "what the log's days have become" "$(wine reg query 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' | grep -c LogLifeDays)" 0
 is "the log's levels after a repair" "$(value 'HKLM\SOFTWARE\Kelvane\ThermalPrinterSdk' LogLevelPos)" 0x6
 is "the spooler" "$(spooler)" RUNNING
 
@@ -161,7 +164,7 @@ wine reg query 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall' >produ
 is "the spooler" "$(spooler)" RUNNING
 
 start "what cannot be meant is refused before anything changes"
-for bad in LOGLEVEL=EQ LOGLIFEDAYS=soon 'MONITORNAME=a\b'; do
+for bad in LOGLEVEL=EQ LOGLIFEDAYS=soon 'MONITORNAME=a\b' 'MONITORNAME=#1'; do
   install $refused /i new.msi "$bad"
   says "${bad%%=*} must be"
   gone
@@ -170,9 +173,8 @@ done
 start "over a DLL and a key that were put there by hand"
 cp older/kelvane_lm.dll "$system"
 wine reg add 'HKLM\SYSTEM\CurrentControlSet\Control\Print\Monitors\By Hand' /v Driver /d kelvane_lm.dll /f >/dev/null
-install $failed_on_the_way /i failing.msi
-cmp "$system/kelvane_lm.dll" older/kelvane_lm.dll || fail "the DLL put there by hand did not come back"
-is "the monitor put there by hand" "$(monitor 'By Hand')" kelvane_lm.dll
+wine "$files/lmctl.exe" doctor >doctor.txt || true
+grep -q "started before the monitor was registered" doctor.txt || fail "doctor does not say that the spooler cannot know it"
 install 0 /i new.msi
 installed "$files"
 is "the monitor of that name" "$(monitor 'By Hand')" kelvane_lm.dll
@@ -185,31 +187,48 @@ grep -q STOPPED prefix/drive_c/seen.txt || fail "the spooler ran while the DLL w
 gone
 is "the spooler" "$(spooler)" RUNNING
 
-start "an upgrade that fails after the DLL was replaced brings the old version back"
-install 0 /i older.msi
+# A service that needs the spooler, and one that needs that one.
+dependants() { for service in Needs NeedsMore; do wine sc query $service | tr -d '\r' | sed -n 's/.*STATE.*: [0-9] *\([A-Z]*\).*/\1/p'; done | xargs; }
+with_dependants() {  # seconds that the spooler takes to stop
+  cp "$files/norvex_srv.exe" prefix/drive_c
+  wine sc create Needs binPath= 'C:\norvex_srv.exe' depend= Spooler >/dev/null
+  wine sc create NeedsMore binPath= 'C:\norvex_srv.exe' depend= Needs >/dev/null
+  wine sc create NeedsNot binPath= 'C:\norvex_srv.exe' >/dev/null
+  wine reg add 'HKLM\SYSTEM\CurrentControlSet\Services\Spooler' /v ImagePath /t REG_EXPAND_SZ /d "C:\\norvex_srv.exe ${1:-0}" /f >/dev/null
+  wineserver -k  # the service manager reads it as it starts
+  wineserver -w
+  for service in Spooler Needs NeedsMore NeedsNot; do wine net start $service >/dev/null; done
+}
+
+start "a spooler that stops slowly, and services that need it, are stopped and started"
+with_dependants 8
 install $failed_on_the_way /i failing.msi
-cmp prefix/drive_c/seen.dll "$files/kelvane_lm.dll" || fail "the DLL was not replaced"
-installed older
-is "the monitor" "$(monitor)" kelvane_lm.dll
-is "the name that was kept" "$(value 'HKLM\SOFTWARE\Kelvane\LanguageMonitor' MonitorName)" "Kelvane Language Monitor"
-is "the folder's places in PATH" "$(machine_path | grep -o 'Kelvane' | wc -l)" 1
+grep -q STOPPED prefix/drive_c/seen.txt || fail "the spooler ran while the DLL was replaced"
+is "who needs the spooler" "$(dependants)" "RUNNING RUNNING"
 is "the spooler" "$(spooler)" RUNNING
-is "the copies" "$(find prefix/drive_c -name '*.kept')" ""
+is "the note" "$(value 'HKLM\SOFTWARE\Kelvane\LanguageMonitor' SpoolerRan)" ""
 install 0 /i new.msi
-installed "$files"
-is "the copies" "$(find prefix/drive_c -name '*.kept')" ""
+is "who needs the spooler" "$(dependants)" "RUNNING RUNNING"
+is "the note" "$(value 'HKLM\SOFTWARE\Kelvane\LanguageMonitor' SpoolerRan)" ""
+install 0 /x new.msi
+gone
+is "who needs the spooler" "$(dependants)" "RUNNING RUNNING"
 
 start "an installation that is killed, and run again"
+with_dependants
 wine msiexec /i slow.msi /qn &
 installer=$!
 for _ in $(seq 100); do [ ! -e "$system/kelvane_lm.dll" ] || break; sleep 0.1; done
 sleep 1
 is "the spooler meanwhile" "$(spooler)" STOPPED
+is "who needs it meanwhile" "$(dependants)" "STOPPED STOPPED"
+is "who does not" "$(wine sc query NeedsNot | grep -c RUNNING)" 1
 wineserver -k  # ends all of it, as a power cut would
 wait $installer || true
 install 0 /i new.msi
 installed "$files"
 is "the spooler" "$(spooler)" RUNNING
+is "who needs it" "$(dependants)" "RUNNING RUNNING"
 
 start "a spooler that is stopped or disabled stays so"
 wine net stop spooler >/dev/null

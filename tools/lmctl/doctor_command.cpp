@@ -8,12 +8,14 @@
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 #include "base/setting_names.h"
 #include "log/level.h"
 #include "monitor/model.h"
 #include "tools/lmctl/commands.h"
 #include "tools/lmctl/log_reader.h"
+#include "tools/lmctl/machine_kind.h"
 #include "tools/lmctl/registered_monitor.h"
 #include "tools/lmctl/render.h"
 #include "tools/lmctl/terminal.h"
@@ -112,14 +114,54 @@ void CheckDll(Findings& findings) {
   }
 }
 
-DWORD ServiceState(const wchar_t* pszService) {
+// A state of 0: there is no such service.
+SERVICE_STATUS_PROCESS ServiceStatus(const wchar_t* pszService) {
   const SC_HANDLE hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   const SC_HANDLE hService = hManager != nullptr ? OpenServiceW(hManager, pszService, SERVICE_QUERY_STATUS) : nullptr;
-  SERVICE_STATUS status = {};
-  const bool bKnown = hService != nullptr && QueryServiceStatus(hService, &status);
+  SERVICE_STATUS_PROCESS status = {};
+  DWORD cb = 0;
+  if (hService == nullptr ||
+      !QueryServiceStatusEx(hService, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status, &cb))
+    status = {};
   if (hService != nullptr) CloseServiceHandle(hService);
   if (hManager != nullptr) CloseServiceHandle(hManager);
-  return bKnown ? status.dwCurrentState : 0;
+  return status;
+}
+
+void CheckKindOfMachine(Findings& findings) {
+  if (IsArm64())
+    findings.Failure("machine", "this is an ARM64 machine: its spooler loads no x64 library",
+                     "print through a server with an x64 processor");
+  if (IsProtectedPrintMode())
+    findings.Failure("machine", "a policy turns on Windows' protected print mode: no language monitor is loaded",
+                     "turn off the policy \"Configure Windows protected print\"");
+}
+
+// The spooler reads the monitors' keys as it starts.
+bool StartedBeforeRegistration(DWORD dwProcess, const std::wstring& monitor) {
+  HKEY hKey = nullptr;
+  FILETIME ftKey = {}, ftStart = {}, ftOther = {};
+  const bool bKey = RegOpenKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kMonitorsKey) + L"\\" + monitor).c_str(), 0,
+                                  KEY_READ, &hKey) == ERROR_SUCCESS &&
+                    RegQueryInfoKeyW(hKey, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                     nullptr, nullptr, &ftKey) == ERROR_SUCCESS;
+  if (hKey != nullptr) RegCloseKey(hKey);
+  const HANDLE hProcess = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, dwProcess);
+  const bool bStart = hProcess != nullptr && GetProcessTimes(hProcess, &ftStart, &ftOther, &ftOther, &ftOther);
+  if (hProcess != nullptr) CloseHandle(hProcess);
+  return bKey && bStart && CompareFileTime(&ftStart, &ftKey) < 0;
+}
+
+void CheckSpooler(Findings& findings, const std::vector<std::wstring>& monitors) {
+  const SERVICE_STATUS_PROCESS status = ServiceStatus(L"Spooler");
+  if (status.dwCurrentState != SERVICE_RUNNING) {
+    findings.Failure("spooler", "the spooler does not run", "net start spooler");
+  } else if (!monitors.empty() && StartedBeforeRegistration(status.dwProcessId, monitors.front())) {
+    findings.Warning("spooler", "the spooler started before the monitor was registered, and may not know it",
+                     "net stop spooler, net start spooler");
+  } else {
+    findings.Ok("spooler", "the spooler runs");
+  }
 }
 
 template <class Info>
@@ -247,17 +289,19 @@ void CheckQueues(Findings& findings, const std::vector<std::wstring>& monitors) 
   const auto* pQueues = reinterpret_cast<const PRINTER_INFO_2W*>(bytes.data());
   std::vector<QueueFacts> archiving;
   unsigned nOurs = 0;
-  for (DWORD n = 0; n < dwCount; ++n) {
-    const Printer printer(Narrow(pQueues[n].pPrinterName), PRINTER_ACCESS_USE);
-    DWORD cb = 0;
-    GetPrinterDriverW(printer.Handle(), nullptr, 3, nullptr, 0, &cb);
-    std::vector<BYTE> driver(cb + sizeof(DRIVER_INFO_3W));
-    if (!GetPrinterDriverW(printer.Handle(), nullptr, 3, driver.data(), static_cast<DWORD>(driver.size()), &cb))
-      continue;
-    if (!IsOneOf(monitors, reinterpret_cast<const DRIVER_INFO_3W*>(driver.data())->pMonitorName)) continue;
-    ++nOurs;
-    CheckQueue(findings, pQueues[n], archiving);
-  }
+  for (DWORD n = 0; n < dwCount; ++n) try {
+      const Printer printer(Narrow(pQueues[n].pPrinterName), PRINTER_ACCESS_USE);
+      DWORD cb = 0;
+      GetPrinterDriverW(printer.Handle(), nullptr, 3, nullptr, 0, &cb);
+      std::vector<BYTE> driver(cb + sizeof(DRIVER_INFO_3W));
+      if (!GetPrinterDriverW(printer.Handle(), nullptr, 3, driver.data(), static_cast<DWORD>(driver.size()), &cb))
+        continue;
+      if (!IsOneOf(monitors, reinterpret_cast<const DRIVER_INFO_3W*>(driver.data())->pMonitorName)) continue;
+      ++nOurs;
+      CheckQueue(findings, pQueues[n], archiving);
+    } catch (const std::runtime_error& error) {  // one that cannot be opened; the others are looked at all the same
+      findings.Failure("queue", error.what(), "look at the queue's rights");
+    }
   if (nOurs == 0)
     findings.Warning("queue", "no queue's driver names the monitor", "name it in the driver's INF (LanguageMonitor)");
   for (const QueueFacts& facts : archiving)
@@ -272,7 +316,7 @@ void CheckQueues(Findings& findings, const std::vector<std::wstring>& monitors) 
 }
 
 void CheckDeviceAccess(Findings& findings) {
-  const DWORD dwState = ServiceState(kSdkService);
+  const DWORD dwState = ServiceStatus(kSdkService).dwCurrentState;
   const fs::path library = SystemFolder() / kSdkLibrary;
   std::error_code error;
   const bool bLibrary = fs::exists(library, error);
@@ -288,6 +332,27 @@ void CheckDeviceAccess(Findings& findings) {
     findings.Warning("device", library.string() + " is missing: every job goes through the port monitor",
                      "install the maker's device package again");
   }
+}
+
+// A device that could not be unlocked today: on a port that is opened with each job nobody unlocks it before the next start
+// of the spooler.
+void CheckUnlocking(Findings& findings, const fs::path& logs) {
+  SYSTEMTIME now = {};
+  GetLocalTime(&now);
+  char szName[16];
+  std::snprintf(szName, sizeof szName, "%04u%02u%02u.log", now.wYear, now.wMonth, now.wDay);
+  std::error_code error;
+  if (!fs::exists(logs / szName, error)) return;
+  LogReader reader({(logs / szName).string()});
+  std::string strLast;
+  reader.Read(
+      [&](std::string_view line, std::uint32_t, std::uint64_t) {
+        if (line.find("SDK_CLR_LOCK [e:") != std::string_view::npos) strLast = line;
+      },
+      true);
+  if (!strLast.empty())
+    findings.Warning("device", "a device could not be unlocked: " + strLast,
+                     "if its next jobs are refused as busy: net stop spooler, net start spooler");
 }
 
 void CheckLog(Findings& findings) {
@@ -309,6 +374,7 @@ void CheckLog(Findings& findings) {
       CloseHandle(hFolder);
       findings.Ok("log", folder.string() + " can be written to and holds " + std::to_string(ullBytes / 1024) + " KB");
     }
+    CheckUnlocking(findings, folder);
   }
   DWORD dwMask = 0;
   DWORD cb = sizeof dwMask;
@@ -356,6 +422,7 @@ int Doctor(const Options& options) {
   Findings findings;
   const std::vector<std::wstring> monitors = MonitorNames();
   if (options.bBeforeUninstall) return BeforeUninstall(findings, monitors, options.bJson);
+  CheckKindOfMachine(findings);
   CheckDll(findings);
   if (monitors.empty()) {
     findings.Failure("monitor", "the spooler does not know the monitor",
@@ -363,11 +430,7 @@ int Doctor(const Options& options) {
   } else {
     findings.Ok("monitor", "registered as " + Narrow(monitors.front().c_str()));
   }
-  if (ServiceState(L"Spooler") == SERVICE_RUNNING) {
-    findings.Ok("spooler", "the spooler runs");
-  } else {
-    findings.Failure("spooler", "the spooler does not run", "net start spooler");
-  }
+  CheckSpooler(findings, monitors);
   CheckQueues(findings, monitors);
   CheckDeviceAccess(findings);
   CheckLog(findings);
