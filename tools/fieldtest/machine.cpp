@@ -1,0 +1,204 @@
+#include "tools/fieldtest/machine.h"
+
+#include <tlhelp32.h>
+#include <winspool.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <sstream>
+
+#include "tools/fieldtest/report.h"
+#include "tools/lmctl/registered_monitor.h"
+
+namespace fieldtest {
+namespace {
+
+constexpr DWORD kServiceMs = 300'000;
+
+class Service {
+ public:
+  Service(const wchar_t* pszService, DWORD dwRights)
+      : m_hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)),
+        m_hService(m_hManager != nullptr ? OpenServiceW(m_hManager, pszService, dwRights) : nullptr) {}
+  ~Service() {
+    if (m_hService != nullptr) CloseServiceHandle(m_hService);
+    if (m_hManager != nullptr) CloseServiceHandle(m_hManager);
+  }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+  SC_HANDLE Handle() const { return m_hService; }
+  DWORD State() const {
+    SERVICE_STATUS status = {};
+    return m_hService != nullptr && QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : 0;
+  }
+  DWORD WaitFor(DWORD dwState) const {
+    for (const DWORD dwStart = GetTickCount(); State() != dwState && GetTickCount() - dwStart < kServiceMs;) Sleep(100);
+    return State();
+  }
+
+ private:
+  SC_HANDLE m_hManager;
+  SC_HANDLE m_hService;
+};
+
+DWORD SpoolerProcess() {
+  const Service spooler(kSpooler, SERVICE_QUERY_STATUS);
+  SERVICE_STATUS_PROCESS status = {};
+  DWORD cb = 0;
+  QueryServiceStatusEx(spooler.Handle(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status, &cb);
+  return status.dwProcessId;
+}
+
+// Lists through one of the spooler's enumerations.
+template <class Info>
+void EachOf(const std::function<BOOL(BYTE*, DWORD, DWORD*, DWORD*)>& list,
+            const std::function<void(const Info&)>& visit) {
+  DWORD cb = 0, dwCount = 0;
+  list(nullptr, 0, &cb, &dwCount);
+  std::vector<BYTE> bytes(cb + sizeof(Info));
+  if (!list(bytes.data(), static_cast<DWORD>(bytes.size()), &cb, &dwCount)) return;
+  for (DWORD n = 0; n < dwCount; ++n) visit(reinterpret_cast<const Info*>(bytes.data())[n]);
+}
+
+std::string Text(const wchar_t* psz) { return psz != nullptr ? Utf8(psz) : ""; }
+
+}  // namespace
+
+bool IsElevated() {
+  HANDLE hToken = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &hToken)) return false;
+  TOKEN_ELEVATION elevation = {};
+  DWORD cb = 0;
+  const bool bElevated =
+      GetTokenInformation(hToken, TokenElevation, &elevation, sizeof elevation, &cb) && elevation.TokenIsElevated != 0;
+  CloseHandle(hToken);
+  return bElevated;
+}
+
+bool IsWine() { return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr; }
+
+std::wstring SystemName() {
+  const std::wstring key = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+  return lmctl::MachineText(key, L"ProductName") + L" " + lmctl::MachineText(key, L"DisplayVersion") + L", build " +
+         lmctl::MachineText(key, L"CurrentBuild");
+}
+
+bool KeyExists(const std::wstring& key) {
+  HKEY hKey = nullptr;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, &hKey) != ERROR_SUCCESS) return false;
+  RegCloseKey(hKey);
+  return true;
+}
+
+bool ServiceExists(const wchar_t* pszService) { return ServiceState(pszService) != 0; }
+DWORD ServiceState(const wchar_t* pszService) { return Service(pszService, SERVICE_QUERY_STATUS).State(); }
+
+DWORD StopAndWait(const wchar_t* pszService) {
+  const Service service(pszService, SERVICE_QUERY_STATUS | SERVICE_STOP);
+  SERVICE_STATUS status = {};
+  ControlService(service.Handle(), SERVICE_CONTROL_STOP, &status);
+  return service.WaitFor(SERVICE_STOPPED);
+}
+
+DWORD StartAndWait(const wchar_t* pszService) {
+  const Service service(pszService, SERVICE_QUERY_STATUS | SERVICE_START);
+  StartServiceW(service.Handle(), 0, nullptr);
+  return service.WaitFor(SERVICE_RUNNING);
+}
+
+std::filesystem::path SystemFolder() {
+  wchar_t wsz[MAX_PATH] = {};
+  GetSystemDirectoryW(wsz, MAX_PATH);
+  return wsz;
+}
+
+std::filesystem::path ProgramFolder() {
+  wchar_t wsz[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, wsz, MAX_PATH);
+  return std::filesystem::path(wsz).parent_path();
+}
+
+std::filesystem::path LogFolder() {
+  wchar_t wsz[MAX_PATH] = {};
+  GetEnvironmentVariableW(L"ProgramData", wsz, MAX_PATH);
+  return std::filesystem::path(wsz) / L"Kelvane";
+}
+
+std::filesystem::path InstalledTool() {
+  wchar_t wsz[MAX_PATH] = {};
+  GetEnvironmentVariableW(L"ProgramFiles", wsz, MAX_PATH);
+  return std::filesystem::path(wsz) / L"Kelvane" / L"Language Monitor" / L"lmctl.exe";
+}
+
+bool SpoolerHasMonitor() {
+  const DWORD dwProcess = SpoolerProcess();
+  const HANDLE hModules =
+      dwProcess != 0 ? CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, dwProcess) : INVALID_HANDLE_VALUE;
+  if (hModules == INVALID_HANDLE_VALUE) return false;
+  MODULEENTRY32W module = {};
+  module.dwSize = sizeof module;
+  bool bFound = false;
+  for (BOOL b = Module32FirstW(hModules, &module); b && !bFound; b = Module32NextW(hModules, &module))
+    bFound = _wcsicmp(module.szModule, lmctl::kMonitorDll) == 0;
+  CloseHandle(hModules);
+  return bFound;
+}
+
+Ended RunCommand(const std::wstring& commandLine, const std::filesystem::path& output, DWORD dwTimeoutMs) {
+  Ended ended;
+  SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+  const HANDLE hOutput =
+      CreateFileW(output.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = startup.hStdError = hOutput;
+  PROCESS_INFORMATION process = {};
+  std::wstring line = commandLine;
+  if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+    if (WaitForSingleObject(process.hProcess, dwTimeoutMs) == WAIT_TIMEOUT) {
+      TerminateProcess(process.hProcess, ~0u);
+      WaitForSingleObject(process.hProcess, INFINITE);
+    }
+    GetExitCodeProcess(process.hProcess, &ended.dwExit);
+    CloseHandle(process.hProcess);
+    CloseHandle(process.hThread);
+  }
+  CloseHandle(hOutput);
+  std::ifstream stream(output, std::ios::binary);
+  ended.strOutput.assign(std::istreambuf_iterator<char>(stream), {});
+  return ended;
+}
+
+std::vector<std::string> Inventory() {
+  std::vector<std::string> lines;
+  for (const std::wstring& name : lmctl::MonitorNames()) lines.push_back("monitor " + Utf8(name));
+  std::wistringstream path(
+      lmctl::MachineText(L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment", L"PATH"));
+  for (std::wstring folder; std::getline(path, folder, L';');)
+    if (!folder.empty()) lines.push_back("PATH " + Utf8(folder));
+  lines.push_back("spooler's state " + std::to_string(ServiceState(kSpooler)));
+  std::error_code error;
+  for (const auto& place :
+       {SystemFolder() / lmctl::kMonitorDll, InstalledTool().parent_path().parent_path(), LogFolder()})
+    if (std::filesystem::exists(place, error)) lines.push_back("file " + Utf8(place.wstring()));
+  for (const wchar_t* pszKey : {kProductKey, L"SOFTWARE\\Wow6432Node\\Kelvane"})
+    if (KeyExists(pszKey)) lines.push_back("key " + Utf8(pszKey));
+  if (ServiceExists(L"Norvex_Srv")) lines.emplace_back("service Norvex_Srv");
+  EachOf<PRINTER_INFO_4W>(
+      [](BYTE* p, DWORD cb, DWORD* pcb, DWORD* pn) {
+        return EnumPrintersW(PRINTER_ENUM_LOCAL, nullptr, 4, p, cb, pcb, pn);
+      },
+      [&](const PRINTER_INFO_4W& printer) { lines.push_back("printer " + Text(printer.pPrinterName)); });
+  EachOf<DRIVER_INFO_1W>(
+      [](BYTE* p, DWORD cb, DWORD* pcb, DWORD* pn) { return EnumPrinterDriversW(nullptr, nullptr, 1, p, cb, pcb, pn); },
+      [&](const DRIVER_INFO_1W& driver) { lines.push_back("driver " + Text(driver.pName)); });
+  EachOf<PORT_INFO_1W>([](BYTE* p, DWORD cb, DWORD* pcb, DWORD* pn) { return EnumPortsW(nullptr, 1, p, cb, pcb, pn); },
+                       [&](const PORT_INFO_1W& port) { lines.push_back("port " + Text(port.pName)); });
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+}  // namespace fieldtest
