@@ -164,6 +164,15 @@ TEST_F(Stories, WhatIsMissingIsNamedAndNotGuessed) {
   EXPECT_EQ(lost.outcome, Outcome::Unknown);
 }
 
+TEST_F(Stories, WriteThatWasTakenInPartIsNotTheWholeJob) {
+  Log log;
+  log.Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:COM1, cbBuf:100]");
+  log.Say(1, 'I', "MonWritePort", "(*pIniPort->fn.pfnWritePort) [pszPortName:COM1,cbBuf:60/100]");
+  Log offeredAgain = log;
+  EXPECT_EQ(Of(log.End(1, 7)).at(0).outcome, Outcome::Failed);
+  EXPECT_EQ(Of(offeredAgain.Write(1, "COM1", 40).End(1, 7)).at(0).outcome, Outcome::Printed);
+}
+
 TEST_F(Stories, ProcessThatBeginsAnewLeavesItsJobsUnfinished) {
   Log log;
   log.Start(1, 7).Say(1, 'T', "IsUseSdkSrv", "Flags:0x0").Write(1, "COM1", 10);
@@ -204,6 +213,13 @@ TEST_F(Stories, RefusalsCarryTheirCodes) {
       17);
 }
 
+TEST_F(Stories, CopyOfADayCountsOnce) {
+  Log log;
+  for (int n = 1; n < 20; ++n) log.Start(1, n).Write(1, "COM1", 10).End(1, n);
+  File("20261118_copy.log", log.Text());
+  EXPECT_EQ(Of(log.Start(1, 20).Write(1, "COM1", 10).End(1, 20)).size(), 20u);  // the longer of the two
+}
+
 TEST_F(Stories, FollowingSeesLinesThatCameAndAFileThatWasMovedAside) {
   File("20261118.log", Log().Start(1, 7).Text() + "[11/18 09:00");
   lmctl::LogReader reader({m_folder / ""});
@@ -229,6 +245,8 @@ TEST_F(Stories, FollowingSeesLinesThatCameAndAFileThatWasMovedAside) {
   EXPECT_EQ(lines[3], "1the new file\r");
 }
 
-TEST(StoryTexts, CodePageAndMarkup) { EXPECT_EQ(lmctl::ToUtf8("Caf\xE9 \x80\x01"), "Caf\xC3\xA9 \xE2\x82\xAC"); }
+TEST(StoryTexts, CodePageAndMarkup) {
+  EXPECT_EQ(lmctl::ToUtf8("Caf\xE9 \x80\x01\x7F\x9D\x90"), "Caf\xC3\xA9 \xE2\x82\xAC");  // no control gets through
+}
 
 }  // namespace

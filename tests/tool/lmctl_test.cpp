@@ -57,7 +57,11 @@ TEST_F(Lmctl, FiltersAndStatus) {
   EXPECT_TRUE(RunTool("lmctl jobs --queue Other" + Log()).Says("no such jobs"));
   EXPECT_EQ(RunTool("lmctl jobs --failed" + Log()).nExit, 0);
   EXPECT_EQ(RunTool("lmctl jobs --job 99" + Log()).nExit, 1);
-  EXPECT_EQ(RunTool("lmctl jobs --since tomorrow" + Log()).nExit, 2);
+  for (const char* pszBad : {"tomorrow", "2026-13-45", "24:61", "-2h", "99999999999999d", "2026-11-18x"})
+    EXPECT_EQ(RunTool(std::string("lmctl jobs --since ") + pszBad + Log()).nExit, 2) << pszBad;
+  for (const char* pszDay : {"2026-11-18", "2026-11-18T23:59"})  // a day goes to its end
+    EXPECT_EQ(Lines(RunTool(std::string("lmctl jobs --until ") + pszDay + Log()).strOutput), 2u) << pszDay;
+  EXPECT_EQ(RunTool("lmctl jobs --since \"yesterday 14:00\"" + Log()).nExit, 0);
   EXPECT_EQ(RunTool("lmctl jobs --since 2030-01-01 --json" + Log()).strOutput, "[\n]\n");
   EXPECT_EQ(RunTool("lmctl jobs --log " + (m_folder / "none")).nExit, 1);
   EXPECT_EQ(RunTool("lmctl").nExit, 2);
@@ -84,6 +88,7 @@ TEST_F(Lmctl, LogIsShownByLevelAndByJob) {
   EXPECT_TRUE(all.Says("Kelvane Thermal Printer Log"));
   const ToolRun errors = RunTool("lmctl log --level E" + Log());
   EXPECT_TRUE(errors.Says("OpenService [err:1060"));
+  EXPECT_FALSE(errors.Says("Kelvane Thermal Printer Log"));
   EXPECT_FALSE(errors.Says("pszPrinterName:Till, JobId:"));
   const ToolRun job = RunTool("lmctl log --job 2" + Log());
   EXPECT_TRUE(job.Says("pszPrinterName:Till, JobId:2"));

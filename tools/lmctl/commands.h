@@ -24,7 +24,7 @@ struct Options {
   bool bJson = false;
   bool bFollow = false;
   std::string strHtml;
-  std::string strLevels = "EWIDTV";
+  std::string strLevels;  // empty: all, and whatever else is in the log
   // archive
   std::string strRoot;
   std::string strFile;

@@ -50,6 +50,9 @@ void StoryMachine::DeviceLine(Job& job, const LogLine& line) {
   } else if (method == "Reset" && !job.bWriting && line.cLevel == 'T') {
     job.bReset = job.bReset || !(job.bCancelNow || job.bCancelSeen);
     Note(job, "The printer is being reset.");
+  } else if (method.starts_with("Unlock") && line.message.starts_with("SDK_CLR_LOCK [e:")) {
+    Note(job, "The device could not be unlocked (the library answered " + Number(NumberAfter(message, "[e:", 0)) +
+                  "): a port that is opened with each job stays locked until the spooler restarts.");
   }
 }
 
@@ -65,6 +68,7 @@ void StoryMachine::SendResult(Job& job, std::int64_t nLength, std::int64_t nWrit
   job.bWriting = false;
   job.bLastWriteFailed = nWritten == kUnknown;
   job.nLastCode = nCode;
+  job.nLastMissing = nLength != kUnknown && nWritten != kUnknown ? nLength - nWritten : 0;
   if (nWritten == kUnknown) {
     Note(job, "A buffer could not be sent: " + ErrorText(nCode) + ".");
     return;
@@ -108,6 +112,8 @@ void StoryMachine::CloseWrite(Job& job) {
   job.bLastWriteFailed = sends[nData].nWritten == kUnknown;
   job.nLastCode = sends[nData].nCode;
   if (!job.bLastWriteFailed) job.nBytes += sends[nData].nWritten;
+  job.nLastMissing =
+      !job.bLastWriteFailed && sends[nData].nLength != kUnknown ? sends[nData].nLength - sends[nData].nWritten : 0;
   for (std::size_t n = nData + 1; n < sends.size(); ++n) EndSend(job, sends[n].nLength, sends[n].nWritten);
 }
 

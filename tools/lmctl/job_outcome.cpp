@@ -95,6 +95,11 @@ void StoryMachine::Conclude(Job& job) const {
     story.bErrorNotLogged = job.nLastCode == kUnknown;
     story.strReason = "the last write failed";
     story.bInPart = job.nBytes > 0;
+  } else if (job.nLastMissing > 0) {
+    story.outcome = Outcome::Failed;
+    story.strReason =
+        "of the last write " + std::to_string(job.nLastMissing) + " bytes were not taken, and they never came again";
+    story.bInPart = true;
   } else if (job.nDropped > 0) {
     story.outcome = Outcome::Failed;
     story.strReason = std::to_string(job.nDropped) + " bytes were dropped while the spooler called the job deleted";

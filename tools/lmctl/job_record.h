@@ -28,6 +28,7 @@ struct StoryMachine::Job {
   std::vector<Send> sends;  // of a write whose steps are not shown
   bool bLastWriteFailed = false;
   std::int64_t nLastCode = kUnknown;
+  std::int64_t nLastMissing = 0;  // bytes of the last write that nobody took
   std::int64_t nDropped = 0;
 
   // The job's end on the device path.

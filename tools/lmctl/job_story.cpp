@@ -272,6 +272,7 @@ void StoryMachine::WriteLine(const LogLine& line) {
       Note(*pJob, "The port monitor failed to write.");
     } else {
       pJob->nBytes += nWritten;
+      pJob->nLastMissing = pJob->bWriting ? pJob->nOffered - nWritten : 0;
     }
   }
 }

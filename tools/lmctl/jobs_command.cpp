@@ -10,6 +10,7 @@
 #include "tools/lmctl/render.h"
 #include "tools/lmctl/story_store.h"
 #include "tools/lmctl/terminal.h"
+#include "tools/lmctl/time_text.h"
 
 namespace lmctl {
 namespace {
@@ -29,38 +30,12 @@ LocalMs Now() {
                   pLocal->tm_sec, 0);
 }
 
-// 2026-11-25, 2026-11-25T09:00[:00], 09:00[:00] of today, or a time back from now: 90m, 2h, 3d.
-LocalMs ParseTime(const std::string& strText) {
-  int nYear = 0, nMonth = 0, nDay = 0, nHour = 0, nMinute = 0, nSecond = 0;
-  char cUnit = 0, cRest = 0;
-  long nBack = 0;
-  const char* psz = strText.c_str();
-  if (std::sscanf(psz, "%4d-%2d-%2d%*1[T ]%2d:%2d:%2d%c", &nYear, &nMonth, &nDay, &nHour, &nMinute, &nSecond, &cRest) ==
-          6 ||
-      (nSecond = 0,
-       std::sscanf(psz, "%4d-%2d-%2d%*1[T ]%2d:%2d%c", &nYear, &nMonth, &nDay, &nHour, &nMinute, &cRest) == 5) ||
-      (nHour = nMinute = 0, std::sscanf(psz, "%4d-%2d-%2d%c", &nYear, &nMonth, &nDay, &cRest) == 3))
-    return MakeTime(nYear, nMonth, nDay, nHour, nMinute, nSecond, 0);
-  nSecond = 0;
-  if (std::sscanf(psz, "%2d:%2d:%2d%c", &nHour, &nMinute, &nSecond, &cRest) == 3 ||
-      (nSecond = 0, std::sscanf(psz, "%2d:%2d%c", &nHour, &nMinute, &cRest) == 2)) {
-    const LocalParts today = Split(Now());
-    return MakeTime(today.nYear, today.nMonth, today.nDay, nHour, nMinute, nSecond, 0);
-  }
-  if (std::sscanf(psz, "%ld%c%c", &nBack, &cUnit, &cRest) == 2) {
-    const LocalMs llUnit = cUnit == 'm' ? 60'000 : cUnit == 'h' ? 3'600'000 : cUnit == 'd' ? 86'400'000 : 0;
-    if (llUnit != 0) return Now() - nBack * llUnit;
-  }
-  throw std::invalid_argument("\"" + strText +
-                              "\" is no time: write 2026-11-25T09:00, 09:00, or 2h for two hours back");
-}
-
 class Filter {
  public:
   explicit Filter(const Options& options)
       : m_options(options),
-        m_llSince(options.strSince.empty() ? 0 : ParseTime(options.strSince)),
-        m_llUntil(options.strUntil.empty() ? 0 : ParseTime(options.strUntil)) {}
+        m_llSince(options.strSince.empty() ? 0 : ParseTime(options.strSince, Now()).llFirst),
+        m_llUntil(options.strUntil.empty() ? 0 : ParseTime(options.strUntil, Now()).llLast) {}
   bool Takes(const Story& story) const {
     if (m_options.nJob != 0 && story.nJob != m_options.nJob) return false;
     if (!m_options.strQueue.empty() && !SameText(ToUtf8(story.strQueue), m_options.strQueue)) return false;
@@ -195,7 +170,7 @@ int Jobs(const Options& options) {
 
 int ExplainJob(const Options& options) {
   const Filter filter(options);
-  const LocalMs llAt = options.strAt.empty() ? 0 : ParseTime(options.strAt);
+  const LocalMs llAt = options.strAt.empty() ? 0 : ParseTime(options.strAt, Now()).llFirst;
   std::optional<Story> best;  // the latest, or the one nearest to the time
   const auto distance = [&](const Story& story) {
     return story.llStarted <= llAt && llAt <= story.llLast

@@ -44,7 +44,9 @@ int ShowLog(const Options& options) {
     ++nRead;
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     const char cLevel = LevelOf(line);
-    if (cLevel != 0 && options.strLevels.find(cLevel) == std::string::npos) return;
+    // Once levels are named, only whole lines of theirs are shown: no heads of files, no records of what came before an error.
+    const bool bWhole = cLevel != 0 && !line.starts_with("$$$");
+    if (!options.strLevels.empty() && (!bWhole || options.strLevels.find(cLevel) == std::string::npos)) return;
     if (options.nJob != 0 && !NamesJob(line, options.nJob)) return;
     std::string strText;
     for (std::size_t nStart = 0; nStart <= line.size();) {  // the columns are parted by tabs, which stay

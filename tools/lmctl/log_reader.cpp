@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <unordered_map>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -103,7 +104,36 @@ LogReader::LogReader(const std::vector<std::string>& inputs) : m_block(kBlock + 
       throw std::runtime_error("there is no " + path.string() + ": name the log's folder or files with --log");
     }
   }
+  for (const std::filesystem::path& folder : m_folders) AddFolder(folder);
+  DropCopies();
   Refresh();
+}
+
+void LogReader::DropCopies() {
+  // Lines begin with a time and a thread: no two files begin with the same thousand bytes unless one is of the other.
+  constexpr std::size_t kHead = 1024;
+  const auto headOf = [](const Source& source) {
+    std::string str(kHead, '\0');
+    std::FILE* pFile = OpenForReading(source.path);
+    str.resize(pFile != nullptr ? std::fread(str.data(), 1, kHead, pFile) : 0);
+    if (pFile != nullptr) std::fclose(pFile);
+    return str;
+  };
+  std::unordered_map<std::string, std::size_t> firstOf;  // by the head; shorter files are the same when they are whole
+  std::vector<Source> kept;
+  std::error_code error;
+  for (Source& source : m_sources) {
+    const std::string strHead = headOf(source);
+    const auto [it, bNew] = firstOf.emplace(strHead, kept.size());
+    if (strHead.empty() || bNew) {
+      kept.push_back(std::move(source));
+      continue;
+    }
+    if (std::filesystem::file_size(source.path, error) > std::filesystem::file_size(kept[it->second].path, error))
+      std::swap(kept[it->second], source);
+    m_copies.push_back(source.path);
+  }
+  m_sources = std::move(kept);
 }
 
 void LogReader::AddFile(const std::filesystem::path& file) {
@@ -133,7 +163,9 @@ void LogReader::AddFolder(const std::filesystem::path& folder) {
   }
   for (const std::filesystem::path& path : found) {
     const auto same = [&](const Source& source) { return source.path == path; };
-    if (std::none_of(m_sources.begin(), m_sources.end(), same)) AddFile(path);
+    if (std::none_of(m_sources.begin(), m_sources.end(), same) &&
+        std::find(m_copies.begin(), m_copies.end(), path) == m_copies.end())
+      AddFile(path);
   }
 }
 

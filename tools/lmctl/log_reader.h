@@ -45,8 +45,11 @@ class LogReader {
  private:
   void AddFolder(const std::filesystem::path& folder);
   void AddFile(const std::filesystem::path& file);
+  // A file that is named twice, or a copy of one, counts once: the longer one does.
+  void DropCopies();
 
   std::vector<std::filesystem::path> m_folders;
+  std::vector<std::filesystem::path> m_copies;  // left out
   std::vector<Source> m_sources;
   std::vector<std::uint32_t> m_order;  // of the sources, oldest first
   std::vector<char> m_block;

@@ -27,8 +27,9 @@ int main(int argc, char** argv) {
   pJobs->add_option("--queue", options.strQueue, "jobs of this queue");
   pJobs->add_option("--port", options.strPort, "jobs of this port");
   pJobs->add_option("--job", options.nJob, "this job")->check(CLI::PositiveNumber);
-  pJobs->add_option("--since", options.strSince, "from this time on: 2026-11-25T09:00, 09:00, 2h");
-  pJobs->add_option("--until", options.strUntil, "up to this time");
+  pJobs->add_option("--since", options.strSince,
+                    "from this time on: 2026-11-25, 2026-11-25T09:00, 09:00, 'yesterday 14:00', 2h");
+  pJobs->add_option("--until", options.strUntil, "up to this time, or to the end of this day");
   pJobs->add_option("--last", options.nLast, "the last so many");
   pJobs->add_flag("--failed", options.bFailed, "jobs that were refused or failed; exit status 1 when there are any");
   auto* pJson = pJobs->add_flag("--json", options.bJson, "as JSON");

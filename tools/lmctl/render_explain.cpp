@@ -5,17 +5,22 @@ namespace lmctl {
 namespace {
 
 std::string OnPaper(const Story& story) {
+  const bool bIsOut = story.outcome == Outcome::Confirmed || story.outcome == Outcome::Printed;
+  if (bIsOut && story.nBytes == 0) return "It had no data: nothing of it is on paper.";
   switch (story.outcome) {
     case Outcome::Confirmed:
-      return story.nReprints > 0
-                 ? "The printer confirmed the whole receipt after it was sent again. What it had printed before the "
-                   "loss may lie in front of it: a part of the receipt, or all of it."
-                 : "The printer confirmed that it has printed the whole receipt, once.";
+      if (story.maybeTwice == Tri::Yes)
+        return "The printer confirmed the whole receipt after it was sent again. What it had printed before the "
+               "loss may lie in front of it: a part of the receipt, or all of it.";
+      return story.maybeTwice == Tri::No
+                 ? "The printer confirmed that it has printed the whole receipt. The monitor sent it to it once."
+                 : "The printer confirmed that it has printed the whole receipt. Whether the monitor sent it more than "
+                   "once is not logged.";
     case Outcome::Printed:
       return "All of the job went out. Nobody asked the printer, so the log cannot tell whether the paper shows it.";
     case Outcome::Cancelled:
       return story.nBytes == 0  ? "Nothing of it went to the printer."
-             : story.nBytes > 0 ? "It was deleted on its way: the paper may show the beginning of it."
+             : story.nBytes > 0 ? "It was deleted on its way: the paper may show a part of it, or all of it."
                                 : "It was deleted on its way; the log does not tell how much had gone out.";
     case Outcome::Refused: return "It never began: nothing of it is on paper.";
     case Outcome::Failed: return "It did not go out whole: the paper shows at most a part of it.";
@@ -28,8 +33,9 @@ std::string OnPaper(const Story& story) {
 std::string WhatToDo(const Story& story) {
   switch (story.outcome) {
     case Outcome::Confirmed:
-      return story.nReprints > 0 ? "If the customer has two, the first one is the lost one: take it away."
-                                 : "If the customer has none, look for the paper at the printer, not for the job.";
+      return story.maybeTwice == Tri::Yes
+                 ? "If the customer has two, the first one is the lost one: take it away."
+                 : "If the customer has none, look for the paper at the printer, not for the job.";
     case Outcome::Printed:
       return "To have receipts confirmed, switch AutoReprint on for the queue (lmctl settings) and print with another "
              "datatype than "

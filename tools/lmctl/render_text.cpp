@@ -11,6 +11,16 @@
 
 namespace lmctl {
 
+namespace {
+
+// What a terminal or a page would act on instead of showing it: controls, and marks that turn the direction of text.
+bool IsShown(unsigned n) {
+  return n >= 0x20 && !(n >= 0x7F && n < 0xA0) && n != 0x61C && n != 0x200E && n != 0x200F &&
+         !(n >= 0x202A && n <= 0x202E) && !(n >= 0x2066 && n <= 0x2069);
+}
+
+}  // namespace
+
 std::string ToUtf8(std::string_view ansi) {
   if (std::all_of(ansi.begin(), ansi.end(), [](char c) { return c >= ' ' && c < '\x7F'; })) return std::string(ansi);
   std::string str;
@@ -28,6 +38,7 @@ std::string ToUtf8(std::string_view ansi) {
     const bool bLead = IsDBCSLeadByte(by) != 0 && nAt + 1 < ansi.size();
     if (nAt > 0 && IsDBCSLeadByte(static_cast<BYTE>(ansi[nAt - 1])) != 0) continue;  // the second byte of a pair
     const int cch = MultiByteToWideChar(CP_ACP, 0, ansi.data() + nAt, bLead ? 2 : 1, wsz, 2);
+    if (cch == 1 && !IsShown(wsz[0])) continue;
     char szUtf8[8];
     const int cb = WideCharToMultiByte(CP_UTF8, 0, wsz, cch, szUtf8, sizeof szUtf8, nullptr, nullptr);
     str.append(szUtf8, static_cast<std::size_t>(cb));
@@ -38,6 +49,7 @@ std::string ToUtf8(std::string_view ansi) {
                                                0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                                0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x017E, 0x0178};
     const unsigned n = by < 0xA0 ? kCodePage[by - 0x80] : by;
+    if (!IsShown(n)) continue;
     if (n < 0x800) {
       str += static_cast<char>(0xC0 | n >> 6);
     } else {
