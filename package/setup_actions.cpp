@@ -109,7 +109,9 @@ void LeaveSpoolerAsItWas(MSIHANDLE hInstall) {
 
 // Settles what the tables need: MONITORNAME, the machine's settings, whether the spooler is left alone.
 extern "C" UINT WINAPI PrepareSetup(MSIHANDLE hInstall) {
-  if (lmctl::IsArm64()) return Refuse(hInstall, L"The spooler of an ARM64 machine loads no x64 language monitor.");
+  const bool bRemoves = Property(hInstall, L"REMOVE") == L"ALL";
+  if (!bRemoves && lmctl::IsArm64())
+    return Refuse(hInstall, L"The spooler of an ARM64 machine loads no x64 language monitor.");
   if (!Property(hInstall, L"NEWERVERSION").empty())
     return Refuse(hInstall, L"A newer version is installed. Uninstall it first to go back to this one.");
   const std::wstring registered = RegisteredName();
@@ -137,7 +139,7 @@ extern "C" UINT WINAPI PrepareSetup(MSIHANDLE hInstall) {
     return Refuse(hInstall, L"LOGLIFEDAYS must be a number of days.");
 
   if (setup::SpoolerIsDisabled()) MsiSetPropertyW(hInstall, L"SpoolerIsDisabled", L"1");
-  if (lmctl::IsProtectedPrintMode())
+  if (!bRemoves && lmctl::IsProtectedPrintMode())
     Tell(hInstall, INSTALLMESSAGE_WARNING,
          L"Windows' protected print mode is on: the spooler loads no language monitor. Turn it off to print with this "
          L"one.");

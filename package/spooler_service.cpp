@@ -161,7 +161,9 @@ bool SpoolerIsDisabled() {
 std::wstring StopSpooler() {
   if (SpoolerIsDisabled()) return {};
   std::wstring refused;
-  for (int nTry = 0; nTry < 3; ++nTry) {
+  const DWORD dwStart = GetTickCount();
+  // Again where a service that needs it was started meanwhile.
+  for (int nTry = 0; nTry < 3 && GetTickCount() - dwStart < kStopMs; ++nTry) {
     if (Service(kSpooler, SERVICE_QUERY_STATUS).StateBehind(SERVICE_STOP_PENDING, kStopMs) == SERVICE_STOPPED)
       return {};
     std::vector<std::wstring> toStop;

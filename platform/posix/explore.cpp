@@ -24,6 +24,7 @@
 #include "control.h"
 #include "forked_run.h"
 #include "progress_line.h"
+#include "scheduler.h"
 
 namespace w32 {
 namespace {
@@ -398,8 +399,9 @@ class Exploration {
     ResetFaults();
     report.ullOutcome = HashOf(m_what.outcome());
     report.nTouches = 0;
+    if (touches.size() > kMostTouches) Unsupported("an exploration of so many locks and events");
     for (const auto& [ullWhat, ullThread, bReads] : touches)
-      if (report.nTouches < kMostTouches) report.touches[report.nTouches++] = {ullThread, {ullWhat, bReads}};
+      report.touches[report.nTouches++] = {ullThread, {ullWhat, bReads}};
     return m_what.finish(schedule.nFailAt != 0, bShow);
   }
 
