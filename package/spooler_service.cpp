@@ -5,8 +5,12 @@
 #include <algorithm>
 #include <vector>
 
+#include "tools/lmctl/service.h"
+
 namespace setup {
 namespace {
+
+using lmctl::Service;
 
 constexpr wchar_t kSpooler[] = L"Spooler";
 // The services to start, in their order; REG_MULTI_SZ. Older versions left a number.
@@ -16,37 +20,16 @@ constexpr DWORD kStopMs = 300'000;
 constexpr DWORD kStartMs = 60'000;
 constexpr DWORD kPollMs = 200;
 
-class Service {
- public:
-  Service(const std::wstring& name, DWORD dwRights)
-      : m_hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)),
-        m_hService(m_hManager == nullptr ? nullptr : OpenServiceW(m_hManager, name.c_str(), dwRights)) {}
-  ~Service() {
-    if (m_hService != nullptr) CloseServiceHandle(m_hService);
-    if (m_hManager != nullptr) CloseServiceHandle(m_hManager);
-  }
-  Service(const Service&) = delete;
-  Service& operator=(const Service&) = delete;
+bool IsStopped(DWORD dwState) { return dwState == SERVICE_STOPPED || dwState == 0; }  // 0: there is none
 
-  SC_HANDLE Handle() const { return m_hService; }
-  // One of the SERVICE_ states; one that cannot be asked counts as stopped.
-  DWORD State() const {
-    SERVICE_STATUS status = {};
-    return m_hService != nullptr && QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : SERVICE_STOPPED;
-  }
-  // Waits while it is in this state. Returns the state that it has then.
-  DWORD StateBehind(DWORD dwPending, DWORD dwMs) const {
-    DWORD dwState = State();
-    for (const DWORD dwStart = GetTickCount(); dwState == dwPending && GetTickCount() - dwStart < dwMs;
-         dwState = State())
-      Sleep(kPollMs);
-    return dwState;
-  }
-
- private:
-  SC_HANDLE m_hManager;
-  SC_HANDLE m_hService;
-};
+// Waits while it is in this state. Returns the state that it has then.
+DWORD StateBehind(const Service& service, DWORD dwPending, DWORD dwMs) {
+  DWORD dwState = service.State();
+  for (const DWORD dwStart = GetTickCount(); dwState == dwPending && GetTickCount() - dwStart < dwMs;
+       dwState = service.State())
+    Sleep(kPollMs);
+  return dwState;
+}
 
 bool Contains(const std::vector<std::wstring>& names, const std::wstring& name) {
   return std::any_of(names.begin(), names.end(),
@@ -128,21 +111,21 @@ bool Stop(const std::wstring& name) {
   const Service service(name, SERVICE_QUERY_STATUS | SERVICE_STOP);
   for (const DWORD dwStart = GetTickCount(); GetTickCount() - dwStart < kStopMs; Sleep(kPollMs)) {
     SERVICE_STATUS status = {};
-    const DWORD dwState = service.StateBehind(SERVICE_STOP_PENDING, kStopMs);
-    if (dwState == SERVICE_STOPPED) return true;
+    const DWORD dwState = StateBehind(service, SERVICE_STOP_PENDING, kStopMs);
+    if (IsStopped(dwState)) return true;
     // Refused while it starts, and while a service that needs it was started meanwhile.
     if (dwState != SERVICE_STOP_PENDING && !ControlService(service.Handle(), SERVICE_CONTROL_STOP, &status) &&
         GetLastError() == ERROR_DEPENDENT_SERVICES_RUNNING)
       return false;
   }
-  return service.State() == SERVICE_STOPPED;
+  return IsStopped(service.State());
 }
 
 bool Start(const std::wstring& name) {
   const Service service(name, SERVICE_QUERY_STATUS | SERVICE_START);
-  if (service.StateBehind(SERVICE_STOP_PENDING, kStopMs) == SERVICE_STOPPED)
+  if (StateBehind(service, SERVICE_STOP_PENDING, kStopMs) == SERVICE_STOPPED)
     StartServiceW(service.Handle(), 0, nullptr);
-  return service.StateBehind(SERVICE_START_PENDING, kStartMs) == SERVICE_RUNNING;
+  return StateBehind(service, SERVICE_START_PENDING, kStartMs) == SERVICE_RUNNING;
 }
 
 }  // namespace
@@ -164,8 +147,7 @@ std::wstring StopSpooler() {
   const DWORD dwStart = GetTickCount();
   // Again where a service that needs it was started meanwhile.
   for (int nTry = 0; nTry < 3 && GetTickCount() - dwStart < kStopMs; ++nTry) {
-    if (Service(kSpooler, SERVICE_QUERY_STATUS).StateBehind(SERVICE_STOP_PENDING, kStopMs) == SERVICE_STOPPED)
-      return {};
+    if (IsStopped(StateBehind(Service(kSpooler, SERVICE_QUERY_STATUS), SERVICE_STOP_PENDING, kStopMs))) return {};
     std::vector<std::wstring> toStop;
     AddWithDependants(kSpooler, RunningServices(), toStop);
     std::vector<std::wstring> toStart = Noted();
@@ -180,7 +162,7 @@ std::wstring StopSpooler() {
 }
 
 std::wstring StartSpooler() {
-  if (Noted().empty() && Service(kSpooler, SERVICE_QUERY_STATUS).State() != SERVICE_STOPPED) {
+  if (Noted().empty() && !IsStopped(Service(kSpooler, SERVICE_QUERY_STATUS).State())) {
     const std::wstring refused = StopSpooler();
     if (!refused.empty()) return refused;
   }

@@ -11,44 +11,19 @@
 
 #include "tools/fieldtest/report.h"
 #include "tools/lmctl/registered_monitor.h"
+#include "tools/lmctl/service.h"
 
 namespace fieldtest {
 namespace {
 
 constexpr DWORD kServiceMs = 300'000;
 
-class Service {
- public:
-  Service(const wchar_t* pszService, DWORD dwRights)
-      : m_hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)),
-        m_hService(m_hManager != nullptr ? OpenServiceW(m_hManager, pszService, dwRights) : nullptr) {}
-  ~Service() {
-    if (m_hService != nullptr) CloseServiceHandle(m_hService);
-    if (m_hManager != nullptr) CloseServiceHandle(m_hManager);
-  }
-  Service(const Service&) = delete;
-  Service& operator=(const Service&) = delete;
-  SC_HANDLE Handle() const { return m_hService; }
-  DWORD State() const {
-    SERVICE_STATUS status = {};
-    return m_hService != nullptr && QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : 0;
-  }
-  DWORD WaitFor(DWORD dwState) const {
-    for (const DWORD dwStart = GetTickCount(); State() != dwState && GetTickCount() - dwStart < kServiceMs;) Sleep(100);
-    return State();
-  }
+using lmctl::Service;
 
- private:
-  SC_HANDLE m_hManager;
-  SC_HANDLE m_hService;
-};
-
-DWORD SpoolerProcess() {
-  const Service spooler(kSpooler, SERVICE_QUERY_STATUS);
-  SERVICE_STATUS_PROCESS status = {};
-  DWORD cb = 0;
-  QueryServiceStatusEx(spooler.Handle(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status, &cb);
-  return status.dwProcessId;
+DWORD WaitFor(const Service& service, DWORD dwState) {
+  for (const DWORD dwStart = GetTickCount(); service.State() != dwState && GetTickCount() - dwStart < kServiceMs;)
+    Sleep(100);
+  return service.State();
 }
 
 // Lists through one of the spooler's enumerations.
@@ -99,13 +74,13 @@ DWORD StopAndWait(const wchar_t* pszService) {
   const Service service(pszService, SERVICE_QUERY_STATUS | SERVICE_STOP);
   SERVICE_STATUS status = {};
   ControlService(service.Handle(), SERVICE_CONTROL_STOP, &status);
-  return service.WaitFor(SERVICE_STOPPED);
+  return WaitFor(service, SERVICE_STOPPED);
 }
 
 DWORD StartAndWait(const wchar_t* pszService) {
   const Service service(pszService, SERVICE_QUERY_STATUS | SERVICE_START);
   StartServiceW(service.Handle(), 0, nullptr);
-  return service.WaitFor(SERVICE_RUNNING);
+  return WaitFor(service, SERVICE_RUNNING);
 }
 
 std::filesystem::path SystemFolder() {
@@ -133,7 +108,7 @@ std::filesystem::path InstalledTool() {
 }
 
 bool SpoolerHasMonitor() {
-  const DWORD dwProcess = SpoolerProcess();
+  const DWORD dwProcess = Service(kSpooler, SERVICE_QUERY_STATUS).Status().dwProcessId;
   const HANDLE hModules =
       dwProcess != 0 ? CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, dwProcess) : INVALID_HANDLE_VALUE;
   if (hModules == INVALID_HANDLE_VALUE) return false;
@@ -144,6 +119,14 @@ bool SpoolerHasMonitor() {
     bFound = _wcsicmp(module.szModule, lmctl::kMonitorDll) == 0;
   CloseHandle(hModules);
   return bFound;
+}
+
+bool IsMonitorHeld() {
+  const HANDLE hFile =
+      CreateFileW((SystemFolder() / lmctl::kMonitorDll).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (hFile == INVALID_HANDLE_VALUE) return true;
+  CloseHandle(hFile);
+  return false;
 }
 
 Ended RunCommand(const std::wstring& commandLine, const std::filesystem::path& output, DWORD dwTimeoutMs) {

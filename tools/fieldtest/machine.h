@@ -31,6 +31,8 @@ std::filesystem::path InstalledTool();
 
 // Whether a running spooler has the DLL loaded.
 bool SpoolerHasMonitor();
+// Whether a program keeps the installed DLL from being replaced.
+bool IsMonitorHeld();
 
 struct Ended {
   DWORD dwExit = ~0u;  // of a program that could not be started as well

@@ -18,6 +18,7 @@
 #include "tools/lmctl/machine_kind.h"
 #include "tools/lmctl/registered_monitor.h"
 #include "tools/lmctl/render.h"
+#include "tools/lmctl/service.h"
 #include "tools/lmctl/terminal.h"
 #include "tools/lmctl/wide.h"
 
@@ -114,20 +115,6 @@ void CheckDll(Findings& findings) {
   }
 }
 
-// A state of 0: there is no such service.
-SERVICE_STATUS_PROCESS ServiceStatus(const wchar_t* pszService) {
-  const SC_HANDLE hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-  const SC_HANDLE hService = hManager != nullptr ? OpenServiceW(hManager, pszService, SERVICE_QUERY_STATUS) : nullptr;
-  SERVICE_STATUS_PROCESS status = {};
-  DWORD cb = 0;
-  if (hService == nullptr ||
-      !QueryServiceStatusEx(hService, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status, &cb))
-    status = {};
-  if (hService != nullptr) CloseServiceHandle(hService);
-  if (hManager != nullptr) CloseServiceHandle(hManager);
-  return status;
-}
-
 void CheckKindOfMachine(Findings& findings) {
   if (IsArm64())
     findings.Failure("machine", "this is an ARM64 machine: its spooler loads no x64 library",
@@ -153,7 +140,7 @@ bool StartedBeforeRegistration(DWORD dwProcess, const std::wstring& monitor) {
 }
 
 void CheckSpooler(Findings& findings, const std::vector<std::wstring>& monitors) {
-  const SERVICE_STATUS_PROCESS status = ServiceStatus(L"Spooler");
+  const SERVICE_STATUS_PROCESS status = Service(L"Spooler", SERVICE_QUERY_STATUS).Status();
   if (status.dwCurrentState != SERVICE_RUNNING) {
     findings.Failure("spooler", "the spooler does not run", "net start spooler");
   } else if (!monitors.empty() && StartedBeforeRegistration(status.dwProcessId, monitors.front())) {
@@ -316,7 +303,7 @@ void CheckQueues(Findings& findings, const std::vector<std::wstring>& monitors) 
 }
 
 void CheckDeviceAccess(Findings& findings) {
-  const DWORD dwState = ServiceStatus(kSdkService).dwCurrentState;
+  const DWORD dwState = Service(kSdkService, SERVICE_QUERY_STATUS).State();
   const fs::path library = SystemFolder() / kSdkLibrary;
   std::error_code error;
   const bool bLibrary = fs::exists(library, error);

@@ -97,8 +97,7 @@ void StoryMachine::Conclude(Job& job) const {
     story.bInPart = job.nBytes > 0;
   } else if (job.nLastMissing > 0) {
     story.outcome = Outcome::Failed;
-    story.strReason =
-        "of the last write " + std::to_string(job.nLastMissing) + " bytes were not taken, and they never came again";
+    story.strReason = "of the last write " + std::to_string(job.nLastMissing) + " bytes were not taken";
     story.bInPart = true;
   } else if (job.nDropped > 0) {
     story.outcome = Outcome::Failed;
