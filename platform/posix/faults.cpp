@@ -44,7 +44,7 @@ FaultsOn::~FaultsOn() { t_bSubject = m_bBefore; }
 
 void ResetFaults() noexcept {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   plans.ullPassed = 0;
   plans.ullFailAt = 0;
   plans.nPerMille = 0;
@@ -55,48 +55,48 @@ void ResetFaults() noexcept {
 
 std::uint64_t FaultPointsPassed() noexcept {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   return plans.ullPassed;
 }
 
 void FailPoint(std::uint64_t ullPoint) noexcept {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   plans.ullFailAt = ullPoint;
   plans.bActive = true;
 }
 
 void FailCalls(const char* pszApi, unsigned nTimes, unsigned nSkip, DWORD dwError) noexcept {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   plans.calls.push_back(CallPlan{pszApi, nTimes, nSkip, dwError, 0});
   plans.bActive = true;
 }
 
 void SlowCall(const char* pszApi, DWORD dwMilliseconds, unsigned nSkip) noexcept {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   plans.calls.push_back(CallPlan{pszApi, 1, nSkip, 0, dwMilliseconds});
   plans.bActive = true;
 }
 
 void FailRandomly(unsigned nPerMille) noexcept {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   plans.nPerMille = nPerMille;
   plans.bActive = true;
 }
 
 std::string LastFailedApi() {
   Plans& plans = ThePlans();
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   return plans.strLastFailed;
 }
 
 DWORD FaultCode(const char* pszApi, DWORD dwUsualError) noexcept {
   Plans& plans = ThePlans();
   if (!t_bSubject || !plans.bActive.load(std::memory_order_relaxed)) return ERROR_SUCCESS;
-  std::lock_guard<std::mutex> lock(plans.mutex);
+  const LayerLock lock(plans.mutex);
   ++plans.ullPassed;
   bool bFail = plans.ullPassed == plans.ullFailAt;
   DWORD dwError = dwUsualError;

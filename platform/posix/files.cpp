@@ -102,7 +102,7 @@ bool FreeToGo(const std::string& strPath) {
   struct stat status {};
   const bool bThere = lstat(strPath.c_str(), &status) == 0;
   {
-    std::lock_guard<std::mutex> lock(g_openMutex);
+    const LayerLock lock(g_openMutex);
     if (bThere && !Compatible(IdOf(status), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
       return false;
     if (bThere && S_ISDIR(status.st_mode))
@@ -123,7 +123,7 @@ void Unlink(const std::string& strPath) {
 }
 
 bool IsDeleted(const FileId& id) {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   return Deleted().count(id) != 0;
 }
 
@@ -141,7 +141,7 @@ int HostFile(HANDLE hFile) {
 }  // namespace
 
 File::~File() {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   OpenFiles().erase(this);
   const bool bLast = Deleted().count(id) != 0 && !IsOpen(id);
   const std::string strPath = bLast || bDeleteAtClose ? HostPathOf(*this) : std::string();
@@ -153,23 +153,23 @@ File::~File() {
 }
 
 void MarkDeleted(const FileId& id) {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   Deleted().insert(id);
 }
 
 void DropFilesOfTheDead() {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   for (const File* pFile : OpenFiles())
     if (pFile->bDeleteAtClose || Deleted().count(pFile->id) != 0) Unlink(HostPathOf(*pFile));
 }
 
 DWORD ReparseTagOf(const FileId& id) {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   const auto it = TheOddities().reparseTags.find(id);
   return it != TheOddities().reparseTags.end() ? it->second : 0;
 }
 OwnedBy OwnerOf(const FileId& id) {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   const auto it = TheOddities().owners.find(id);
   return it != TheOddities().owners.end() ? it->second : OwnedBy::System;
 }
@@ -177,12 +177,12 @@ bool NormalizedNamesAreRefused() { return TheOddities().bNoNormalizedNames; }
 
 void HoldOplock(const wchar_t* pszPath) {
   const FileId id = IdOfPath(pszPath);
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   TheOddities().oplocks.insert(id);
 }
 void DropOplocks() {
   {
-    std::lock_guard<std::mutex> lock(g_openMutex);
+    const LayerLock lock(g_openMutex);
     TheOddities().oplocks.clear();
   }
   std::lock_guard<std::mutex> lock(Scheduler::Get().WorldLock());
@@ -190,18 +190,18 @@ void DropOplocks() {
 }
 void RefuseSharing(const wchar_t* pszPath, DWORD dwMilliseconds) {
   const FileId id = IdOfPath(pszPath);
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   TheOddities().refusedUntil[id] =
       Scheduler::Get().NowTicks() + static_cast<std::int64_t>(dwMilliseconds) * kTicksPerMs;
 }
 void SetReparseTag(const wchar_t* pszPath, DWORD dwTag) {
   const FileId id = IdOfPath(pszPath);
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   TheOddities().reparseTags[id] = dwTag;
 }
 void GiveToAUser(const wchar_t* pszPath) {
   const FileId id = IdOfPath(pszPath);
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   TheOddities().owners[id] = OwnedBy::User;
 }
 void RefuseNormalizedNames(bool bRefuse) { TheOddities().bNoNormalizedNames = bRefuse; }
@@ -230,7 +230,7 @@ struct OpenRequest {
 };
 
 bool IsOplocked(const FileId& id) {
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   return TheOddities().oplocks.count(id) != 0;
 }
 
@@ -240,7 +240,7 @@ HANDLE Open(const wchar_t* pszPath, const OpenRequest& request, bool& bBreaking)
     SetLastError(dwError);
     return INVALID_HANDLE_VALUE;
   };
-  std::unique_lock<std::mutex> lock(g_openMutex);
+  LayerLock lock(g_openMutex);
   const MappedPath path = MapPath(pszPath);
   if (path.dwError != ERROR_SUCCESS) return fail(path.dwError);
   const std::size_t cch = wcslen(pszPath);
@@ -281,14 +281,14 @@ HANDLE Open(const wchar_t* pszPath, const OpenRequest& request, bool& bBreaking)
       bBreaking = request.bNeverWaits;
       if (!bBreaking) {
         const FileId id = IdOf(target);
-        lock.unlock();
+        lock.Unlock();
         {
           Scheduler& scheduler = Scheduler::Get();
           std::unique_lock<std::mutex> world(scheduler.WorldLock());
           scheduler.WaitUntil(
               world, "an opportunistic lock", [&] { return !IsOplocked(id); }, INFINITE);
         }
-        lock.lock();
+        lock.Lock();
       }
     }
   }
@@ -494,7 +494,7 @@ BOOL WINAPI DeleteFileW(LPCWSTR lpFileName) {
   if (IsDeleted(id) || IsFolder(path.strHost) || IsReadOnly(path.strHost)) return Fails(ERROR_ACCESS_DENIED);
   if (!FreeToGo(path.strHost)) return Fails(ERROR_SHARING_VIOLATION);
   {
-    std::lock_guard<std::mutex> lock(g_openMutex);
+    const LayerLock lock(g_openMutex);
     if (IsOpen(id)) {  // its name stays until the last handle is closed
       Deleted().insert(id);
       return TRUE;
@@ -527,7 +527,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName, LPSECURITY_ATTRIBUTES) {
   const MappedPath path = MapPath(lpPathName);
   if (path.dwError != ERROR_SUCCESS) return Fails(path.dwError);
   if (wcslen(lpPathName) >= kLongestFolder) return Fails(ERROR_FILENAME_EXCED_RANGE);
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   if (mkdir(path.strHost.c_str(), 0777) != 0) {
     return Fails(errno == EEXIST ? ERROR_ALREADY_EXISTS : errno == ENOENT ? ERROR_PATH_NOT_FOUND : FromErrno(errno));
   }

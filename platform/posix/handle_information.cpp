@@ -37,7 +37,7 @@ static void ChangePlaces(const std::string& strHostPath, const std::string& strO
 
 bool TurnIntoLink(const wchar_t* pszFolder, const wchar_t* pszTarget) {
   PlatformCall();
-  std::lock_guard<std::mutex> lock(g_openMutex);
+  const LayerLock lock(g_openMutex);
   const std::string strHost = HostPath(pszFolder);
   struct stat status {};
   if (lstat(strHost.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || !IsEmptyFolder(strHost)) return false;
@@ -65,7 +65,7 @@ namespace {
 const std::string& RealRoot() {
   static std::mutex mutex;
   static auto* pKnown = new std::map<std::string, std::string>;  // by the sandbox: it may move
-  std::lock_guard<std::mutex> lock(mutex);
+  const LayerLock lock(mutex);
   std::string& strReal = (*pKnown)[SandboxRoot()];
   char szPath[PATH_MAX];
   if (strReal.empty()) strReal = realpath(SandboxRoot().c_str(), szPath) != nullptr ? szPath : SandboxRoot();

@@ -51,7 +51,7 @@ BOOL Wow64Process(HANDLE, PBOOL pbWow64) {
 }  // namespace
 
 void ProvideLibrary(const wchar_t* pszFileName, FARPROC const* ppEntryPoints, int nEntryPoints) {
-  std::lock_guard<std::mutex> lock(g_moduleMutex);
+  const LayerLock lock(g_moduleMutex);
   Provided()[FileNameOf(pszFileName)].entryPoints.assign(ppEntryPoints, ppEntryPoints + nEntryPoints);
 }
 
@@ -64,9 +64,10 @@ extern "C" {
 HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
   PlatformCall();
   if (FaultHere("LoadLibraryW", ERROR_MOD_NOT_FOUND)) return nullptr;
-  std::lock_guard<std::mutex> lock(g_moduleMutex);
+  const bool bThere = PathFileExistsW(lpLibFileName) != FALSE;
+  const LayerLock lock(g_moduleMutex);
   const auto it = Provided().find(FileNameOf(lpLibFileName));
-  if (it == Provided().end() || !PathFileExistsW(lpLibFileName)) {
+  if (it == Provided().end() || !bThere) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return nullptr;
   }

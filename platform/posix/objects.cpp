@@ -199,7 +199,7 @@ HANDLE NewHandle(std::shared_ptr<Object> pObject) {
 std::shared_ptr<Object> FindObject(HANDLE hObject) {
   const std::size_t nSlot = SlotOf(hObject);
   if (nSlot == 0) return nullptr;
-  std::lock_guard<std::mutex> lock(TableLock());
+  const LayerLock lock(TableLock());
   const auto* pHolder = g_slots[nSlot - 1].load();
   return pHolder != nullptr ? *pHolder : nullptr;
 }
@@ -215,7 +215,7 @@ BOOL WINAPI CloseHandle(HANDLE hObject) {
   const std::size_t nSlot = SlotOf(hObject);
   std::shared_ptr<Object>* pHolder = nullptr;
   if (nSlot != 0) {
-    std::lock_guard<std::mutex> lock(TableLock());
+    const LayerLock lock(TableLock());
     pHolder = g_slots[nSlot - 1].exchange(nullptr);
   }
   if (pHolder == nullptr) {

@@ -98,7 +98,7 @@ std::shared_ptr<Key> Walk(std::shared_ptr<Key> pKey, const std::u16string& strPa
 LSTATUS Open(const char* pszApi, HKEY hKey, const std::u16string& strPath, REGSAM samDesired, PHKEY phkResult) {
   PlatformCall(pszApi);
   if (const DWORD dwFault = FaultCode(pszApi, ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   const auto pKey = Walk(KeyOf(hKey), strPath, false);
   if (!pKey) return ERROR_FILE_NOT_FOUND;
   *phkResult = HandleOf(new OpenKey{pKey, samDesired});
@@ -124,7 +124,7 @@ bool Allows(HKEY hKey, REGSAM sam) { return IsRoot(hKey) || (RecordOf(hKey)->sam
 }  // namespace
 void ActFor(unsigned nClient) noexcept { t_nClient = nClient; }
 void RefuseHive(unsigned nClient, bool bRefuse) {
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   if (bRefuse) {
     RefusedHives().insert(nClient);
   } else {
@@ -146,7 +146,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, REGSAM samDesir
 LSTATUS WINAPI RegOpenCurrentUser(REGSAM samDesired, PHKEY phkResult) {
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegOpenCurrentUser", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   if (RefusedHives().contains(t_nClient)) return ERROR_FILE_NOT_FOUND;
   *phkResult = HandleOf(new OpenKey{HiveOf(t_nClient), samDesired});
   Book(Account::Keys, 1);
@@ -162,7 +162,7 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, LPWSTR, DWORD
   if (lpdwDisposition != nullptr) Unsupported("RegCreateKeyExW with a disposition");
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegCreateKeyExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   *phkResult = HandleOf(new OpenKey{Walk(KeyOf(hKey), Wide(lpSubKey), true), samDesired});
   Book(Account::Keys, 1);
   return ERROR_SUCCESS;
@@ -172,7 +172,7 @@ LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD, LPDWORD
                                 LPDWORD lpcbData) {
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegQueryValueExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   if (!Allows(hKey, KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
   const Value* pValue = KeyOf(hKey)->Find(Wide(lpValueName));
   if (pValue == nullptr) return ERROR_FILE_NOT_FOUND;
@@ -183,7 +183,7 @@ LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD 
                                 LPDWORD lpcbData) {
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegQueryValueExA", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   if (!Allows(hKey, KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
   const Value* pValue = KeyOf(hKey)->Find(std::u16string(lpValueName, lpValueName + std::strlen(lpValueName)));
   if (pValue == nullptr) return ERROR_FILE_NOT_FOUND;
@@ -201,7 +201,7 @@ LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD 
 LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD, DWORD dwType, const BYTE* lpData, DWORD cbData) {
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegSetValueExW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   if (!Allows(hKey, KEY_SET_VALUE)) return ERROR_ACCESS_DENIED;
   Key& key = *KeyOf(hKey);
   const std::u16string strName = Wide(lpValueName);
@@ -216,7 +216,7 @@ LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWO
                              LPDWORD lpType, LPBYTE lpData, LPDWORD lpcbData) {
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegEnumValueW", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   if (!IsRoot(hKey) && (RecordOf(hKey)->samDesired & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
   const Key& key = *KeyOf(hKey);
   if (dwIndex >= key.values.size()) return ERROR_NO_MORE_ITEMS;
@@ -229,14 +229,14 @@ LSTATUS WINAPI RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWO
 }
 
 LSTATUS WINAPI RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName) {
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   const std::u16string strName = NoCase::Fold(Wide(lpValueName));
   const auto nErased = std::erase_if(KeyOf(hKey)->values, [&](auto& v) { return NoCase::Fold(v.first) == strName; });
   return nErased > 0 ? static_cast<LSTATUS>(ERROR_SUCCESS) : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
 }
 
 LSTATUS WINAPI RegDeleteTreeW(HKEY hKey, LPCWSTR lpSubKey) {
-  std::lock_guard<std::mutex> lock(g_registryMutex);
+  const LayerLock lock(g_registryMutex);
   const std::u16string strPath = Wide(lpSubKey);
   const std::size_t nCut = strPath.rfind(u'\\');
   const auto pParent = nCut == std::u16string::npos ? KeyOf(hKey) : Walk(KeyOf(hKey), strPath.substr(0, nCut), false);

@@ -288,6 +288,7 @@ void Scheduler::Changed() {
 }
 
 void Scheduler::Call(const char* pszApi, Touched touched) {
+  if (t_nLayerLocks != 0) Unsupported("a platform call while a lock of the layer is held");
   Thread& self = Self();
   if (m_mode == TimeMode::Simulated && t_nOneStep == 0 && DiesHere()) Die();
   if (m_mode == TimeMode::Free) {

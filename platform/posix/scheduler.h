@@ -7,6 +7,7 @@
 #pragma once
 
 #include "control.h"
+#include "layer_lock.h"
 
 #include <atomic>
 #include <condition_variable>

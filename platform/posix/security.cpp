@@ -38,7 +38,7 @@ std::map<std::string, std::string>& Lists() {
 std::string AccessListOf(const wchar_t* pszFolder) {
   std::error_code ignored;
   const std::string strPlace = std::filesystem::canonical(HostPath(pszFolder), ignored);
-  std::lock_guard<std::mutex> lock(g_listsMutex);
+  const LayerLock lock(g_listsMutex);
   const auto it = Lists().find(strPlace);
   return it == Lists().end() ? std::string() : it->second;
 }
@@ -155,7 +155,7 @@ DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE ObjectType, SECURITY_
     strEntry.append("-").append(std::to_string(pDacl->adwSubAuthorities[n]));
   char szRights[48];
   std::snprintf(szRights, sizeof szRights, " 0x%08x %u", pDacl->dwMask, pDacl->dwFlags);
-  std::lock_guard<std::mutex> lock(g_listsMutex);
+  const LayerLock lock(g_listsMutex);
   Lists()[HostPathOf(*pFile)] = strEntry + szRights;
   return ERROR_SUCCESS;
 }

@@ -1,6 +1,7 @@
 // lmsim: worlds of random jobs and mishaps, a seed each, and what must hold after every one. Each runs in a process of its own,
 // so that it begins like every other and a crash names it. A failing seed prints its own texts and how to replay it.
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -16,6 +17,8 @@
 
 namespace {
 
+constexpr unsigned kMostSecondsASeed = 300;  // of the machine's own time; most take less than one
+
 // Two at once for each core, since one hands over between its threads half of the time; none is begun after one failed. Returns
 // the exit status.
 int RunSeeds(std::uint64_t ullFirst, std::uint64_t ullSeeds, bool bShow) {
@@ -30,7 +33,10 @@ int RunSeeds(std::uint64_t ullFirst, std::uint64_t ullSeeds, bool bShow) {
       if (runs[n].IsRunning()) continue;
       const std::uint64_t ullSeed = seeds[n] = ullFirst + ullStarted++;
       runs[n].FreshDrives();
-      runs[n].Start([&] { return RunSeed(ullSeed, bShow); });
+      runs[n].Start([&] {
+        alarm(kMostSecondsASeed);  // a hang that the scheduler does not see
+        return RunSeed(ullSeed, bShow);
+      });
     }
     int nStatus = -1;
     const pid_t nChild = waitpid(-1, &nStatus, 0);
