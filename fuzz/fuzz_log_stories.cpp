@@ -8,9 +8,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "tools/lmctl/job_story.h"
-#include "tools/lmctl/log_reader.h"
-#include "tools/lmctl/render.h"
+#include "tools/lmctl/story/story_machine.h"
+#include "tools/lmctl/log/log_reader.h"
+#include "tools/lmctl/render/render.h"
 
 namespace {
 
@@ -46,6 +46,7 @@ struct Teller {
       : reader({strFile}), machine([this](lmctl::Story&& story) { Take(story); }, true) {}
   void Take(const lmctl::Story& story) {
     Require(story.first.nFile == 0 && story.first.nLine <= story.last.nLine && story.last.nLine <= nLines, "lines");
+    for (std::size_t n = 0; n < lmctl::kClaims; ++n) Require(story.proofs[n].nLine <= nLines, "a line that proves");
     const std::string strStory = lmctl::StoryJson(story, [](std::uint32_t) { return std::string("log"); });
     Require(nlohmann::json::parse(strStory).dump().size() > 2, "JSON");
     strTold += strStory;

@@ -14,8 +14,8 @@
 #include "base/setting_names.h"
 #include "log/level.h"
 #include "package/spooler_service.h"
-#include "tools/lmctl/machine_kind.h"
-#include "tools/lmctl/registered_monitor.h"
+#include "tools/common/machine_kind.h"
+#include "tools/common/registered_monitor.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "tools/lmctl/service.h"
+#include "tools/common/service.h"
 
 namespace setup {
 namespace {

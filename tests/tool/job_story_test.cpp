@@ -5,9 +5,9 @@
 
 #include "sim/text.h"
 #include "tests/tool/tool_run.h"
-#include "tools/lmctl/job_story.h"
-#include "tools/lmctl/log_reader.h"
-#include "tools/lmctl/render.h"
+#include "tools/lmctl/story/story_machine.h"
+#include "tools/lmctl/log/log_reader.h"
+#include "tools/lmctl/render/render.h"
 
 using lmctl::kUnknown;
 using lmctl::Outcome;
@@ -36,11 +36,20 @@ class Log {
     return *this;
   }
   Log& Start(unsigned nThread, int nJob, const char* pszQueue = "Till", unsigned nProcess = 0x10) {
-    return Say(nThread, 'I', "MonStartDocPort", sim::Format("pszPrinterName:%s, JobId:%d", pszQueue, nJob), nProcess);
+    Say(nThread, 'I', "MonStartDocPort", sim::Format("pszPrinterName:%s, JobId:%d", pszQueue, nJob), nProcess);
+    return m_bTraced ? Say(nThread, 'T', "IsUseSdkSrv", "Flags:0x0", nProcess) : *this;
+  }
+  // Level T is off from here on.
+  Log& Untraced() {
+    m_bTraced = false;
+    return *this;
   }
   // A write of a port-monitor job.
   Log& Write(unsigned nThread, const char* pszPort, int cb, unsigned nProcess = 0x10) {
     Say(nThread, 'I', "MonWritePort", sim::Format("[pszPortName:%s, cbBuf:%d]", pszPort, cb), nProcess);
+    if (m_bTraced)
+      Say(nThread, 'T', "IsCancelJob", sim::Format("pIniPort:0x%08x", nProcess * 65536 + pszPort[0] * 256 + pszPort[3]),
+          nProcess);
     return Say(nThread, 'I', "MonWritePort",
                sim::Format("(*pIniPort->fn.pfnWritePort) [pszPortName:%s,cbBuf:%d/%d]", pszPort, cb, cb), nProcess);
   }
@@ -52,6 +61,7 @@ class Log {
  private:
   std::string m_strTime = "11/18 09:00(00";
   unsigned m_nMs = 0;
+  bool m_bTraced = true;
   std::string m_strText;
 };
 
@@ -146,7 +156,8 @@ TEST_F(Stories, ClockSetBackIsNoReasonToLoseAJob) {
 TEST_F(Stories, WhatIsMissingIsNamedAndNotGuessed) {
   // The end of a device job is not logged without T.
   Log device;
-  device.Start(1, 7)
+  device.Untraced()
+      .Start(1, 7)
       .Say(1, 'I', "MonWritePort", "[pszPortName:USB001, cbBuf:100]")
       .Say(1, 'I', "CSdk::Send", "*pdwWritten:100");
   const Story unended = Of(device).at(0);
@@ -154,7 +165,7 @@ TEST_F(Stories, WhatIsMissingIsNamedAndNotGuessed) {
   EXPECT_EQ(unended.NotLogged(), (std::vector<std::string>{"outcome", "reprints", "maybeTwice"}));
   // What lay between two questions about one job is not told by I alone.
   Log twice;
-  twice.Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:USB001, cbBuf:100]");
+  twice.Untraced().Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:USB001, cbBuf:100]");
   for (const char* pszBytes : {"*pdwWritten:100", "*pdwWritten:6", "*pdwWritten:6"})
     twice.Say(1, 'I', "CSdk::Send", pszBytes);
   EXPECT_EQ(Of(twice.Start(1, 8)).at(0).nReprints, kUnknown);
@@ -167,10 +178,73 @@ TEST_F(Stories, WhatIsMissingIsNamedAndNotGuessed) {
 TEST_F(Stories, WriteThatWasTakenInPartIsNotTheWholeJob) {
   Log log;
   log.Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:COM1, cbBuf:100]");
+  log.Say(1, 'T', "IsCancelJob", "pIniPort:0x00001031");
   log.Say(1, 'I', "MonWritePort", "(*pIniPort->fn.pfnWritePort) [pszPortName:COM1,cbBuf:60/100]");
   Log offeredAgain = log;
   EXPECT_EQ(Of(log.End(1, 7)).at(0).outcome, Outcome::Failed);
   EXPECT_EQ(Of(offeredAgain.Write(1, "COM1", 40).End(1, 7)).at(0).outcome, Outcome::Printed);
+}
+
+// A job on the device's way, as level I alone shows it: what it offered, and what each transfer took.
+Log DeviceJob(const std::vector<int>& taken, int cbOffered) {
+  Log log;
+  log.Untraced().Start(1, 7).Say(1, 'I', "MonWritePort", sim::Format("[pszPortName:USB001, cbBuf:%d]", cbOffered));
+  for (const int cb : taken) log.Say(1, 'I', "CSdk::Send", sim::Format("*pdwWritten:%d", cb));
+  return log.Say(9, 'I', "MonClosePort", "(*pIniPort->fn.pfnClosePort) [pszPortName:USB001]");
+}
+
+TEST_F(Stories, AmountsTellOnlyWhatTheyLeaveNoDoubtAbout) {
+  const Story once = Of(DeviceJob({3, 100, 6}, 100)).at(0);
+  EXPECT_EQ(once.outcome, Outcome::Confirmed);
+  EXPECT_EQ(once.maybeTwice, Tri::No);
+  const Story again = Of(DeviceJob({3, 100, 6, 3, 3, 100, 6}, 100)).at(0);
+  EXPECT_EQ(again.nReprints, 1);
+  EXPECT_EQ(again.maybeTwice, Tri::Yes);
+  EXPECT_EQ(again.Proof(lmctl::Claim::MaybeTwice).nLine, 8u);
+  // A job as long as a question: its being sent again looks like one.
+  const Story shortOne = Of(DeviceJob({3, 3, 6, 3, 3, 3, 6}, 3)).at(0);
+  EXPECT_EQ(shortOne.nReprints, kUnknown);
+  EXPECT_EQ(shortOne.maybeTwice, Tri::Unknown);
+  EXPECT_EQ(shortOne.outcome, Outcome::Unknown);
+}
+
+TEST_F(Stories, RefusedStartDoesNotEndTheJobInProgress) {
+  for (const bool bTraced : {true, false}) {
+    Log log;
+    if (!bTraced) log.Untraced();
+    log.Start(1, 7).Write(1, "COM1", 100).Start(1, 8);
+    log.Say(1, 'W', "MonStartDocPort", "ERROR_BUSY [pszPrinterName:Till, JobId:8]").Write(1, "COM1", 50);
+    log.Say(1, 'I', "MonEndDocPort", "(*pIniPort->fn.pfnEndDocPort) [pszPortName:COM1, JobId:7]");
+    const auto stories = Of(bTraced ? log.End(1, 7) : log);
+    ASSERT_EQ(stories.size(), 2u);
+    EXPECT_EQ(stories[0].outcome, Outcome::Refused);
+    EXPECT_EQ(stories[1].nBytes, 150);
+    EXPECT_EQ(stories[1].outcome, Outcome::Printed);
+  }
+}
+
+TEST_F(Stories, NumberThatTwoQueuesGiveIsToldApartByThePort) {
+  Log log;
+  log.Start(1, 7).Start(2, 7, "Bar").Write(1, "COM1", 10).Write(2, "LPT1:", 20);
+  for (const char* pszPort : {"LPT1:", "COM1"})  // on threads of their own
+    log.Say(pszPort[0], 'I', "MonEndDocPort",
+            sim::Format("(*pIniPort->fn.pfnEndDocPort) [pszPortName:%s, JobId:7]", pszPort))
+        .End(pszPort[0], 7);
+  const auto stories = Of(log);
+  ASSERT_EQ(stories.size(), 2u);
+  EXPECT_EQ(stories[0].strQueue, "Bar");
+  EXPECT_EQ(stories[0].nBytes, 20);
+  EXPECT_EQ(stories[1].outcome, Outcome::Printed);
+}
+
+TEST_F(Stories, NothingIsClaimedFromLinesThatTheLevelsOfThatTimeDidNotShow) {
+  Log log;
+  log.Start(1, 7).Write(1, "COM1", 10).Untraced().Write(1, "COM1", 20);
+  log.Say(1, 'I', "MonEndDocPort", "(*pIniPort->fn.pfnEndDocPort) [pszPortName:COM1, JobId:7]").End(1, 7);
+  const Story story = Of(log).at(0);
+  EXPECT_EQ(story.path, Path::PortMonitor);  // a line says so
+  EXPECT_EQ(story.nBytes, kUnknown);
+  EXPECT_EQ(story.outcome, Outcome::Unknown);
 }
 
 TEST_F(Stories, ProcessThatBeginsAnewLeavesItsJobsUnfinished) {
@@ -221,7 +295,7 @@ TEST_F(Stories, CopyOfADayCountsOnce) {
 }
 
 TEST_F(Stories, FollowingSeesLinesThatCameAndAFileThatWasMovedAside) {
-  File("20261118.log", Log().Start(1, 7).Text() + "[11/18 09:00");
+  File("20261118.log", Log().Untraced().Start(1, 7).Text() + "[11/18 09:00");
   lmctl::LogReader reader({m_folder / ""});
   std::vector<std::string> lines;
   const auto read = [&] {

@@ -49,7 +49,7 @@ for routine in InitializePrintMonitor2 MonWritePort CheckRealCmd; do
   grep -q "$routine" symbol.txt && grep -q '^/src/.*\.cpp:' symbol.txt || fail "$address of $routine is $(xargs <symbol.txt)"
 done
 
-for name in kelvane_lm:dll:src/monitor/entry.cpp lmctl:exe:tools/lmctl/job_story.cpp; do
+for name in kelvane_lm:dll:src/monitor/entry.cpp lmctl:exe:tools/lmctl/story/story_machine.cpp; do
   IFS=: read -r stem kind source <<<"$name"
   # The program has the identifier as bytes, of which the first three parts are numbers that begin with their low byte.
   read -r a b c d e f g h rest < <(llvm-readobj --coff-debug-directory "$files/$stem.$kind" | sed -n 's/.*PDBGUID: (\(.*\))/\1/p')

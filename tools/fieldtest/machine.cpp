@@ -10,8 +10,8 @@
 #include <sstream>
 
 #include "tools/fieldtest/report.h"
-#include "tools/lmctl/registered_monitor.h"
-#include "tools/lmctl/service.h"
+#include "tools/common/registered_monitor.h"
+#include "tools/common/service.h"
 
 namespace fieldtest {
 namespace {

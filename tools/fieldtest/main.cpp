@@ -12,8 +12,8 @@
 #include "tools/fieldtest/machine.h"
 #include "tools/fieldtest/printer.h"
 #include "tools/fieldtest/report.h"
-#include "tools/lmctl/machine_kind.h"
-#include "tools/lmctl/registered_monitor.h"
+#include "tools/common/machine_kind.h"
+#include "tools/common/registered_monitor.h"
 
 namespace fs = std::filesystem;
 using namespace fieldtest;

@@ -14,6 +14,7 @@
 #include "posix/progress_line.h"
 #include "tools/lmsim/explore.h"
 #include "tools/lmsim/random_jobs.h"
+#include "tools/lmsim/story_judge.h"
 
 namespace {
 
@@ -23,6 +24,7 @@ constexpr unsigned kMostSecondsASeed = 300;  // of the machine's own time; most 
 // the exit status.
 int RunSeeds(std::uint64_t ullFirst, std::uint64_t ullSeeds, bool bShow) {
   const unsigned nAtOnce = std::max(2u, 2 * std::thread::hardware_concurrency());
+  ClaimCounts& counts = ClaimCounts::Get();
   std::vector<w32::ForkedRun> runs;
   for (unsigned n = 0; n < nAtOnce; ++n) runs.emplace_back(std::to_string(n));
   std::vector<std::uint64_t> seeds(nAtOnce);
@@ -51,6 +53,7 @@ int RunSeeds(std::uint64_t ullFirst, std::uint64_t ullSeeds, bool bShow) {
     ++ullDone;
     if (progress.IsDue()) progress.Show(ullDone, static_cast<double>(ullSeeds - ullDone));
   }
+  counts.Print();
   std::printf("%llu seeds from %llu on, %s\n", static_cast<unsigned long long>(ullDone),
               static_cast<unsigned long long>(ullFirst), ullFailed == 0 ? "all well" : "FAILED");
   return ullFailed == 0 ? 0 : 1;

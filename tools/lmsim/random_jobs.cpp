@@ -425,7 +425,12 @@ class Simulation {
         truths.push_back(truth);
       }
     }
-    Judge(StoriesOf(sim::World::LogText()), truths, m_dwMask == 0x596, m_bLogHeld || m_bLinks || m_bOthers, verdict);
+    const bool bLinesLost = m_bLogHeld || m_bLinks || m_bOthers;
+    if (m_dwMask == 0x596) {
+      JudgeAtEveryMask(sim::World::LogText(), truths, bLinesLost, static_cast<unsigned>(m_ullSeed), verdict);
+    } else {
+      JudgeOne(sim::World::LogText(), truths, bLinesLost, verdict);
+    }
   }
 
   // From the moment on when a deletion was noticed nothing is sent, and the device is cleared behind the job.

@@ -1,10 +1,12 @@
 // The simulated world as the judge of what the administrator's tool reads out of the log.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <string>
 #include <vector>
 
-#include "tools/lmctl/job_story.h"
+#include "tools/lmctl/story/story.h"
 #include "tools/lmsim/verdict.h"
 
 // What the world knows of a job.
@@ -23,9 +25,20 @@ struct JobTruth {
   std::int64_t nReprints = 0;
 };
 
-// The stories of a log's text.
-std::vector<lmctl::Story> StoriesOf(const std::string& strLog);
+// How many claims of each kind were told, at some combinations of levels: silence is no way out. Of all processes that judge.
+struct ClaimCounts {
+  static constexpr const char* kMasks[] = {"EWIDT", "EWID", "EWI", "EW"};
+  std::array<std::atomic<std::uint64_t>, 4> jobs;
+  std::array<std::array<std::atomic<std::uint64_t>, lmctl::kClaims>, 4> told;
+  std::atomic<std::uint64_t> judged;  // told claims, of all combinations
 
-// bAllLevels: every member must be told; otherwise what is told must be true. bLinesLost: jobs may be missing.
-void Judge(const std::vector<lmctl::Story>& stories, const std::vector<JobTruth>& truths, bool bAllLevels,
-           bool bLinesLost, Verdict& verdict);
+  static ClaimCounts& Get();  // shared with the processes that are forked later
+  void Print() const;
+};
+
+// Judges what is told of a log in which every level is on: of the whole log, of what every other combination of levels would have
+// left of it, and of one whose levels change. bLinesLost: lines may be missing.
+void JudgeAtEveryMask(const std::string& strLog, const std::vector<JobTruth>& truths, bool bLinesLost, unsigned nSeed,
+                      Verdict& verdict);
+// … and of a log of some levels.
+void JudgeOne(const std::string& strLog, const std::vector<JobTruth>& truths, bool bLinesLost, Verdict& verdict);
