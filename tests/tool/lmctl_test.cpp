@@ -8,6 +8,16 @@
 
 namespace {
 
+// Programs of the system, by their ways from the folder of ours.
+const std::string kSystem = "../../../../../../../../usr/bin/";
+const std::string kPython = kSystem + "python3 ";
+const std::string kPromtool = kSystem + "promtool ";
+
+// A file of the documentation.
+std::string Docs(const char* pszName) {
+  return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../../../docs" / pszName).string();
+}
+
 class Lmctl : public ::testing::Test {
  protected:
   Lmctl() {
@@ -34,19 +44,17 @@ TEST_F(Lmctl, JobsTellsWhatBecameOfEachJob) {
   EXPECT_FALSE(table.Says("\033["));  // no colour in a pipe
   const auto jobs = nlohmann::json::parse(RunTool("lmctl jobs --json" + Log()).strOutput);
   ASSERT_EQ(jobs.size(), 3u);
-  const std::vector<std::string> names = {"bytes",     "ended",    "error",    "jobId",   "log",       "maybeTwice",
-                                          "notLogged", "outcome",  "path",     "port",    "processId", "queue",
-                                          "reason",    "reprints", "response", "started", "writes"};
-  std::vector<std::string> found;
-  for (const auto& [strName, value] : jobs[0].items()) found.push_back(strName);
-  EXPECT_EQ(found, names);
+  // As described: by the document that log shippers build on.
+  const std::string strFile = m_folder / "jobs.json";
+  std::ofstream(strFile) << jobs;
+  EXPECT_EQ(RunTool(kPython + "-W ignore -m jsonschema -i " + strFile + " " + Docs("jobs.schema.json")).strOutput, "");
   // Each of the three was printed at the same time of its own simulated day.
   std::map<std::string, nlohmann::json> byOutcome;
   for (const auto& job : jobs) byOutcome[job["outcome"]] = job;
   ASSERT_EQ(byOutcome.size(), 3u);
   EXPECT_EQ(byOutcome["confirmed"]["reprints"], 1);
   EXPECT_EQ(byOutcome["confirmed"]["maybeTwice"], true);
-  EXPECT_TRUE(byOutcome["confirmed"]["log"]["firstLine"].is_number());
+  EXPECT_TRUE(byOutcome["confirmed"]["evidence"]["outcome"].is_number());
   EXPECT_EQ(byOutcome["printed"]["path"], "portMonitor");
   EXPECT_EQ(byOutcome["cancelled"]["path"], "device");
 }
@@ -78,6 +86,51 @@ TEST_F(Lmctl, ExplainRestsOnLinesAndEndsInAVerdict) {
   EXPECT_TRUE(run.Says(".log:"));
   EXPECT_TRUE(run.Says("On paper: The printer confirmed the whole receipt after it was sent again."));
   EXPECT_TRUE(run.Says("What to do: If the customer has two"));
+}
+
+TEST_F(Lmctl, JobsThatMayStandTwiceAreToldWithTheirReasons) {
+  Print("--auto-reprint --speed 4000 --fault paper-end@5000:4");
+  const ToolRun again = RunTool("lmctl jobs --twice" + Log());
+  EXPECT_TRUE(again.Says("Why: the monitor sent it again.")) << again.strOutput;
+  EXPECT_TRUE(again.Says("they are one receipt"));
+  Print("--service stopped");  // the same receipt, at the same time
+  const auto jobs = nlohmann::json::parse(RunTool("lmctl jobs --twice --json" + Log()).strOutput);
+  ASSERT_EQ(jobs.size(), 2u);
+  for (const auto& job : jobs) EXPECT_EQ(job["twice"].back(), "sameSizeBeside");
+  EXPECT_TRUE(RunTool("lmctl explain --job 1 --port USB001" + Log()).Says("It may stand there twice: another job"));
+}
+
+TEST_F(Lmctl, TimeIsExplainedWithoutAJob) {
+  Print("--auto-reprint --speed 4000");
+  EXPECT_TRUE(RunTool("lmctl explain --at \"2026-11-18 09:00:01\"" + Log()).Says("On paper: The printer confirmed"));
+  const ToolRun later = RunTool("lmctl explain --at \"2026-11-18 14:00\" --queue Till" + Log());
+  EXPECT_TRUE(later.Says("No job that the log names was under way")) << later.strOutput;
+  EXPECT_TRUE(later.Says("The job before: 1 on Till, 2026-11-18 09:00:00"));
+  EXPECT_EQ(RunTool("lmctl explain" + Log()).nExit, 2);
+}
+
+TEST_F(Lmctl, MetricsGoOnCountingAndTheirAlertsFire) {
+  const auto metrics = [&] {
+    EXPECT_EQ(RunTool("lmctl metrics --output " + (m_folder / "k.prom") + Log()).strOutput, "");
+    std::ifstream file(m_folder / "k.prom");
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  Print("--auto-reprint --speed 4000 --fault paper-end@5000:4");
+  metrics();
+  const std::string strFirst = metrics();  // a job counts once
+  EXPECT_NE(strFirst.find("kelvane_jobs_total{queue=\"Till\",outcome=\"confirmed\"} 1\n"), std::string::npos);
+  EXPECT_NE(strFirst.find("kelvane_job_resends_total{queue=\"Till\"} 1\n"), std::string::npos);
+  std::filesystem::remove_all(m_folder / "world");  // purged
+  Print("--service stopped");
+  const std::string strSecond = metrics();
+  EXPECT_NE(strSecond.find("outcome=\"confirmed\"} 1\n"), std::string::npos);
+  EXPECT_NE(strSecond.find("outcome=\"printed\"} 1\n"), std::string::npos) << strSecond;
+  EXPECT_EQ(RunTool(kPromtool + "check metrics <" + (m_folder / "k.prom")).strOutput, "");
+  const std::string strRules = Docs("monitoring/kelvane.rules.yml");
+  EXPECT_EQ(RunTool(kPromtool + "check rules --lint-fatal " + strRules).nExit, 0);
+  EXPECT_EQ(RunTool(kPromtool + "test rules " + Docs("monitoring/kelvane.rules.test.yml")).nExit, 0);
+  std::ofstream(m_folder / "k.prom.state") << "nonsense";
+  EXPECT_EQ(RunTool("lmctl metrics --output " + (m_folder / "k.prom") + Log()).nExit, 1);
 }
 
 TEST_F(Lmctl, LogIsShownByLevelAndByJob) {
@@ -112,42 +165,73 @@ TEST_F(Lmctl, ArchiveIsListedAndShown) {
   EXPECT_EQ(RunTool("lmctl archive show nothing.prn").nExit, 1);
 }
 
-// The page, in a browser: it draws, sorts and filters, and what looks like markup in the log is text.
+// The page, in a browser, at the narrowest and the widest window: ten thousand jobs are there within two seconds and chosen within a
+// tenth of one; a row opens its story; what looks like markup in the log is text.
 TEST_F(Lmctl, ReportPageWorksInABrowser) {
-  Print("--service stopped");
-  const std::string strLogFile = m_folder / "world/c/ProgramData/Kelvane/Logs/PrinterDriver/20261118.log";
+  const std::string strEvil = "<img src=x onerror=document.title=1></script><b>Q";
   {
-    std::ofstream log(strLogFile, std::ios::app | std::ios::binary);
-    log << "[11/18 10:00(00.000)]\t[00000010(00000001)]\t[I] \t[DRV_LM ] \tMonStartDocPort(1) "
-           "\tpszPrinterName:<img src=x onerror=document.title=1></script><b>Q, JobId:5\r\n";
+    std::ofstream log(m_folder / "20261118.log", std::ios::binary);
+    const auto line = [&](unsigned n, char cLevel, const char* pszRoutine, const std::string& strMessage) {
+      char szHead[96];
+      std::snprintf(szHead, sizeof szHead, "[11/18 %02u:%02u(%02u.000)]\t[00000010(00000001)]\t[%c] \t[DRV_LM ] \t",
+                    n / 3600, n / 60 % 60, n % 60, cLevel);
+      log << szHead << pszRoutine << "(1) \t" << strMessage << "\r\n";
+    };
+    for (unsigned n = 0; n < 10'000; ++n) {
+      const std::string strJob = ", JobId:" + std::to_string(n + 1);
+      line(n * 8, 'I', "MonStartDocPort", "pszPrinterName:" + (n == 7 ? strEvil : "Till") + strJob);
+      line(n * 8, 'I', "MonWritePort", "[pszPortName:COM1, cbBuf:" + std::to_string(n + 1) + "]");
+      const std::string strSizes = std::to_string(n % 100 == 0 ? 0 : n + 1) + "/" + std::to_string(n + 1);
+      line(n * 8 + 1, 'I', "MonWritePort", "(*pIniPort->fn.pfnWritePort) [pszPortName:COM1,cbBuf:" + strSizes + "]");
+      line(n * 8 + 2, 'I', "MonEndDocPort", "(*pIniPort->fn.pfnEndDocPort) [pszPortName:COM1" + strJob + "]");
+    }
   }
   const std::string strPage = m_folder / "report.html";
-  ASSERT_EQ(RunTool("lmctl jobs --html " + strPage + Log()).nExit, 0);
+  ASSERT_EQ(RunTool("lmctl jobs --html " + strPage + " --log " + (m_folder / "20261118.log")).nExit, 0);
   // Steps that a person would take, appended for the test; what they showed goes into the title.
-  {
-    std::ofstream page(strPage, std::ios::app);
-    page << "<script>const out=[];window.onerror=m=>out.push('error '+m);"
-            "const cell=(r,c)=>document.querySelectorAll('#rows tr')[r].children[c].textContent;"
-            "out.push(document.querySelectorAll('#rows tr').length,document.querySelectorAll('canvas').length,"
-            "document.querySelectorAll('img,b').length,cell(1,1));"
-            "document.querySelectorAll('th button')[2].click();document.querySelectorAll('th "
-            "button')[2].click();out.push(cell(0,2));"
-            "const f=document.getElementById('filter');f.value='printed';f.oninput();"
-            "out.push(document.getElementById('count').textContent);"
-            "const "
-            "cv=document.querySelector('canvas');out.push(cv.getContext('2d').getImageData(0,0,cv.width,cv.height)."
-            "data.some(v=>v)?'drawn':'empty');"
-            "document.title=out.join('|');</script>";
+  std::ofstream(strPage, std::ios::app) << R"~(<script>
+const out = [], say = text => out.push(text);
+window.onerror = m => say("error " + m);
+say(performance.now() < 2000 ? "loaded" : "loaded in " + performance.now());
+const field = form.elements.text, type = text => { field.value = text; field.dispatchEvent(new Event("input", {bubbles: true})); };
+type("confirmed");  // the first time compiles the script
+const start = performance.now();
+type("failed");
+say(performance.now() - start < 100 ? "chosen" : "chosen in " + (performance.now() - start));
+say(byId("count").textContent);
+say(location.hash);
+rows.querySelector("button").click();
+say(rows.querySelector(".story li").textContent);
+document.querySelectorAll("th button")[2].click();
+say(rows.querySelector("td:nth-child(3)").textContent);
+location.hash = "#queue=Till&to=2026-11-18T00:01";
+restore();
+choose();
+say(byId("count").textContent);
+say(document.querySelectorAll("img, b").length);
+const cv = document.querySelector("canvas"), data = cv.getContext("2d").getImageData(0, 0, cv.width, cv.height).data;
+say(data.some(v => v) ? "drawn" : "empty");
+say(document.documentElement.scrollWidth <= innerWidth ? "fits" : "overflows");
+document.title = out.join("|");
+</script>)~";
+  const std::string strExpected =
+      "<title>loaded|chosen|1 to 100 of 100 jobs|#text=failed|22:00:00.000  The spooler started job 9901 on the queue "
+      "Till. " +
+      (m_folder / "20261118.log:39601") + "|1|1 to 14 of 14 jobs|0|drawn|fits</title>";
+  for (const char* pszWidth : {"360", "2560"}) {
+    std::string strTitle;
+    for (int n = 0; n < 3 && strTitle != strExpected; ++n) {  // the machine may be busy with other tests
+      const ToolRun run =
+          RunTool(kSystem +
+                  "chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+                  "--disable-background-networking "
+                  "--disable-component-update --disable-sync --window-size=" +
+                  pszWidth + ",900 --user-data-dir=" + (m_folder / "browser") + " --dump-dom file://" + strPage);
+      const std::size_t nTitle = run.strOutput.find("<title>");
+      strTitle = run.strOutput.substr(nTitle, run.strOutput.find("</title>", nTitle) + 8 - nTitle);
+    }
+    EXPECT_EQ(strTitle, strExpected) << pszWidth;
   }
-  const std::string strCommand =
-      "../../../../../../../../usr/bin/chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
-      "--disable-background-networking --disable-component-update --disable-sync --virtual-time-budget=3000 "
-      "--user-data-dir=" +
-      (m_folder / "browser") + " --dump-dom file://" + strPage;
-  const ToolRun run = RunTool(strCommand);
-  EXPECT_TRUE(run.Says(
-      "<title>2|2|0|&lt;img src=x onerror=document.title=1&gt;&lt;/script&gt;&lt;b&gt;Q|5|1 of 2 jobs|drawn</title>"))
-      << run.strOutput.substr(0, 3000);
 }
 
 }  // namespace

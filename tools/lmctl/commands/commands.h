@@ -21,10 +21,14 @@ struct Options {
   std::string strAt;
   unsigned nLast = 0;
   bool bFailed = false;
+  bool bTwice = false;
   bool bJson = false;
   bool bFollow = false;
   std::string strHtml;
   std::string strLevels;  // empty: all, and whatever else is in the log
+  // metrics
+  std::string strOutput;
+  std::string strState;
   // archive
   std::string strRoot;
   std::string strFile;
@@ -38,6 +42,7 @@ struct Options {
 
 int Jobs(const Options& options);
 int ExplainJob(const Options& options);
+int ShowMetrics(const Options& options);
 int ShowLog(const Options& options);
 int ArchiveList(const Options& options);
 int ArchiveShow(const Options& options);

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   pJobs->add_option("--until", options.strUntil, "up to this time, or to the end of this day");
   pJobs->add_option("--last", options.nLast, "the last so many");
   pJobs->add_flag("--failed", options.bFailed, "jobs that were refused or failed; exit status 1 when there are any");
+  pJobs->add_flag("--twice", options.bTwice, "jobs that may stand on paper more than once, with the reason");
   auto* pJson = pJobs->add_flag("--json", options.bJson, "as JSON");
   auto* pHtml = pJobs->add_option("--html", options.strHtml, "write a page with table and time lines to this file");
   pJobs->add_flag("--follow", options.bFollow, "go on as the log grows")->excludes(pHtml);
@@ -39,9 +40,20 @@ int main(int argc, char** argv) {
 
   CLI::App* pExplain = app.add_subcommand("explain", "the story of a job in plain sentences, and what is on paper");
   addLog(pExplain);
-  pExplain->add_option("--job", options.nJob, "the job's number")->required()->check(CLI::PositiveNumber);
+  auto* pExplainJob = pExplain->add_option("--job", options.nJob, "the job's number")->check(CLI::PositiveNumber);
   pExplain->add_option("--queue", options.strQueue, "its queue");
-  pExplain->add_option("--at", options.strAt, "when it was printed; without it the latest of that number");
+  pExplain->add_option("--port", options.strPort, "its port");
+  auto* pAt =
+      pExplain->add_option("--at", options.strAt,
+                           "when it was printed; without it the latest of that number, without a number every job "
+                           "of that time");
+
+  CLI::App* pMetrics = app.add_subcommand("metrics", "counters of the jobs in the Prometheus text format");
+  addLog(pMetrics);
+  pMetrics->add_option("--queue", options.strQueue, "jobs of this queue");
+  pMetrics->add_option("--output", options.strOutput, "write this file, whole at once, instead of standard output");
+  pMetrics->add_option("--state", options.strState,
+                       "the file that keeps what was counted (default: beside the output, with the ending .state)");
 
   CLI::App* pLog = app.add_subcommand("log", "the lines of the log");
   addLog(pLog);
@@ -70,6 +82,11 @@ int main(int argc, char** argv) {
   CLI::App* pSettings = app.add_subcommand("settings", "shows and changes the settings of the machine or a queue");
   pSettings->add_option("QUEUE NAME=VALUE", options.settings, "a queue's name, and values to set (NAME= removes one)");
 
+  pExplain->callback([&] {
+    if (pExplainJob->count() + pAt->count() == 0)
+      throw CLI::RequiredError("--job, --at or both: which job, or what time,");
+  });
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -78,6 +95,7 @@ int main(int argc, char** argv) {
   try {
     if (pJobs->parsed()) return Jobs(options);
     if (pExplain->parsed()) return ExplainJob(options);
+    if (pMetrics->parsed()) return ShowMetrics(options);
     if (pLog->parsed()) return ShowLog(options);
     if (pList->parsed()) return ArchiveList(options);
     if (pShow->parsed()) return ArchiveShow(options);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/lmctl/story/story.h"
@@ -36,6 +38,11 @@ class TableRenderer {
   bool m_bColour;
 };
 
+// Why a job may stand on paper more than once; empty when nothing says so.
+std::vector<std::string> TwiceReasons(const Story& story);
+// A job that may stand twice: why, and what to tell the customer.
+void TellTwice(std::FILE* pOut, const Story& story);
+
 void Explain(std::FILE* pOut, const Story& story, const FileName& fileName);
 
 // One self-contained page. Jobs are given in order between Begin and End.
@@ -50,6 +57,10 @@ class HtmlRenderer {
   std::FILE* m_pOut;
   FileName m_fileName;
   bool m_bFirst = true;
+  std::string_view m_markup;  // what has not been written yet
+  // The sentences of all stories, each once.
+  std::unordered_map<std::string, std::size_t> m_texts;
+  std::vector<const std::string*> m_order;
 };
 
 }  // namespace lmctl

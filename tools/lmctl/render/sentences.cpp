@@ -9,14 +9,21 @@ std::string OnPaper(const Story& story) {
   if (bIsOut && story.nBytes == 0) return "It had no data: nothing of it is on paper.";
   switch (story.outcome) {
     case Outcome::Confirmed:
-      if (story.maybeTwice == Tri::Yes)
+      if ((story.byTwice & kTwiceSentAgain) != 0)
         return "The printer confirmed the whole receipt after it was sent again. What it had printed before the "
                "loss may lie in front of it: a part of the receipt, or all of it.";
+      if (story.byTwice != 0) return "The printer confirmed that it has printed the whole receipt.";
       return story.maybeTwice == Tri::No
                  ? "The printer confirmed that it has printed the whole receipt. The monitor sent it to it once."
                  : "The printer confirmed that it has printed the whole receipt. Whether the monitor sent it more than "
                    "once is not logged.";
     case Outcome::Printed:
+      if (story.path == Path::PortMonitor)
+        return "Everything that the spooler gave went out to the port; had the job been deleted meanwhile, the spooler "
+               "would "
+               "have given less, and the log would not show it. Nobody asked the printer, so the log cannot tell "
+               "whether the "
+               "paper shows it.";
       return "All of the job went out. Nobody asked the printer, so the log cannot tell whether the paper shows it.";
     case Outcome::Cancelled:
       return story.nBytes == 0  ? "Nothing of it went to the printer."
@@ -33,7 +40,7 @@ std::string OnPaper(const Story& story) {
 std::string WhatToDo(const Story& story) {
   switch (story.outcome) {
     case Outcome::Confirmed:
-      return story.maybeTwice == Tri::Yes
+      return (story.byTwice & kTwiceSentAgain) != 0
                  ? "If the customer has two, the first one is the lost one: take it away."
                  : "If the customer has none, look for the paper at the printer, not for the job.";
     case Outcome::Printed:
@@ -53,6 +60,31 @@ std::string WhatToDo(const Story& story) {
 }
 
 }  // namespace
+
+std::vector<std::string> TwiceReasons(const Story& story) {
+  std::vector<std::string> reasons;
+  if ((story.byTwice & kTwiceSentAgain) != 0)
+    reasons.push_back(story.nReprints == 0 ? "the monitor began to send it again" : "the monitor sent it again");
+  if ((story.byTwice & kTwiceRestarted) != 0)
+    reasons.emplace_back("the spooler began it again after it had been restarted in the queue");
+  if ((story.byTwice & kTwiceSameSize) != 0)
+    reasons.emplace_back(
+        "another job of the same size began on the queue within a minute: perhaps the program printed the receipt "
+        "twice, or "
+        "somebody printed it again from the archive");
+  return reasons;
+}
+
+void TellTwice(std::FILE* pOut, const Story& story) {
+  std::fprintf(pOut, "%s  job %lld on %s: %s\n", ShortTime(story.llStarted).c_str(), static_cast<long long>(story.nJob),
+               ToUtf8(story.strQueue).c_str(), OutcomeText(story).c_str());
+  for (const std::string& strReason : TwiceReasons(story)) std::fprintf(pOut, "    Why: %s.\n", strReason.c_str());
+  std::fprintf(pOut, "    What to tell: %s\n",
+               (story.byTwice & ~kTwiceSameSize) != 0
+                   ? "If the customer has two, they are one receipt: take the incomplete or the first one away."
+                   : "Look at both jobs with lmctl explain, and at the paper: whether they are one receipt the log "
+                     "does not tell.");
+}
 
 void Explain(std::FILE* pOut, const Story& story, const FileName& fileName) {
   std::fprintf(pOut, "Job %lld on the queue %s%s%s\n\n", static_cast<long long>(story.nJob),
@@ -85,6 +117,8 @@ void Explain(std::FILE* pOut, const Story& story, const FileName& fileName) {
   }
   std::fprintf(pOut, "Outcome: %s.\n", OutcomeText(story).c_str());
   std::fprintf(pOut, "On paper: %s\n", OnPaper(story).c_str());
+  for (const std::string& strReason : TwiceReasons(story))
+    std::fprintf(pOut, "It may stand there twice: %s.\n", strReason.c_str());
   std::fprintf(pOut, "What to do: %s\n", WhatToDo(story).c_str());
 }
 

@@ -1,6 +1,7 @@
 // Times, outcomes in words, JSON and the table.
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "tools/lmctl/log/error_text.h"
 #include "tools/lmctl/render/render.h"
@@ -76,6 +77,13 @@ std::string ShortTime(LocalMs llTime) {
   return str;
 }
 
+namespace {
+
+constexpr std::pair<std::uint8_t, const char*> kTwiceNames[] = {
+    {kTwiceSentAgain, "sentAgain"}, {kTwiceRestarted, "restarted"}, {kTwiceSameSize, "sameSizeBeside"}};
+
+}  // namespace
+
 std::string StoryJson(const Story& story, const FileName& fileName) {
   // Put together here: building an object took longer than reading the story's lines. What needs escapes is the library's.
   const auto quoted = [](const std::string& str) {
@@ -114,6 +122,21 @@ std::string StoryJson(const Story& story, const FileName& fileName) {
   number("reprints", story.nReprints);
   text("response", story.strResponse);
   member("maybeTwice", story.maybeTwice == Tri::Unknown ? "null" : story.maybeTwice == Tri::Yes ? "true" : "false");
+  std::string strTwice;
+  for (const auto& [byReason, pszName] : kTwiceNames)
+    if ((story.byTwice & byReason) != 0) strTwice += (strTwice.empty() ? "\"" : ",\"") + std::string(pszName) + '"';
+  member("twice", "[" + strTwice + "]");
+  std::string strProofs;
+  for (std::size_t n = 0; n < kClaims; ++n) {
+    const Place& proof = story.proofs[n];
+    if (proof.nLine == 0 || !story.IsTold(static_cast<Claim>(n))) continue;
+    strProofs += strProofs.empty() ? "\"" : ",\"";
+    strProofs += ClaimName(static_cast<Claim>(n));
+    strProofs += "\":";
+    strProofs += proof.nFile == story.first.nFile ? std::to_string(proof.nLine)
+                                                  : quoted(fileName(proof.nFile) + ":" + std::to_string(proof.nLine));
+  }
+  member("evidence", "{" + strProofs + "}");
   member("log", "{\"file\":" + quoted(fileName(story.first.nFile)) + ",\"firstLine\":" +
                     std::to_string(story.first.nLine) + ",\"lastLine\":" + std::to_string(story.last.nLine) + "}");
   std::string strMissing;
@@ -127,6 +150,7 @@ std::string OutcomeText(const Story& story) {
   if (!story.strReason.empty()) str += ": " + ToUtf8(story.strReason);
   if (story.nError > 0) str += " (" + ErrorText(story.nError) + ")";
   if (story.maybeTwice == Tri::Yes) str += " [may stand twice on paper]";
+  if (story.byTwice == kTwiceSameSize) str += " [another job of its size beside it]";
   if (story.bInPart) str += " [in part on paper]";
   return str;
 }

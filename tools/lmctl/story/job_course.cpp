@@ -96,13 +96,16 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
       m_story.path = Path::PortMonitor;
       Prove(Claim::Path, at);
       m_bInfoMissing = m_bInfoMissing || !m_write.bOpen;
-      const std::string_view sizes = Between(message, ",cbBuf:", "]");
-      const std::int64_t nTook = step == Step::PortTook ? NumberAfter(message, ",cbBuf:", 0) : kUnknown;
       m_write.bDone = true;
-      DataSent({NumberAfter(sizes, "/", kUnknown), nTook, step == Step::PortTook ? 0 : kUnknown, at});
-      m_bLastFailed = step == Step::PortFailed;
-      m_bLastUnknown = false;
-      if (m_bLastFailed) Note("The port monitor failed to write.", at);
+      if (step == Step::PortTook) {
+        const std::string_view sizes = Between(message, ",cbBuf:", "]");
+        DataSent({NumberAfter(sizes, "/", kUnknown), NumberAfter(message, ",cbBuf:", 0), 0, at});
+        break;
+      }
+      m_bLastFailed = true;
+      m_nLastCode = kUnknown;
+      m_lastAt = at;
+      Note("The port monitor failed to write.", at);
       break;
     }
     case Step::NoMemory:

@@ -54,9 +54,10 @@ std::size_t StoryMachine::OpenJobs() const {
   return n;
 }
 
-void StoryMachine::ForEachOpen(const std::function<void(const Story&)>& give) const {
+void StoryMachine::ForEachOpen(const std::function<void(const Story&, bool)>& give) const {
   for (const auto& [nNumber, pProcess] : m_processes)
-    for (const auto& pJob : pProcess->jobs) give(pJob->course.story());
+    for (const auto& pJob : pProcess->jobs)
+      give(pJob->course.story(), pJob->course.IsTracedThroughout() || pJob->course.IsOnPortMonitor());
 }
 
 StoryMachine::Process& StoryMachine::ProcessOf(std::uint32_t nProcess) {

@@ -30,8 +30,8 @@ class StoryMachine {
   void End();
 
   std::size_t OpenJobs() const;
-  // Calls each with the story so far of a job that is under way.
-  void ForEachOpen(const std::function<void(const Story&)>& give) const;
+  // Gives out the story so far of each job that is under way, and whether the log would show its end.
+  void ForEachOpen(const std::function<void(const Story& story, bool bEndWouldShow)>& give) const;
   // Ends of jobs whose start no line names: they cannot be listed.
   std::uint64_t Unlisted() const { return m_nUnlisted; }
 

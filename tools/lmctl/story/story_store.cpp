@@ -8,13 +8,21 @@
 namespace lmctl {
 namespace {
 
-// A record begins with this; texts and phases follow.
+// A record begins with this; texts, phases and events follow.
 struct Head {
   StoryFacts facts;
   std::uint32_t acbTexts[4];
   std::uint32_t nPhases;
+  std::uint32_t nEvents;
 };
-static_assert(std::is_trivially_copyable_v<Head> && std::is_trivially_copyable_v<Phase>);
+// An event begins with this; its text follows.
+struct EventHead {
+  LocalMs llTime;
+  Place place;
+  std::uint32_t cbText;
+};
+static_assert(std::is_trivially_copyable_v<Head> && std::is_trivially_copyable_v<Phase> &&
+              std::is_trivially_copyable_v<EventHead>);
 
 int SeekTo(std::FILE* pFile, std::uint64_t ull) {
 #ifdef _WIN32
@@ -34,13 +42,19 @@ StoryStore::~StoryStore() { std::fclose(m_pFile); }
 
 void StoryStore::Add(const Story& story) {
   const std::string* const texts[] = {&story.strQueue, &story.strPort, &story.strReason, &story.strResponse};
-  Head head = {story, {}, static_cast<std::uint32_t>(story.phases.size())};
+  Head head = {
+      story, {}, static_cast<std::uint32_t>(story.phases.size()), static_cast<std::uint32_t>(story.events.size())};
   m_record.clear();
   const auto append = [&](const void* p, std::size_t cb) { m_record.append(static_cast<const char*>(p), cb); };
   for (std::size_t n = 0; n < 4; ++n) head.acbTexts[n] = static_cast<std::uint32_t>(texts[n]->size());
   append(&head, sizeof head);
   for (const std::string* pText : texts) append(pText->data(), pText->size());
   for (const Phase& phase : story.phases) append(&phase, sizeof phase);
+  for (const Event& event : story.events) {
+    const EventHead eventHead = {event.llTime, event.place, static_cast<std::uint32_t>(event.strText.size())};
+    append(&eventHead, sizeof eventHead);
+    append(event.strText.data(), event.strText.size());
+  }
   if (std::fwrite(m_record.data(), 1, m_record.size(), m_pFile) != m_record.size())
     throw std::runtime_error("the temporary file cannot be written: free space in the temporary folder");
   m_index.push_back({story.llStarted, m_ullEnd, static_cast<std::uint32_t>(m_record.size())});
@@ -77,6 +91,14 @@ void StoryStore::ForEach(std::size_t nLast, const std::function<void(const Story
       p += sizeof phase;
       story.phases.push_back(phase);
     }
+    for (std::uint32_t i = 0; i < head.nEvents; ++i) {
+      EventHead eventHead;
+      std::memcpy(&eventHead, p, sizeof eventHead);
+      p += sizeof eventHead;
+      story.events.push_back({eventHead.llTime, eventHead.place, std::string(p, eventHead.cbText)});
+      p += eventHead.cbText;
+    }
+    if (m_bMark) m_neighbours.Mark(story);
     give(story);
   }
   SeekTo(m_pFile, m_ullEnd);

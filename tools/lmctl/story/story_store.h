@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/lmctl/story/story.h"
+#include "tools/lmctl/story/neighbours.h"
 
 namespace lmctl {
 
@@ -18,9 +18,16 @@ class StoryStore {
   StoryStore(const StoryStore&) = delete;
   StoryStore& operator=(const StoryStore&) = delete;
 
+  // Every story of the log is shown to the store, since it may be another one's neighbour; those to be given out are added.
+  void Show(const Story& story) { m_neighbours.Add(story); }
   void Add(const Story& story);
+  // Stories that another store has marked are not marked anew.
+  void AddMarked(const Story& story) {
+    m_bMark = false;
+    Add(story);
+  }
   std::size_t Size() const { return m_index.size(); }
-  // Gives out the newest nLast of them (0: all), oldest first. Phases come along, events do not.
+  // Gives out the newest nLast of them (0: all), oldest first, marked by what their neighbours tell.
   void ForEach(std::size_t nLast, const std::function<void(const Story&)>& give);
 
  private:
@@ -33,6 +40,8 @@ class StoryStore {
   std::uint64_t m_ullEnd = 0;
   std::vector<Entry> m_index;
   std::string m_record;
+  Neighbours m_neighbours;
+  bool m_bMark = true;
 };
 
 }  // namespace lmctl
