@@ -100,6 +100,22 @@ TEST_F(Lmctl, JobsThatMayStandTwiceAreToldWithTheirReasons) {
   EXPECT_TRUE(RunTool("lmctl explain --job 1 --port USB001" + Log()).Says("It may stand there twice: another job"));
 }
 
+TEST_F(Lmctl, QueueIsNamedAsItIsWhateverTheLogsCodePage) {
+  const std::string strLine = "[11/18 10:00(00.000)]\t[00000010(00000001)]\t[I] \t[DRV_LM ] \tMonStartDocPort(1) \t";
+  std::ofstream(m_folder / "20261118.log") << strLine
+                                           << "pszPrinterName:K\x81"
+                                              "che, JobId:5\r\n";  // cp850
+  const std::string strOptions =
+      " --queue K\xC3\xBC"
+      "che --log " +
+      (m_folder / "20261118.log");
+  EXPECT_EQ(Lines(RunTool("lmctl jobs --encoding cp850" + strOptions).strOutput), 2u);
+  EXPECT_TRUE(RunTool("lmctl jobs" + strOptions).Says("no such jobs"));
+  EXPECT_EQ(RunTool("lmctl jobs --encoding klingon" + strOptions).nExit, 2);
+  std::filesystem::rename(m_folder / "20261118.log", m_folder / "old");
+  EXPECT_TRUE(RunTool("lmctl jobs --log " + (m_folder / "old")).Says("the year of its last write"));
+}
+
 TEST_F(Lmctl, TimeIsExplainedWithoutAJob) {
   Print("--auto-reprint --speed 4000");
   EXPECT_TRUE(RunTool("lmctl explain --at \"2026-11-18 09:00:01\"" + Log()).Says("On paper: The printer confirmed"));
@@ -162,6 +178,13 @@ TEST_F(Lmctl, ArchiveIsListedAndShown) {
   EXPECT_EQ(RunTool("lmctl archive show '" + strFile + "' --raw " + (m_folder / "out")).nExit, 0);
   EXPECT_EQ(std::filesystem::file_size(m_folder / "out"), std::filesystem::file_size(m_folder / "receipt.prn"));
   EXPECT_EQ(RunTool("lmctl archive list --root " + (m_folder / "none")).nExit, 1);
+  EXPECT_TRUE(RunTool("lmctl archive show '" + strRoot + "'").Says("is a folder"));
+  // The file and the job find each other.
+  EXPECT_TRUE(
+      RunTool("lmctl explain --job 1 --root '" + strRoot + "'" + Log()).Says("lmctl archive print \"" + strFile));
+  std::ofstream(std::filesystem::path(strFile).parent_path() / "notes.prn") << "somebody's";
+  const ToolRun odd = RunTool("lmctl archive list --root " + strRoot);
+  EXPECT_TRUE(odd.Says("1 archived job\nNot archived jobs:\n")) << odd.strOutput;
   EXPECT_EQ(RunTool("lmctl archive show nothing.prn").nExit, 1);
 }
 

@@ -1,37 +1,40 @@
 // lmctl archive: the archived jobs of a root or a queue.
-#include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <stdexcept>
-#include <vector>
 
+#include "tools/lmctl/commands/archive_files.h"
 #include "tools/lmctl/commands/commands.h"
-#include "tools/lmctl/log/log_line.h"
-#include "tools/lmctl/windows/queue.h"
 #include "tools/lmctl/commands/terminal.h"
+#include "tools/lmctl/log/paths.h"
+#include "tools/lmctl/render/render.h"
+#include "tools/lmctl/windows/queue.h"
 
 namespace lmctl {
 namespace {
 
-namespace fs = std::filesystem;
-
-fs::path RootOf(const Options& options) {
+std::filesystem::path RootOf(const Options& options) {
   std::string strRoot = options.strRoot;
   if (strRoot.empty() && !options.strQueue.empty()) strRoot = ArchiveRootOfQueue(options.strQueue);
   if (strRoot.empty()) throw std::runtime_error("which archive? Name its root with --root or a queue with --queue");
-  std::error_code error;
-  if (!fs::is_directory(strRoot, error))
-    throw std::runtime_error("there is no folder " + strRoot + ": name the archive's root");
-  return strRoot;
+  return PathOf(strRoot);
 }
 
 std::string ReadFile(const std::string& strFile) {
-  std::ifstream file(strFile, std::ios::binary);
+  std::error_code error;
+  const std::filesystem::path path = PathOf(strFile);
+  if (std::filesystem::is_directory(path, error))
+    throw std::runtime_error(strFile + " is a folder: name one of its files, lmctl archive list shows them");
+  std::ifstream file(path, std::ios::binary);
   if (!file) throw std::runtime_error("cannot read " + strFile + ": lmctl archive list shows the files that there are");
   return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// How to find the job of an archived file in the log.
+void TellItsStory(const std::string& strFile) {
+  if (const auto llTime = TimeOfArchivedJob(PathOf(strFile)))
+    std::printf("Its story: lmctl explain --at \"%s\"\n", ShortTime(*llTime).c_str());
 }
 
 const char* NameOf(unsigned char by) {
@@ -44,36 +47,24 @@ const char* NameOf(unsigned char by) {
 }  // namespace
 
 int ArchiveList(const Options& options) {
-  std::map<std::string, std::vector<fs::path>> days;
-  std::error_code error;
-  for (const auto& day : fs::directory_iterator(RootOf(options), error)) {
-    const std::string strDay = day.path().filename().string();
-    if (!day.is_directory(error) || day.is_symlink(error) || !IsDayName(strDay)) continue;
-    for (const auto& file : fs::directory_iterator(day.path(), error))
-      if (file.is_regular_file(error) && file.path().extension() == ".prn") days[strDay].push_back(file.path());
+  const ArchiveListing listing = ListArchive(RootOf(options));
+  std::string strDay;
+  for (const ArchivedJob& job : listing.jobs) {
+    const std::string strTime = IsoTime(job.llTime);
+    if (strTime.substr(0, 10) != strDay) std::printf("%s\n", (strDay = strTime.substr(0, 10)).c_str());
+    std::printf("  %s %10llu bytes  %s\n", strTime.substr(11).c_str(), static_cast<unsigned long long>(job.ullBytes),
+                TextOfPath(job.path).c_str());
   }
-  std::size_t nFiles = 0;
-  for (auto& [strDay, files] : days) {
-    std::sort(files.begin(), files.end());
-    std::printf("%s-%s-%s\n", strDay.substr(0, 4).c_str(), strDay.substr(4, 2).c_str(), strDay.substr(6, 2).c_str());
-    for (const fs::path& file : files) {
-      const std::string strName = file.filename().string();  // hhmm_ss(mmm).prn
-      const std::string strTime = strName.size() >= 12 ? strName.substr(0, 2) + ":" + strName.substr(2, 2) + ":" +
-                                                             strName.substr(5, 2) + "." + strName.substr(8, 3)
-                                                       : strName;
-      std::printf("  %s %10llu bytes  %s\n", strTime.c_str(),
-                  static_cast<unsigned long long>(fs::file_size(file, error)), file.string().c_str());
-      ++nFiles;
-    }
-  }
-  std::printf("%zu archived job%s\n", nFiles, nFiles == 1 ? "" : "s");
+  std::printf("%zu archived job%s\n", listing.jobs.size(), listing.jobs.size() == 1 ? "" : "s");
+  if (!listing.others.empty()) std::printf("Not archived jobs:\n");
+  for (const std::filesystem::path& other : listing.others) std::printf("  %s\n", TextOfPath(other).c_str());
   return kExitWell;
 }
 
 int ArchiveShow(const Options& options) {
   const std::string strBytes = ReadFile(options.strFile);
   if (!options.strRaw.empty()) {
-    std::ofstream out(options.strRaw, std::ios::binary);
+    std::ofstream out(PathOf(options.strRaw), std::ios::binary);
     out << strBytes;
     out.close();
     if (!out) throw std::runtime_error("cannot write " + options.strRaw + ": choose another file with --raw");
@@ -110,8 +101,9 @@ int ArchivePrint(const Options& options) {
     }
   }
   const unsigned nJob =
-      PrintRaw(options.strQueue, "archived job " + fs::path(options.strFile).filename().string(), strBytes);
+      PrintRaw(options.strQueue, "archived job " + TextOfPath(PathOf(options.strFile).filename()), strBytes);
   std::printf("Job %u on %s: %zu bytes handed to the spooler\n", nJob, options.strQueue.c_str(), strBytes.size());
+  TellItsStory(options.strFile);
   return kExitWell;
 }
 

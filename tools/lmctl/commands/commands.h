@@ -13,6 +13,7 @@ inline constexpr int kExitUsage = 2;
 
 struct Options {
   std::vector<std::string> logs;
+  std::string strEncoding;  // of the log; empty: this machine's
   std::string strQueue;
   std::string strPort;
   long long nJob = 0;

@@ -4,10 +4,15 @@
 #include <optional>
 #include <stdexcept>
 
+#include "tools/lmctl/commands/archive_files.h"
 #include "tools/lmctl/commands/log_stories.h"
 #include "tools/lmctl/commands/time_text.h"
+#include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
 #include "tools/lmctl/story/neighbours.h"
+#ifdef _WIN32
+#include "tools/lmctl/windows/queue.h"
+#endif
 
 namespace lmctl {
 namespace {
@@ -26,11 +31,30 @@ void TellBeside(const char* pszWhich, const std::optional<Story>& story) {
               ShortTime(story->llLast).substr(11).c_str(), OutcomeText(*story).c_str());
 }
 
+// Where the job lies in the archive, when it does.
+void TellArchived(const Options& options, const Story& story) {
+  std::string strRoot = options.strRoot;
+#ifdef _WIN32
+  try {
+    if (strRoot.empty()) strRoot = ArchiveRootOfQueue(ToUtf8(story.strQueue));
+  } catch (const std::exception&) {
+    return;  // the log is from elsewhere, or the queue is gone
+  }
+#endif
+  if (strRoot.empty()) return;
+  const auto job = FindArchived(PathOf(strRoot), story);
+  if (!job) return;
+  std::printf("Archived: %llu bytes. To print it again: lmctl archive print \"%s\" --queue \"%s\"\n",
+              static_cast<unsigned long long>(job->ullBytes), TextOfPath(job->path).c_str(),
+              ToUtf8(story.strQueue).c_str());
+}
+
 }  // namespace
 
 int ExplainJob(const Options& options) {
   const Filter filter(options);
-  const TimeSpan at = options.strAt.empty() ? TimeSpan{0, 0} : ParseTime(options.strAt, Now());
+  TimeSpan at = options.strAt.empty() ? TimeSpan{0, 0} : ParseTime(options.strAt, Now());
+  at.llLast = std::max(at.llLast, at.llFirst + 999);  // a time is written in seconds
   Neighbours neighbours;
   std::optional<Story> best;    // the latest of the number, or the one nearest to the time
   std::vector<Story> underWay;  // at the time
@@ -72,6 +96,7 @@ int ExplainJob(const Options& options) {
     neighbours.Mark(story);
     if (&story != &underWay.front()) std::printf("\n");
     Explain(stdout, story, name);
+    TellArchived(options, story);
     bWrong = bWrong || story.outcome == Outcome::Failed || story.outcome == Outcome::Refused;
   }
   return bWrong ? kExitWrong : kExitWell;

@@ -2,11 +2,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
 #include "tools/lmctl/commands/log_stories.h"
 #include "tools/lmctl/commands/terminal.h"
+#include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
 #include "tools/lmctl/story/story_store.h"
 
@@ -72,22 +74,21 @@ class RunningLine {
 
 void WritePage(const Options& options, StoryStore& store, const StoryReader& reader) {
   const std::string& strFile = options.strHtml;
-  std::FILE* pFile = std::fopen(strFile.c_str(), "wb");
-  if (pFile == nullptr) throw std::runtime_error("cannot write " + strFile + ": choose another file with --html");
   LocalMs llFirst = 0;
   LocalMs llLast = 0;
   store.ForEach(options.nLast, [&](const Story& story) {
     if (llFirst == 0) llFirst = story.llStarted;
     llLast = std::max(llLast, story.llLast);
   });
-  HtmlRenderer page(pFile, [&](std::uint32_t nFile) { return reader.Name(nFile); });
+  std::ofstream file(PathOf(strFile), std::ios::binary);
+  if (!file) throw std::runtime_error("cannot write " + strFile + ": choose another file with --html");
+  HtmlRenderer page(file, [&](std::uint32_t nFile) { return reader.Name(nFile); });
   page.Begin(reader.Describe() +
              (llFirst != 0 ? ", " + ShortTime(llFirst) + " to " + ShortTime(llLast) : std::string(", without jobs")));
   store.ForEach(options.nLast, [&](const Story& story) { page.Job(story); });
   page.End();
-  const bool bWritten = std::ferror(pFile) == 0;
-  if (std::fclose(pFile) != 0 || !bWritten)
-    throw std::runtime_error("cannot write " + strFile + ": free space or choose another file with --html");
+  file.close();
+  if (!file) throw std::runtime_error("cannot write " + strFile + ": free space or choose another file with --html");
   std::printf("%s: %zu jobs\n", strFile.c_str(),
               options.nLast != 0 ? std::min<std::size_t>(options.nLast, store.Size()) : store.Size());
 }

@@ -5,6 +5,7 @@
 
 #include "tools/lmctl/commands/terminal.h"
 #include "tools/lmctl/commands/time_text.h"
+#include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
 
 namespace lmctl {
@@ -42,7 +43,12 @@ bool Filter::Takes(const Story& story) const {
 }
 
 StoryReader::StoryReader(const Options& options, StoryMachine::Sink sink, bool bEvents)
-    : m_reader(options.logs), m_machine(std::move(sink), bEvents) {}
+    : m_reader(options.logs), m_machine(std::move(sink), bEvents) {
+  for (const LogReader::Source& source : m_reader.Sources())
+    if (source.bYearGuessed)
+      std::fprintf(stderr, "lmctl: %s: its lines are taken to be of %d, the year of its last write\n",
+                   source.strName.c_str(), source.nYear);
+}
 
 void StoryReader::Read(bool bWhole) {
   Progress progress("reading the log");
@@ -72,7 +78,7 @@ void StoryReader::End() {
 std::string StoryReader::Describe() const {
   const auto& sources = m_reader.Sources();
   if (sources.empty()) return "an empty log";
-  std::string str = sources.front().path.parent_path().string();
+  std::string str = TextOfPath(sources.front().path.parent_path());
   if (str.empty()) str = ".";
   return std::to_string(sources.size()) + (sources.size() == 1 ? " file in " : " files in ") + str;
 }

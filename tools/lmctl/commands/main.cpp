@@ -1,13 +1,63 @@
 // lmctl: what happened to a receipt, and what the monitor needs.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "log/level.h"
 #include "tools/lmctl/commands/commands.h"
+#include "tools/lmctl/log/text_encoding.h"
+
+#ifdef _WIN32
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include "tools/lmctl/windows/wide.h"
+#endif
+
+namespace {
+
+// The words of the command line, UTF-8. On Windows they are taken from the wide one, since a queue may be named as it likes.
+std::vector<std::string> Arguments(int argc, char** argv) {
+#ifdef _WIN32
+  int nWords = 0;
+  if (LPWSTR* ppWords = CommandLineToArgvW(GetCommandLineW(), &nWords)) {
+    std::vector<std::string> words;
+    for (int n = 1; n < nWords; ++n) words.push_back(lmctl::Narrow(ppWords[n]));
+    LocalFree(ppWords);
+    return words;
+  }
+#endif
+  return {argv + 1, argv + argc};
+}
+
+// A console shows what is written to it in its code page: that is UTF-8 while the tool runs. A pipe gets UTF-8 anyway.
+class ConsoleShowsUtf8 {
+#ifdef _WIN32
+ public:
+  ConsoleShowsUtf8() : m_nBefore(GetConsoleOutputCP()) { SetConsoleOutputCP(CP_UTF8); }
+  ~ConsoleShowsUtf8() {
+    std::fflush(stdout);
+    if (m_nBefore != 0) SetConsoleOutputCP(m_nBefore);
+  }
+  ConsoleShowsUtf8(const ConsoleShowsUtf8&) = delete;
+  ConsoleShowsUtf8& operator=(const ConsoleShowsUtf8&) = delete;
+
+ private:
+  const UINT m_nBefore;
+#else
+ public:
+  ConsoleShowsUtf8() {}
+#endif
+};
+
+}  // namespace
 
 int main(int argc, char** argv) {
   using namespace lmctl;
+  const ConsoleShowsUtf8 console;
   CLI::App app("Explains print jobs from the log of the Kelvane language monitor, and looks after the monitor.",
                "lmctl");
   app.set_version_flag("--version", std::string("lmctl ") + LM_VERSION);
@@ -15,6 +65,9 @@ int main(int argc, char** argv) {
   Options options;
   const auto addLog = [&](CLI::App* pCommand) {
     pCommand->add_option("--log", options.logs, "the log's folder, or files of it (default: this machine's log)");
+    pCommand->add_option(
+        "--encoding", options.strEncoding,
+        "the code page of a log from elsewhere: cp1252, cp850, cp932, utf-8 (default: this machine's)");
   };
   const auto levels = [&](const std::string& strLetters) {
     for (const char c : strLetters)
@@ -43,6 +96,7 @@ int main(int argc, char** argv) {
   auto* pExplainJob = pExplain->add_option("--job", options.nJob, "the job's number")->check(CLI::PositiveNumber);
   pExplain->add_option("--queue", options.strQueue, "its queue");
   pExplain->add_option("--port", options.strPort, "its port");
+  pExplain->add_option("--root", options.strRoot, "the root of the archive where it may lie (default: its queue's)");
   auto* pAt =
       pExplain->add_option("--at", options.strAt,
                            "when it was printed; without it the latest of that number, without a number every job "
@@ -88,11 +142,14 @@ int main(int argc, char** argv) {
   });
 
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = Arguments(argc, argv);
+    std::reverse(words.begin(), words.end());  // as the library wants them
+    app.parse(std::move(words));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kExitWell : kExitUsage;
   }
   try {
+    SetLogEncoding(options.strEncoding);
     if (pJobs->parsed()) return Jobs(options);
     if (pExplain->parsed()) return ExplainJob(options);
     if (pMetrics->parsed()) return ShowMetrics(options);

@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "tools/lmctl/commands/log_stories.h"
+#include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/metrics.h"
 #include "tools/lmctl/render/render.h"
 
@@ -31,7 +32,7 @@ std::uint64_t MarkOf(const std::string& strName) {
 class State {
  public:
   explicit State(std::string strFile) : m_strFile(std::move(strFile)) {
-    std::ifstream file(m_strFile);
+    std::ifstream file(PathOf(m_strFile));
     if (m_strFile.empty() || !file) return;
     try {
       const Json json = Json::parse(file);
@@ -73,7 +74,7 @@ class State {
 
   // The file is there whole or not at all: it is written beside and renamed.
   static void WriteWhole(const std::string& strFile, const std::string& strText) {
-    const std::filesystem::path target = std::filesystem::u8path(strFile);
+    const std::filesystem::path target = PathOf(strFile);
     std::filesystem::path beside = target;
     beside += ".new";
     std::ofstream file(beside, std::ios::binary);

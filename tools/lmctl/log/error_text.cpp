@@ -44,17 +44,25 @@ constexpr struct {
               {1801, "The printer name is invalid."},
               {1803, "The printer command is invalid."}};
 
+const char* KnownText(std::int64_t nCode) {
+  for (const auto& known : kTexts)
+    if (known.nCode == nCode) return known.pszText;
+  return nullptr;
+}
+
 }  // namespace
 
 std::string ErrorMessage(std::int64_t nCode) {
-  for (const auto& known : kTexts)
-    if (known.nCode == nCode) return known.pszText;
+  if (const char* pszText = KnownText(nCode)) return pszText;
 #ifdef _WIN32
-  char szText[512] = {};
-  DWORD cch = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                             static_cast<DWORD>(nCode), 0, szText, sizeof szText, nullptr);
-  while (cch > 0 && (szText[cch - 1] == '\n' || szText[cch - 1] == '\r' || szText[cch - 1] == ' ')) --cch;
-  return std::string(szText, cch);
+  wchar_t wszText[512] = {};
+  DWORD cch = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                             static_cast<DWORD>(nCode), 0, wszText, 512, nullptr);
+  while (cch > 0 && (wszText[cch - 1] == '\n' || wszText[cch - 1] == '\r' || wszText[cch - 1] == ' ')) --cch;
+  char szText[3 * 512];
+  const int cb =
+      WideCharToMultiByte(CP_UTF8, 0, wszText, static_cast<int>(cch), szText, sizeof szText, nullptr, nullptr);
+  return std::string(szText, static_cast<std::size_t>(cb > 0 ? cb : 0));
 #else
   return {};
 #endif
@@ -63,6 +71,11 @@ std::string ErrorMessage(std::int64_t nCode) {
 std::string ErrorText(std::int64_t nCode) {
   const std::string strMessage = ErrorMessage(nCode);
   return "error " + std::to_string(nCode) + (strMessage.empty() ? "" : ": " + strMessage);
+}
+
+std::string KnownErrorText(std::int64_t nCode) {
+  const char* pszText = KnownText(nCode);
+  return "error " + std::to_string(nCode) + (pszText == nullptr ? std::string() : ": " + std::string(pszText));
 }
 
 }  // namespace lmctl

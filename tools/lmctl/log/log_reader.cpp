@@ -1,5 +1,7 @@
 #include "tools/lmctl/log/log_reader.h"
 
+#include "tools/lmctl/log/paths.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -72,7 +74,7 @@ bool Older(const LogReader::Source& left, const LogReader::Source& right) {
     const bool bRotated = strName.size() > 8 && strName[8] == '_';
     return std::pair(strName.substr(0, 8), bRotated ? strName : "~" + strName);
   };
-  return key(left.path.filename().string()) < key(right.path.filename().string());
+  return key(TextOfPath(left.path.filename())) < key(TextOfPath(right.path.filename()));
 }
 
 }  // namespace
@@ -90,7 +92,8 @@ std::filesystem::path DefaultLogFolder() {
 LocalMs TimeOf(const LogLine& line, const LogReader::Source& source) { return line.Time(source.nYear, source.nMonth); }
 
 LogReader::LogReader(const std::vector<std::string>& inputs) : m_block(kBlock + kPage) {
-  std::vector<std::filesystem::path> paths(inputs.begin(), inputs.end());
+  std::vector<std::filesystem::path> paths;
+  for (const std::string& strInput : inputs) paths.push_back(PathOf(strInput));
   if (paths.empty()) paths.push_back(DefaultLogFolder());
   for (const std::filesystem::path& path : paths) {
     std::error_code error;
@@ -101,7 +104,7 @@ LogReader::LogReader(const std::vector<std::string>& inputs) : m_block(kBlock + 
     } else if (std::filesystem::exists(path, error)) {
       AddFile(path);
     } else {
-      throw std::runtime_error("there is no " + path.string() + ": name the log's folder or files with --log");
+      throw std::runtime_error("there is no " + TextOfPath(path) + ": name the log's folder or files with --log");
     }
   }
   for (const std::filesystem::path& folder : m_folders) AddFolder(folder);
@@ -139,12 +142,13 @@ void LogReader::DropCopies() {
 void LogReader::AddFile(const std::filesystem::path& file) {
   Source source;
   source.path = file;
-  source.strName = file.string();
-  const std::string strName = file.filename().string();
+  source.strName = TextOfPath(file);
+  const std::string strName = TextOfPath(file.filename());
   if (IsDate(strName)) {
     source.nYear = std::stoi(strName.substr(0, 4));
     source.nMonth = std::stoi(strName.substr(4, 2));
   } else {  // a file under another name: the year of its last write
+    source.bYearGuessed = true;
     const auto age = std::filesystem::file_time_type::clock::now() - std::filesystem::last_write_time(file);
     const std::time_t written = std::time(nullptr) - std::chrono::duration_cast<std::chrono::seconds>(age).count();
     const std::tm* pLocal = std::localtime(&written);
@@ -158,7 +162,7 @@ void LogReader::AddFolder(const std::filesystem::path& folder) {
   std::error_code error;
   std::vector<std::filesystem::path> found;
   for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-    const std::string strName = entry.path().filename().string();
+    const std::string strName = TextOfPath(entry.path().filename());
     if (IsDate(strName) && strName.ends_with(".log") && entry.is_regular_file(error)) found.push_back(entry.path());
   }
   for (const std::filesystem::path& path : found) {
@@ -178,10 +182,10 @@ void LogReader::Refresh() {
     Source& source = m_sources[n];
     const auto ullSize = std::filesystem::file_size(source.path, error);
     if (error || ullSize >= source.ullRead) continue;
-    const std::string strDate = source.path.filename().string().substr(0, 8);
+    const std::string strDate = TextOfPath(source.path.filename()).substr(0, 8);
     Source* pMoved = nullptr;
     for (std::size_t m = nBefore; m < m_sources.size(); ++m)
-      if (m_sources[m].path.filename().string().starts_with(strDate + "_") &&
+      if (TextOfPath(m_sources[m].path.filename()).starts_with(strDate + "_") &&
           (pMoved == nullptr || Older(*pMoved, m_sources[m])))
         pMoved = &m_sources[m];
     if (pMoved != nullptr) {

@@ -20,8 +20,9 @@ class LogReader {
  public:
   struct Source {
     std::filesystem::path path;
-    std::string strName;  // as it is shown
-    int nYear = 0;        // of its name
+    std::string strName;        // as it is shown
+    bool bYearGuessed = false;  // its name has no date
+    int nYear = 0;              // of its name
     int nMonth = 0;
     std::uint64_t ullRead = 0;
     std::uint64_t nLines = 0;

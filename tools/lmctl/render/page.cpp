@@ -36,8 +36,6 @@ std::string Quoted(const std::string& strText) {
   return str + "\"";
 }
 
-void Put(std::FILE* pOut, std::string_view text) { std::fwrite(text.data(), 1, text.size(), pOut); }
-
 // The markup up to a mark, which is taken off it.
 std::string_view UpTo(std::string_view& markup, std::string_view mark) {
   const std::size_t nAt = markup.find(mark);
@@ -50,12 +48,12 @@ std::string_view UpTo(std::string_view& markup, std::string_view mark) {
 
 void HtmlRenderer::Begin(const std::string& strLogs) {
   m_markup = kPageMarkup;
-  Put(m_pOut, UpTo(m_markup, "<!--STYLE-->"));
-  Put(m_pOut, kPageStyle);
-  Put(m_pOut, UpTo(m_markup, "<!--ABOUT-->"));
-  std::fprintf(m_pOut, "From %s.", Escaped(ToUtf8(strLogs)).c_str());
-  Put(m_pOut, UpTo(m_markup, "<!--JOBS-->"));
-  std::fputs("<script id=\"jobs\" type=\"application/json\">[", m_pOut);
+  m_out << UpTo(m_markup, "<!--STYLE-->");
+  m_out << kPageStyle;
+  m_out << UpTo(m_markup, "<!--ABOUT-->");
+  m_out << "From " << Escaped(strLogs) << ".";
+  m_out << UpTo(m_markup, "<!--JOBS-->");
+  m_out << "<script id=\"jobs\" type=\"application/json\">[";
 }
 
 void HtmlRenderer::Job(const Story& story) {
@@ -80,7 +78,7 @@ void HtmlRenderer::Job(const Story& story) {
   const char* pszPath = story.path == Path::Device        ? "\"device\""
                         : story.path == Path::PortMonitor ? "\"portMonitor\""
                                                           : "null";
-  const std::string strPlace = ToUtf8(m_fileName(story.first.nFile)) + ":" + std::to_string(story.first.nLine);
+  const std::string strPlace = m_fileName(story.first.nFile) + ":" + std::to_string(story.first.nLine);
   std::string json = m_bFirst ? "\n{" : ",\n{";
   const auto member = [&](char cName, const std::string& strValue) {
     if (json.back() != '{') json += ',';
@@ -104,17 +102,17 @@ void HtmlRenderer::Job(const Story& story) {
   member('l', Quoted(strPlace));
   member('f', "[" + strPhases + "]");
   member('v', "[" + strEvents + "]");
-  Put(m_pOut, json + "}");
+  m_out << json + "}";
   m_bFirst = false;
 }
 
 void HtmlRenderer::End() {
-  std::fputs("\n]</script>\n<script id=\"texts\" type=\"application/json\">[", m_pOut);
-  for (std::size_t n = 0; n < m_order.size(); ++n) Put(m_pOut, (n == 0 ? "\n" : ",\n") + Quoted(*m_order[n]));
-  std::fputs("]</script>\n", m_pOut);
-  Put(m_pOut, UpTo(m_markup, "<!--SCRIPT-->"));
-  Put(m_pOut, kPageScript);
-  Put(m_pOut, m_markup);
+  m_out << "\n]</script>\n<script id=\"texts\" type=\"application/json\">[";
+  for (std::size_t n = 0; n < m_order.size(); ++n) m_out << (n == 0 ? "\n" : ",\n") + Quoted(*m_order[n]);
+  m_out << "]</script>\n";
+  m_out << UpTo(m_markup, "<!--SCRIPT-->");
+  m_out << kPageScript;
+  m_out << m_markup;
 }
 
 }  // namespace lmctl

@@ -3,19 +3,19 @@
 
 #include <cstdio>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "tools/lmctl/log/text_encoding.h"
 #include "tools/lmctl/story/story.h"
 
 namespace lmctl {
 
 using FileName = std::function<std::string(std::uint32_t nFile)>;
 
-// Texts of the log are in the system's ANSI code page; everything that goes out is UTF-8, control characters left out.
-std::string ToUtf8(std::string_view ansi);
 std::string IsoTime(LocalMs llTime);    // 2026-11-25T09:00:00.003
 std::string ShortTime(LocalMs llTime);  // 2026-11-25 09:00:00
 
@@ -48,13 +48,13 @@ void Explain(std::FILE* pOut, const Story& story, const FileName& fileName);
 // One self-contained page. Jobs are given in order between Begin and End.
 class HtmlRenderer {
  public:
-  HtmlRenderer(std::FILE* pOut, FileName fileName) : m_pOut(pOut), m_fileName(std::move(fileName)) {}
+  HtmlRenderer(std::ostream& out, FileName fileName) : m_out(out), m_fileName(std::move(fileName)) {}
   void Begin(const std::string& strLogs);
   void Job(const Story& story);
   void End();
 
  private:
-  std::FILE* m_pOut;
+  std::ostream& m_out;
   FileName m_fileName;
   bool m_bFirst = true;
   std::string_view m_markup;  // what has not been written yet

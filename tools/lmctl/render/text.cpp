@@ -6,62 +6,7 @@
 #include "tools/lmctl/log/error_text.h"
 #include "tools/lmctl/render/render.h"
 
-#ifdef _WIN32
-#include <windows.h>
-#endif
-
 namespace lmctl {
-
-namespace {
-
-// What a terminal or a page would act on instead of showing it: controls, and marks that turn the direction of text.
-bool IsShown(unsigned n) {
-  return n >= 0x20 && !(n >= 0x7F && n < 0xA0) && n != 0x61C && n != 0x200E && n != 0x200F &&
-         !(n >= 0x202A && n <= 0x202E) && !(n >= 0x2066 && n <= 0x2069);
-}
-
-}  // namespace
-
-std::string ToUtf8(std::string_view ansi) {
-  if (std::all_of(ansi.begin(), ansi.end(), [](char c) { return c >= ' ' && c < '\x7F'; })) return std::string(ansi);
-  std::string str;
-  str.reserve(ansi.size());
-  for (const char c : ansi) {
-    const auto by = static_cast<unsigned char>(c);
-    if (by >= 0x20 && by < 0x7F) {
-      str += c;
-      continue;
-    }
-    if (by < 0x80) continue;
-#ifdef _WIN32
-    const std::size_t nAt = static_cast<std::size_t>(&c - ansi.data());
-    wchar_t wsz[2] = {};
-    const bool bLead = IsDBCSLeadByte(by) != 0 && nAt + 1 < ansi.size();
-    if (nAt > 0 && IsDBCSLeadByte(static_cast<BYTE>(ansi[nAt - 1])) != 0) continue;  // the second byte of a pair
-    const int cch = MultiByteToWideChar(CP_ACP, 0, ansi.data() + nAt, bLead ? 2 : 1, wsz, 2);
-    if (cch == 1 && !IsShown(wsz[0])) continue;
-    char szUtf8[8];
-    const int cb = WideCharToMultiByte(CP_UTF8, 0, wsz, cch, szUtf8, sizeof szUtf8, nullptr, nullptr);
-    str.append(szUtf8, static_cast<std::size_t>(cb));
-#else
-    // Windows-1252, bytes 0x80 to 0x9F; the others are their own code points.
-    static constexpr unsigned kCodePage[32] = {0x20AC, 0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                               0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x8D,   0x017D, 0x8F,
-                                               0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                               0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x017E, 0x0178};
-    const unsigned n = by < 0xA0 ? kCodePage[by - 0x80] : by;
-    if (!IsShown(n)) continue;
-    if (n < 0x800) {
-      str += static_cast<char>(0xC0 | n >> 6);
-    } else {
-      str += static_cast<char>(0xE0 | n >> 12);
-      str += static_cast<char>(0x80 | (n >> 6 & 0x3F));
-    }
-    str += static_cast<char>(0x80 | (n & 0x3F));
-#endif
-  }
-  return str;
-}
 
 std::string IsoTime(LocalMs llTime) {
   const LocalParts t = Split(llTime);

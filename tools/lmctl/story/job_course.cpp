@@ -49,7 +49,8 @@ void JobCourse::Refuse(std::int64_t nError, std::string strReason, const At& at)
   m_story.bErrorNotLogged = nError == kUnknown;
   m_story.strReason = std::move(strReason);
   for (const Claim claim : {Claim::Outcome, Claim::Error, Claim::Bytes, Claim::Writes}) Prove(claim, at);
-  Note("The start was refused: " + m_story.strReason + (nError > 0 ? ", " + ErrorText(nError) : std::string()) + ".",
+  Note("The start was refused: " + m_story.strReason + (nError > 0 ? ", " + KnownErrorText(nError) : std::string()) +
+           ".",
        at);
 }
 
@@ -258,7 +259,7 @@ void JobCourse::DataSent(const Sent& sent) {
   m_bLastFailed = sent.nTook == kUnknown && sent.nCode != kUnknown;
   m_nLastCode = sent.nCode;
   if (sent.nTook == kUnknown && sent.nCode == kUnknown) m_bBytesUnknown = m_bLastUnknown = true;
-  if (m_bLastFailed) Note("A buffer could not be sent: " + ErrorText(sent.nCode) + ".", sent.at);
+  if (m_bLastFailed) Note("A buffer could not be sent: " + KnownErrorText(sent.nCode) + ".", sent.at);
   if (sent.nTook == kUnknown) return;
   m_nBytes += sent.nTook;
   m_bytesAt = sent.at;

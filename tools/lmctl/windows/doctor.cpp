@@ -15,6 +15,7 @@
 #include "monitor/model.h"
 #include "tools/lmctl/commands/commands.h"
 #include "tools/lmctl/log/log_reader.h"
+#include "tools/lmctl/log/paths.h"
 #include "tools/common/machine_kind.h"
 #include "tools/common/registered_monitor.h"
 #include "tools/lmctl/render/render.h"
@@ -107,11 +108,11 @@ void CheckDll(Findings& findings) {
   const fs::path dll = SystemFolder() / kMonitorDll;
   std::error_code error;
   if (!fs::exists(dll, error)) {
-    findings.Failure("dll", dll.string() + " is missing", "install the package, or copy the DLL there");
+    findings.Failure("dll", TextOfPath(dll) + " is missing", "install the package, or copy the DLL there");
   } else if (!Is64Bit(dll)) {
-    findings.Failure("dll", dll.string() + " is not a 64-bit library", "install the package anew");
+    findings.Failure("dll", TextOfPath(dll) + " is not a 64-bit library", "install the package anew");
   } else {
-    findings.Ok("dll", dll.string() + ", " + FileVersion(dll) + ", 64 bit");
+    findings.Ok("dll", TextOfPath(dll) + ", " + FileVersion(dll) + ", 64 bit");
   }
 }
 
@@ -198,7 +199,7 @@ bool Dword(Findings& findings, const Printer& printer, const std::string& strQue
 void CheckArchiveRoot(Findings& findings, const std::string& strQueue, const std::string& strRoot) {
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(strRoot, error)) {
-    const std::string strName = entry.path().filename().string();
+    const std::string strName = TextOfPath(entry.path().filename());
     if (!entry.is_directory(error) || IsDayName(strName) || strName.starts_with('.')) continue;
     findings.Warning("archive",
                      strQueue + ": the archive's root " + strRoot + " holds another folder, " + strName +
@@ -308,7 +309,7 @@ void CheckDeviceAccess(Findings& findings) {
   std::error_code error;
   const bool bLibrary = fs::exists(library, error);
   if (dwState == SERVICE_RUNNING && bLibrary) {
-    findings.Ok("device", "the service Norvex_Srv runs and " + library.string() + " is there");
+    findings.Ok("device", "the service Norvex_Srv runs and " + TextOfPath(library) + " is there");
   } else if (dwState == 0) {
     findings.Warning("device", "the service Norvex_Srv is not installed: every job goes through the port monitor",
                      "install the maker's device package, if jobs are to be confirmed");
@@ -316,7 +317,7 @@ void CheckDeviceAccess(Findings& findings) {
     findings.Warning("device", "the service Norvex_Srv does not run: every job goes through the port monitor",
                      "net start Norvex_Srv");
   } else {
-    findings.Warning("device", library.string() + " is missing: every job goes through the port monitor",
+    findings.Warning("device", TextOfPath(library) + " is missing: every job goes through the port monitor",
                      "install the maker's device package again");
   }
 }
@@ -330,7 +331,7 @@ void CheckUnlocking(Findings& findings, const fs::path& logs) {
   std::snprintf(szName, sizeof szName, "%04u%02u%02u.log", now.wYear, now.wMonth, now.wDay);
   std::error_code error;
   if (!fs::exists(logs / szName, error)) return;
-  LogReader reader({(logs / szName).string()});
+  LogReader reader({TextOfPath(logs / szName)});
   std::string strLast;
   reader.Read(
       [&](std::string_view line, std::uint32_t, std::uint64_t) {
@@ -346,7 +347,7 @@ void CheckLog(Findings& findings) {
   const fs::path folder = DefaultLogFolder();
   std::error_code error;
   if (!fs::is_directory(folder, error)) {
-    findings.Warning("log", "there is no " + folder.string() + " yet", "it is made with the first line");
+    findings.Warning("log", "there is no " + TextOfPath(folder) + " yet", "it is made with the first line");
   } else {
     const HANDLE hFolder =
         CreateFileW(folder.c_str(), FILE_ADD_FILE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -355,11 +356,12 @@ void CheckLog(Findings& findings) {
     for (const auto& entry : fs::directory_iterator(folder, error))
       if (entry.is_regular_file(error)) ullBytes += entry.file_size(error);
     if (hFolder == INVALID_HANDLE_VALUE) {
-      findings.Failure("log", folder.string() + " cannot be written to: " + ErrorText(GetLastError()),
+      findings.Failure("log", TextOfPath(folder) + " cannot be written to: " + ErrorText(GetLastError()),
                        "give Users full access to it");
     } else {
       CloseHandle(hFolder);
-      findings.Ok("log", folder.string() + " can be written to and holds " + std::to_string(ullBytes / 1024) + " KB");
+      findings.Ok("log",
+                  TextOfPath(folder) + " can be written to and holds " + std::to_string(ullBytes / 1024) + " KB");
     }
     CheckUnlocking(findings, folder);
   }

@@ -13,19 +13,19 @@
 
 namespace lmctl {
 
-// Between the ANSI code page of the command line and wide texts.
+// Between the tool's texts, UTF-8, and wide ones.
 inline std::string Narrow(const wchar_t* pwsz) {
   if (pwsz == nullptr || *pwsz == 0) return {};
-  const int cb = WideCharToMultiByte(CP_ACP, 0, pwsz, -1, nullptr, 0, nullptr, nullptr);
+  const int cb = WideCharToMultiByte(CP_UTF8, 0, pwsz, -1, nullptr, 0, nullptr, nullptr);
   std::string str(static_cast<std::size_t>(cb > 0 ? cb - 1 : 0), '\0');
-  WideCharToMultiByte(CP_ACP, 0, pwsz, -1, str.data(), cb, nullptr, nullptr);
+  WideCharToMultiByte(CP_UTF8, 0, pwsz, -1, str.data(), cb, nullptr, nullptr);
   return str;
 }
 
 inline std::wstring Wide(const std::string& str) {
-  const int cch = MultiByteToWideChar(CP_ACP, 0, str.c_str(), -1, nullptr, 0);
+  const int cch = MultiByteToWideChar(CP_UTF8, 0, str.c_str(), -1, nullptr, 0);
   std::wstring wstr(static_cast<std::size_t>(cch > 0 ? cch - 1 : 0), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, str.c_str(), -1, wstr.data(), cch);
+  MultiByteToWideChar(CP_UTF8, 0, str.c_str(), -1, wstr.data(), cch);
   return wstr;
 }
 
