@@ -9,6 +9,7 @@
 
 #include "tools/lmctl/commands/log_stories.h"
 #include "tools/lmctl/log/paths.h"
+#include "tools/lmctl/log/text_hash.h"
 #include "tools/lmctl/render/metrics.h"
 #include "tools/lmctl/render/render.h"
 
@@ -21,12 +22,6 @@ using Json = nlohmann::json;
 std::string NameOf(const Story& story) {
   return story.strQueue + '\n' + std::to_string(story.nJob) + '\n' + std::to_string(story.nProcess) + '\n' +
          std::to_string(story.llStarted);
-}
-
-std::uint64_t MarkOf(const std::string& strName) {
-  std::uint64_t ull = 0xcbf29ce484222325;  // FNV-1a
-  for (const char c : strName) ull = (ull ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-  return ull;
 }
 
 class State {
@@ -55,7 +50,7 @@ class State {
 
   // Whether what has this name counts now: it has not before.
   bool IsNew(const std::string& strName) {
-    const std::uint64_t ullMark = MarkOf(strName);
+    const std::uint64_t ullMark = TextHash(strName);
     return m_now.insert(ullMark).second && m_before.count(ullMark) == 0;
   }
   void Save() const {

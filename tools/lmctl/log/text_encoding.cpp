@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 #ifdef _WIN32
@@ -92,7 +93,8 @@ std::string ToUtf8(std::string_view text) {
     const bool bWell = iconv(Converter(), &pIn, &cbIn, &pOut, &cbOut) != static_cast<std::size_t>(-1);
     const int nError = errno;
     for (std::size_t n = 0; n + 4 <= sizeof abyOut - cbOut; n += 4) {
-      const char32_t nChar = abyOut[n] | abyOut[n + 1] << 8 | abyOut[n + 2] << 16 | char32_t{abyOut[n + 3]} << 24;
+      char32_t nChar = 0;
+      std::memcpy(&nChar, abyOut + n, sizeof nChar);  // the machines that this runs on are little-endian
       if (IsShown(nChar)) AppendUtf8(str, nChar);
     }
     if (bWell || nError == E2BIG) continue;

@@ -2,31 +2,43 @@
 
 #include <algorithm>
 
+#include "tools/lmctl/log/text_hash.h"
+
 namespace lmctl {
+namespace {
+
+std::uint64_t KeyOf(const Story& story, std::int64_t n) {
+  return TextHash(std::to_string(n), TextHash(story.strQueue));
+}
+
+}  // namespace
 
 void Neighbours::Add(const Story& story) {
-  m_byQueue[story.strQueue].push_back({story.llStarted, story.nJob, story.nBytes, story.bRestarted});
+  if (story.nBytes > 0) m_sizes.emplace_back(KeyOf(story, story.nBytes), story.llStarted);
+  if (story.bRestarted && story.nBytes != 0) m_restarted.emplace_back(KeyOf(story, story.nJob), story.llStarted);
   m_bSorted = false;
 }
 
 void Neighbours::Mark(Story& story) {
-  const auto earlier = [](const Beside& l, const Beside& r) { return l.llStarted < r.llStarted; };
-  if (!m_bSorted)
-    for (auto& [strQueue, jobs] : m_byQueue) std::stable_sort(jobs.begin(), jobs.end(), earlier);
-  m_bSorted = true;
-  const std::vector<Beside>& jobs = m_byQueue[story.strQueue];
-  const auto at = [&](LocalMs ll) {
-    return std::lower_bound(jobs.begin(), jobs.end(), Beside{ll, 0, 0, false}, earlier);
-  };
-  bool bSelf = false;
-  for (auto it = at(story.llStarted - kBesideMs); it != jobs.end() && it->llStarted <= story.llStarted + kBesideMs;
-       ++it) {
-    const bool bMe = !bSelf && it->llStarted == story.llStarted && it->nJob == story.nJob && it->nBytes == story.nBytes;
-    bSelf = bSelf || bMe;
-    if (!bMe && story.nBytes > 0 && it->nBytes == story.nBytes) story.byTwice |= kTwiceSameSize;
+  if (!m_bSorted) {
+    std::sort(m_sizes.begin(), m_sizes.end());
+    std::sort(m_restarted.begin(), m_restarted.end());
+    m_bSorted = true;
   }
-  for (auto it = at(story.llStarted - kRestartMs); it != jobs.end() && it->llStarted < story.llStarted; ++it)
-    if (it->bRestarted && it->nJob == story.nJob && it->nBytes != 0) story.byTwice |= kTwiceRestarted;
+  const auto first = [](const Starts& starts, std::uint64_t ullKey, LocalMs llFrom) {
+    return std::lower_bound(starts.begin(), starts.end(), std::pair(ullKey, llFrom));
+  };
+  if (story.nBytes > 0) {
+    const std::uint64_t ullKey = KeyOf(story, story.nBytes);
+    const auto it = first(m_sizes, ullKey, story.llStarted - kBesideMs);
+    // The story itself, and one more.
+    const bool bTwo = it != m_sizes.end() && it + 1 != m_sizes.end() && (it + 1)->first == ullKey &&
+                      (it + 1)->second <= story.llStarted + kBesideMs;
+    if (bTwo) story.byTwice |= kTwiceSameSize;
+  }
+  const std::uint64_t ullKey = KeyOf(story, story.nJob);
+  const auto it = first(m_restarted, ullKey, story.llStarted - kRestartMs);
+  if (it != m_restarted.end() && it->first == ullKey && it->second < story.llStarted) story.byTwice |= kTwiceRestarted;
   // What the job itself shows is not all that can have been.
   if ((story.byTwice & kTwiceRestarted) != 0) {
     story.maybeTwice = Tri::Yes;

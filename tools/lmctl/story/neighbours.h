@@ -1,9 +1,8 @@
 // What only the jobs beside a job tell: that the spooler began it again, and that another one of its size stands beside it, which
-// may be the same receipt, printed twice by the program or again from the archive. Memory: some bytes a job.
+// may be the same receipt, printed twice by the program or again from the archive. Memory: 16 bytes a job.
 #pragma once
 
-#include <string>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "tools/lmctl/story/story.h"
@@ -22,13 +21,9 @@ class Neighbours {
   void Mark(Story& story);
 
  private:
-  struct Beside {
-    LocalMs llStarted;
-    std::int64_t nJob;
-    std::int64_t nBytes;
-    bool bRestarted;
-  };
-  std::unordered_map<std::string, std::vector<Beside>> m_byQueue;
+  using Starts = std::vector<std::pair<std::uint64_t, LocalMs>>;  // what they have in common, when they began
+  Starts m_sizes;                                                 // by queue and size
+  Starts m_restarted;                                             // by queue and number
   bool m_bSorted = true;
 };
 
