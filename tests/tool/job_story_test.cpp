@@ -5,6 +5,7 @@
 
 #include "sim/text.h"
 #include "tests/tool/tool_run.h"
+#include "tools/lmctl/story/neighbours.h"
 #include "tools/lmctl/story/story_machine.h"
 #include "tools/lmctl/log/log_reader.h"
 #include "tools/lmctl/render/render.h"
@@ -206,6 +207,23 @@ TEST_F(Stories, AmountsTellOnlyWhatTheyLeaveNoDoubtAbout) {
   EXPECT_EQ(shortOne.nReprints, kUnknown);
   EXPECT_EQ(shortOne.maybeTwice, Tri::Unknown);
   EXPECT_EQ(shortOne.outcome, Outcome::Unknown);
+}
+
+TEST_F(Stories, JobThatTheSpoolerBeganAgainMayStandTwice) {
+  Log log;
+  for (const bool bRestarted : {true, false}) {
+    log.Start(1, 7).Write(1, "COM1", 100);
+    if (bRestarted) log.Say(1, 'I', "IsCancelJob", "CANCEL,Status:0x00000810");
+    log.End(1, 7);
+  }
+  auto stories = Of(log.Start(1, 8).Write(1, "COM1", 7).End(1, 8));
+  lmctl::Neighbours neighbours;
+  for (const Story& story : stories) neighbours.Add(story);
+  for (Story& story : stories) neighbours.Mark(story);
+  EXPECT_EQ(stories.at(0).outcome, Outcome::Cancelled);
+  EXPECT_EQ(stories.at(1).byTwice, lmctl::kTwiceRestarted | lmctl::kTwiceSameSize);
+  EXPECT_EQ(stories.at(1).maybeTwice, Tri::Yes);
+  EXPECT_EQ(stories.at(2).byTwice, 0);
 }
 
 TEST_F(Stories, RefusedStartDoesNotEndTheJobInProgress) {

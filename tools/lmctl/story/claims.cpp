@@ -161,7 +161,10 @@ void JobCourse::ConcludeOutcome() {
     if (bEndWouldShow) return Claims(Outcome::Unfinished, "the log ends, or the process did", {0, m_story.last});
     return NotTold("level T is off: the end of a job is not logged");
   }
-  if (m_bResendImpossible) {
+  const bool bNoData = ShowsAmounts() && m_nBytes == 0 && !m_bBytesUnknown && !m_bLastFailed && m_nLastMissing == 0;
+  if (m_bResendImpossible && bNoData)
+    return Claims(Outcome::Printed, "it had no data, and the printer did not confirm that", m_lastAt);
+  if (m_bResendImpossible && m_nBytes > 0) {
     m_story.bInPart = true;
     return Claims(Outcome::Failed, "the printer lost it and it could not be sent again", m_lastAt);
   }
@@ -221,6 +224,8 @@ void JobCourse::ConcludeConfirmation() {
       return;
     }
     default:
+      if (bTraced && m_nBytes == 0)
+        return Claims(Outcome::Printed, "it had no data, and the printer did not confirm that", m_askedAt);
       if (bTraced && !MayHaveGivenUp() && m_state != State::Cleared)
         return Claims(Outcome::Failed, "the printer did not confirm it", m_askedAt);
       m_story.bResponseNotLogged = true;

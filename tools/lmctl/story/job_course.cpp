@@ -281,7 +281,7 @@ void JobCourse::UntracedWrite() {
   std::size_t nData = 0;
   if (m_nBytes == 0)
     while (nData < sends.size() && !isData(sends[nData]) && !failed(sends[nData])) ++nData;
-  const bool bAmbiguous = m_nBytes == 0 && ((MayBeRequest(m_write.nOffered) && sends.size() < 3) ||
+  const bool bAmbiguous = m_nBytes == 0 && (MayBeRequest(m_write.nOffered) ||
                                             (nData < sends.size() && failed(sends[nData]) && nData + 1 < sends.size()));
   if (nData == sends.size() || bAmbiguous || !(isData(sends[nData]) || failed(sends[nData]))) {
     m_bBytesUnknown = m_bLastUnknown = true;
@@ -380,12 +380,16 @@ void JobCourse::UntracedEndSend(const Sent& sent) {
   const bool bRestOfResend = m_nResendRest > 0 && nSize == m_nResendRest;
   if (MayBeRequest(nSize)) {
     // A job as short as a request, or a rest of one, cannot be told from it by its amount.
-    if (bRestOfResend || (MayBeRequest(m_nBytes) && m_nAsked > 0)) m_bUnclear = true;
+    if (bRestOfResend || (MayBeRequest(m_nBytes) && (m_nAsked > 0 || !IsExecRequest(nSize)))) m_bUnclear = true;
     if (m_nResendRest > 0 && !m_bOffline) m_bUnclear = true;  // what became of the rest is not shown
     m_nResendRest = 0;
     if (IsExecRequest(nSize)) {
       BeginRequest(Request::Exec, nSize, sent.at);
-    } else if (m_state == State::Asked || m_state == State::Lost) {
+    } else {
+      if (m_state == State::Data || m_state == State::Resending) {  // it was asked before, and no line tells of that
+        ++m_nAsked;
+        m_state = State::Asked;
+      }
       BeginRequest(Request::Status, nSize, sent.at);
     }
     m_nRequestRest = nSize - nTaken;
