@@ -8,27 +8,15 @@
 #include "base/owners.h"
 #include "base/text.h"
 #include "common/log_module.h"
-
-namespace {
-
-template <std::size_t N>
-bool BeginsWith(const wchar_t* pszName, const wchar_t (&szStart)[N]) noexcept {
-  return _wcsnicmp(pszName, szStart, N - 1) == 0;
-}
-
-}  // namespace
+#include "common/port_kind.h"
 
 BOOL IsSdkSupportPort(const wchar_t* pszPort) noexcept {
-  if (pszPort == nullptr || *pszPort == 0) return FALSE;
-  if (BeginsWith(pszPort, L"FILE") || BeginsWith(pszPort, L"\\\\")) return FALSE;
-  if (BeginsWith(pszPort, L"USB0") || BeginsWith(pszPort, L"COM")) return TRUE;
-  return IsTcpMonitorPort(pszPort);
+  const PortKind kind = PortKindOf(pszPort);
+  return kind == PortKind::Device || (kind == PortKind::Network && IsTcpMonitorPort(pszPort));
 }
 
 BOOL IsTcpMonitorPort(const wchar_t* pszPort) noexcept {
-  if (pszPort == nullptr) return FALSE;
-  for (const wchar_t* pszOther : {L"SHRFAX:", L"FILE:", L"XPSPort:"})
-    if (_wcsicmp(pszPort, pszOther) == 0) return FALSE;
+  if (pszPort == nullptr || IsPortOfWindows(pszPort)) return FALSE;
   HANDLE hPort = nullptr;
   if (OpenTcpPort(pszPort, &hPort) != ERROR_SUCCESS) return FALSE;
   const UniquePrinter port(hPort);

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-wchar_t g_szQueue[] = L"Kelvane Test Queue";
+wchar_t g_szQueue[] = L"Kelvane K\u00FCche \u30D0\u30FC";  // in no single code page
 wchar_t g_szDriver[] = L"Kelvane Test Driver";
 wchar_t g_szEnvironment[] = L"Windows x64";
 wchar_t g_szMonitor[] = L"Kelvane Language Monitor";
@@ -107,7 +107,11 @@ class LmctlOnWindows : public ::testing::Test {
   }
   Answer LmctlOnce(const std::string& strArguments) const {
     Answer run = {-1, {}};
-    std::FILE* pOutput = _popen((m_programs.string() + "\\lmctl.exe " + strArguments + " 2>&1").c_str(), "rb");
+    std::wstring arguments(strArguments.size(), L'\0');
+    arguments.resize(static_cast<std::size_t>(
+        MultiByteToWideChar(CP_UTF8, 0, strArguments.data(), static_cast<int>(strArguments.size()), arguments.data(),
+                            static_cast<int>(arguments.size()))));
+    std::FILE* pOutput = _wpopen((m_programs.wstring() + L"\\lmctl.exe " + arguments + L" 2>&1").c_str(), L"rb");
     if (pOutput == nullptr) return run;
     for (int c; (c = std::fgetc(pOutput)) != EOF;)
       if (c != '\r') run.strOutput += static_cast<char>(c);
@@ -129,7 +133,9 @@ class LmctlOnWindows : public ::testing::Test {
   HANDLE m_hQueue = nullptr;
 };
 
-const std::string kQueue = "\"Kelvane Test Queue\"";
+const std::string kQueue =
+    "\"Kelvane K\xC3\xBC"
+    "che \xE3\x83\x90\xE3\x83\xBC\"";
 
 TEST_F(LmctlOnWindows, SettingsArriveAsThePrinterDataThatTheMonitorReads) {
   EXPECT_EQ(Lmctl("settings " + kQueue + " AutoReprint=1 JobFilePath=C:\\Archive JobValidDays=10").nExit, 0);
@@ -167,6 +173,8 @@ TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
   EXPECT_TRUE(Lmctl("doctor").Says("kelvane_lm.dll, version " LM_VERSION ", 64 bit"));
   EXPECT_EQ(Doctor("monitor"), "ok");
   EXPECT_EQ(Doctor("queue"), "ok");
+  const Answer doctor = Lmctl("doctor");
+  EXPECT_TRUE(doctor.Says(kQueue.substr(1, kQueue.size() - 2) + ": port")) << doctor.strOutput;
   EXPECT_EQ(Doctor("driver", "--before-uninstall"), "failure");
   EXPECT_EQ(Doctor("mutex"), "ok");
   const HANDLE hMutex = CreateMutexW(nullptr, TRUE, kLogMutexName);

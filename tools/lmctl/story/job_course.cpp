@@ -54,9 +54,21 @@ void JobCourse::Refuse(std::int64_t nError, std::string strReason, const At& at)
        at);
 }
 
+void JobCourse::PauseOfLevels() {
+  if (Has('T') && m_pending.nLength != kUnknown) {
+    m_bPaused = true;  // transfers take their time
+  } else {
+    m_bLevelsChanged = true;
+  }
+}
+
 void JobCourse::Take(Step step, const LogLine& line, const At& at) {
   const std::string_view message = line.message;
   if (step == Step::EndOnPort) CloseCall();
+  if (m_bPaused && step != Step::None && step != Step::Watch && step != Step::WatcherSawCancel) {
+    m_bPaused = false;
+    if (step != Step::SendTook && step != Step::SendShort && step != Step::SendFailed) m_bLevelsChanged = true;
+  }
   m_story.llLast = at.llTime;
   m_story.last = at.place;
   m_levels[static_cast<unsigned char>(line.cLevel) & 127] = true;

@@ -45,6 +45,7 @@ class JobCourse {
   void LinesWereLost() { m_story.bLinesLost = true; }
   void LevelsChanged() { m_bLevelsChanged = true; }        // level T was off at some time, or may have been
   void LinesMayBeOthers() { m_bOthers = true; }            // or its own may count for another job
+  void PauseOfLevels();                                    // as long as levels stay as they are: one may have been off
   void IsOnSeveralThreads() { m_bSeveralThreads = true; }  // or on one that serves other jobs meanwhile
   void MayBeCancelled() { m_bMayBeCancelled = true; }      // somebody's watcher saw a deletion
   void KnowsDetails() { m_bDetails = true; }               // level D was on in its process
@@ -54,7 +55,6 @@ class JobCourse {
   bool IsTraced() const { return Has('T'); }
   bool IsTracedThroughout() const { return Has('T') && !m_bLevelsMixed && !m_bLevelsChanged; }  // as far as it is known
   bool Has(char cLevel) const { return m_levels[static_cast<unsigned char>(cLevel) & 127]; }
-  bool IsSending() const { return m_pending.nLength != kUnknown; }
   bool IsWriting() const { return m_write.bOpen; }
   bool IsFresh() const { return m_bInStart; }  // still in the call that starts it
   bool IsOnPortMonitor() const { return m_story.path == Path::PortMonitor; }
@@ -102,6 +102,7 @@ class JobCourse {
   std::array<bool, 128> m_levels{};  // letters of the levels that its lines have
   bool m_bLevelsChanged = false;
   bool m_bLevelsMixed = false;  // a call or a transfer without a line of level T: so that level was off, at least then
+  bool m_bPaused = false;       // while a transfer was under way: its end must come next
   bool m_bSeveralThreads = false;
   bool m_bOthers = false;  // lines may be another job's
   bool m_bUnclear = false;

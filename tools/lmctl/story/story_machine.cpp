@@ -86,15 +86,16 @@ void StoryMachine::LevelSeen(Process& process, const LogLine& line) {
   for (const auto& pJob : process.jobs) {
     JobCourse& course = pJob->course;
     const bool bOwn = own != process.threads.end() && own->second.pJob == pJob.get();
-    if (bTrace == course.IsTraced() ? bPause && !course.IsSending() : bTrace && !bOwn && !course.IsFresh())
-      course.LevelsChanged();
+    if (bTrace != course.IsTraced()) {
+      if (bTrace && !bOwn && !course.IsFresh()) course.LevelsChanged();
+    } else if (bPause) {
+      course.PauseOfLevels();
+    }
   }
   llBefore = m_llTime;
 }
 
-void StoryMachine::Enter(Process& process, std::uint32_t nThread, Job* pJob) {
-  process.threads[nThread] = {pJob, false, false};
-}
+void StoryMachine::Enter(Process& process, std::uint32_t nThread, Job* pJob) { process.threads[nThread] = {pJob}; }
 
 StoryMachine::Job& StoryMachine::Begin(Process& process, const LogLine& line, std::string_view queue,
                                        std::int64_t nJob) {
@@ -105,7 +106,7 @@ StoryMachine::Job& StoryMachine::Begin(Process& process, const LogLine& line, st
   const auto port = process.portOfQueue.find(std::string(queue));
   if (port != process.portOfQueue.end() && !port->second.empty()) pJob->course.SetPort(port->second, Here());
   process.jobs.push_back(std::move(pJob));
-  thread = {process.jobs.back().get(), true, false};
+  thread = {process.jobs.back().get(), true, false, false};
   return *process.jobs.back();
 }
 
@@ -217,6 +218,17 @@ void StoryMachine::Line(const LogLine& line, LocalMs llTime, const Place& place)
   const Step step = StepOf(line);
   switch (step) {
     case Step::Start: return StartLine(process, line);
+    case Step::StartTraced: {
+      // Of a start whose first line is not shown: what the job goes on to say could be taken for that of another one that began.
+      Thread& thread = process.threads[line.nThread];
+      const bool bNamed = std::exchange(thread.bOpening, false) ||
+                          (thread.bStarting && thread.pJob != nullptr && thread.pJob->course.IsFresh());
+      if (bNamed) break;
+      for (const auto& pJob : process.jobs)
+        if (!pJob->bPortKnown) pJob->course.LinesMayBeOthers();
+      thread = {};
+      return;
+    }
     case Step::Offer:
     case Step::OnDevice:
     case Step::PortTook:
@@ -380,7 +392,7 @@ void StoryMachine::WatchLine(Process& process, Step step, const LogLine& line) {
     thread = {};
     if (nFound == 1) {
       pWatched->bWatched = true;
-      thread = {pWatched, false, true};
+      thread = {pWatched, false, true, false};
       pWatched->course.Take(step, line, Here());
     } else {
       for (const auto& pJob : process.jobs)
@@ -416,7 +428,7 @@ void StoryMachine::EndLine(Process& process, Step step, const LogLine& line) {
   if (step == Step::EndOnPort) {
     if (!pJob->bPortKnown) pJob->course.SetPort(port, Here());
     pJob->bPortKnown = true;
-    process.threads[line.nThread] = {pJob, false, false};
+    process.threads[line.nThread] = {pJob};
     pJob->course.Take(step, line, Here());
     if (!pJob->course.IsTraced()) Finish(process, pJob, true, m_llTime);
     return;
@@ -438,6 +450,7 @@ void StoryMachine::PortLine(Process& process, Step step, const LogLine& line) {
       process.bDetails = false;
       break;
     case Step::PortOpened: {
+      process.threads[line.nThread] = {nullptr, false, false, true};
       const std::string_view body = Between(line.message, "[Port:", {});
       const std::size_t nCut = body.rfind("/Printer:");
       if (nCut == std::string_view::npos || !body.ends_with(']')) return;

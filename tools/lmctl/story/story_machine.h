@@ -49,6 +49,7 @@ class StoryMachine {
     Job* pJob = nullptr;
     bool bStarting = false;  // in the call that starts it
     bool bWatcher = false;   // its watcher
+    bool bOpening = false;   // in a call that opens a port
   };
 
   Process& ProcessOf(std::uint32_t nProcess);

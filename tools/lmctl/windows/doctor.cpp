@@ -2,6 +2,8 @@
 #include <windows.h>
 
 #include <winspool.h>
+#include <winsplp.h>
+#include <tcpxcv.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +13,7 @@
 #include <stdexcept>
 
 #include "base/setting_names.h"
+#include "common/port_kind.h"
 #include "log/level.h"
 #include "monitor/model.h"
 #include "tools/lmctl/commands/commands.h"
@@ -209,15 +212,28 @@ void CheckArchiveRoot(Findings& findings, const std::string& strQueue, const std
   }
 }
 
+// Asks the port monitor that owns a port, as the language monitor does.
+bool IsRawOrLprPort(const wchar_t* pszPort) {
+  HANDLE hPort = nullptr;
+  if (!OpenPrinterW((L",XcvPort " + std::wstring(pszPort)).data(), &hPort, nullptr)) return false;
+  CONFIG_INFO_DATA_1 config = {};
+  config.dwVersion = 1;
+  PORT_DATA_1 data = {};
+  DWORD cbNeeded = 0, dwStatus = 0;
+  const BOOL bTold = XcvDataW(hPort, L"GetConfigInfo", reinterpret_cast<BYTE*>(&config), sizeof config,
+                              reinterpret_cast<BYTE*>(&data), sizeof data, &cbNeeded, &dwStatus);
+  ClosePrinter(hPort);
+  return bTold && (data.dwProtocol == PROTOCOL_RAWTCP_TYPE || data.dwProtocol == PROTOCOL_LPR_TYPE);
+}
+
 void CheckQueue(Findings& findings, const PRINTER_INFO_2W& info, std::vector<QueueFacts>& queues) {
   const std::string strQueue = Narrow(info.pPrinterName);
   const std::string strPort = Narrow(info.pPortName);
   const DevData* pModel = nullptr;
   for (const DevModelEntry& entry : DevModelTable())
     if (info.pDriverName != nullptr && _wcsicmp(entry.pszModelName, info.pDriverName) == 0) pModel = entry.pDevData;
-  const bool bDevicePort = _strnicmp(strPort.c_str(), "USB0", 4) == 0 || _strnicmp(strPort.c_str(), "COM", 3) == 0 ||
-                           (_strnicmp(strPort.c_str(), "FILE", 4) != 0 && _strnicmp(strPort.c_str(), "LPT", 3) != 0 &&
-                            strPort.find("\\\\") != 0 && strPort.find(":\\") == std::string::npos);
+  const PortKind kind = PortKindOf(info.pPortName);
+  const bool bDevicePort = kind == PortKind::Device || (kind == PortKind::Network && IsRawOrLprPort(info.pPortName));
   const Printer printer(strQueue, PRINTER_ACCESS_USE);
   DWORD dwReprint = 0;
   Dword(findings, printer, strQueue, kAutoReprintValue, false, dwReprint);
