@@ -339,6 +339,8 @@ TEST_F(Stories, FollowingSeesLinesThatCameAndAFileThatWasMovedAside) {
 
 TEST(StoryTexts, CodePageAndMarkup) {
   EXPECT_EQ(lmctl::ToUtf8("Caf\xE9 \x80\x01\x7F\x9D\x90"), "Caf\xC3\xA9 \xE2\x82\xAC");  // no control gets through
+  EXPECT_EQ(lmctl::Printable("K\xC3\xBC\x1B\xC2\x9B\xE2\x80\xAE che \xF0\x9F\x96\xA8"),
+            "K\xC3\xBC che \xF0\x9F\x96\xA8");
 }
 
 }  // namespace

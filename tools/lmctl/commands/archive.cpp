@@ -53,11 +53,11 @@ int ArchiveList(const Options& options) {
     const std::string strTime = IsoTime(job.llTime);
     if (strTime.substr(0, 10) != strDay) std::printf("%s\n", (strDay = strTime.substr(0, 10)).c_str());
     std::printf("  %s %10llu bytes  %s\n", strTime.substr(11).c_str(), static_cast<unsigned long long>(job.ullBytes),
-                TextOfPath(job.path).c_str());
+                Printable(TextOfPath(job.path)).c_str());
   }
   std::printf("%zu archived job%s\n", listing.jobs.size(), listing.jobs.size() == 1 ? "" : "s");
   if (!listing.others.empty()) std::printf("Not archived jobs:\n");
-  for (const std::filesystem::path& other : listing.others) std::printf("  %s\n", TextOfPath(other).c_str());
+  for (const std::filesystem::path& other : listing.others) std::printf("  %s\n", Printable(TextOfPath(other)).c_str());
   return kExitWell;
 }
 

@@ -45,7 +45,7 @@ void TellArchived(const Options& options, const Story& story) {
   const auto job = FindArchived(PathOf(strRoot), story);
   if (!job) return;
   std::printf("Archived: %llu bytes. To print it again: lmctl archive print \"%s\" --queue \"%s\"\n",
-              static_cast<unsigned long long>(job->ullBytes), TextOfPath(job->path).c_str(),
+              static_cast<unsigned long long>(job->ullBytes), Printable(TextOfPath(job->path)).c_str(),
               ToUtf8(story.strQueue).c_str());
 }
 

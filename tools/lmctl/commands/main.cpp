@@ -160,10 +160,10 @@ int main(int argc, char** argv) {
     if (pDoctor->parsed()) return Doctor(options);
     return Settings(options);
   } catch (const std::invalid_argument& error) {
-    std::fprintf(stderr, "lmctl: %s\n", error.what());
+    std::fprintf(stderr, "lmctl: %s\n", Printable(error.what()).c_str());
     return kExitUsage;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "lmctl: %s\n", error.what());
+    std::fprintf(stderr, "lmctl: %s\n", Printable(error.what()).c_str());
     return kExitWrong;
   }
 }

@@ -1,6 +1,7 @@
 #include "tools/lmctl/log/log_reader.h"
 
 #include "tools/lmctl/log/paths.h"
+#include "tools/lmctl/log/text_encoding.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -142,7 +143,7 @@ void LogReader::DropCopies() {
 void LogReader::AddFile(const std::filesystem::path& file) {
   Source source;
   source.path = file;
-  source.strName = TextOfPath(file);
+  source.strName = Printable(TextOfPath(file));
   const std::string strName = TextOfPath(file.filename());
   if (IsDate(strName)) {
     source.nYear = std::stoi(strName.substr(0, 4));

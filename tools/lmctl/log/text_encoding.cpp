@@ -105,4 +105,17 @@ std::string ToUtf8(std::string_view text) {
 #endif
 }
 
+std::string Printable(std::string_view utf8) {
+  std::string str;
+  for (std::size_t n = 0; n < utf8.size();) {
+    const auto by = static_cast<unsigned char>(utf8[n]);
+    const std::size_t cb = std::min<std::size_t>(by < 0xC0 ? 1 : by < 0xE0 ? 2 : by < 0xF0 ? 3 : 4, utf8.size() - n);
+    char32_t nChar = cb == 1 ? by : by & (0x7Fu >> cb);
+    for (std::size_t i = 1; i < cb; ++i) nChar = nChar << 6 | (static_cast<unsigned char>(utf8[n + i]) & 0x3F);
+    if (IsShown(nChar)) str.append(utf8.substr(n, cb));
+    n += cb;
+  }
+  return str;
+}
+
 }  // namespace lmctl

@@ -14,4 +14,7 @@ void SetLogEncoding(const std::string& strName);
 // among them, and marks that turn the direction of text.
 std::string ToUtf8(std::string_view text);
 
+// A text of other origin, UTF-8 already, without the same.
+std::string Printable(std::string_view utf8);
+
 }  // namespace lmctl

@@ -64,8 +64,8 @@ class Findings {
     m_rows.push_back(
         {{"check", pszCheck},
          {"state", pszState},
-         {"text", ToUtf8(strText)},
-         {"remedy", strRemedy.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(ToUtf8(strRemedy))}});
+         {"text", Printable(strText)},
+         {"remedy", strRemedy.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(Printable(strRemedy))}});
   }
   nlohmann::ordered_json m_rows = nlohmann::ordered_json::array();
   bool m_bFailed = false;

@@ -9,6 +9,7 @@
 #include "base/setting_names.h"
 #include "log/level.h"
 #include "tools/lmctl/commands/commands.h"
+#include "tools/lmctl/log/text_encoding.h"
 #include "tools/lmctl/windows/wide.h"
 
 namespace lmctl {
@@ -101,7 +102,7 @@ void ShowOne(const Setting& setting, const Printer* pPrinter) {
   }
   std::string strValue = bytes.empty() ? setting.pszDefault : Show(setting, bytes);
   if (!bytes.empty() && !IsRead(setting, bytes)) strSource += ", wrong size: the monitor ignores it";
-  std::printf("%-18s %-28s %-22s %s\n", Narrow(setting.pszName).c_str(), strValue.c_str(), strSource.c_str(),
+  std::printf("%-18s %-28s %-22s %s\n", Narrow(setting.pszName).c_str(), Printable(strValue).c_str(), strSource.c_str(),
               setting.pszMeaning);
 }
 
