@@ -49,7 +49,8 @@ class Log {
   Log& Write(unsigned nThread, const char* pszPort, int cb, unsigned nProcess = 0x10) {
     Say(nThread, 'I', "MonWritePort", sim::Format("[pszPortName:%s, cbBuf:%d]", pszPort, cb), nProcess);
     if (m_bTraced)
-      Say(nThread, 'T', "IsCancelJob", sim::Format("pIniPort:0x%08x", nProcess * 65536 + pszPort[0] * 256 + pszPort[3]),
+      Say(nThread, 'T', "IsCancelJob",
+          sim::Format("pIniPort:0x%08x", nProcess * 65536 + static_cast<unsigned>(pszPort[0] * 256 + pszPort[3])),
           nProcess);
     return Say(nThread, 'I', "MonWritePort",
                sim::Format("(*pIniPort->fn.pfnWritePort) [pszPortName:%s,cbBuf:%d/%d]", pszPort, cb, cb), nProcess);
@@ -245,9 +246,9 @@ TEST_F(Stories, NumberThatTwoQueuesGiveIsToldApartByThePort) {
   Log log;
   log.Start(1, 7).Start(2, 7, "Bar").Write(1, "COM1", 10).Write(2, "LPT1:", 20);
   for (const char* pszPort : {"LPT1:", "COM1"})  // on threads of their own
-    log.Say(pszPort[0], 'I', "MonEndDocPort",
+    log.Say(static_cast<unsigned>(pszPort[0]), 'I', "MonEndDocPort",
             sim::Format("(*pIniPort->fn.pfnEndDocPort) [pszPortName:%s, JobId:7]", pszPort))
-        .End(pszPort[0], 7);
+        .End(static_cast<unsigned>(pszPort[0]), 7);
   const auto stories = Of(log);
   ASSERT_EQ(stories.size(), 2u);
   EXPECT_EQ(stories[0].strQueue, "Bar");

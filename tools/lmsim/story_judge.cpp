@@ -220,7 +220,7 @@ std::vector<lmctl::LogLine> WithAHole(std::vector<lmctl::LogLine> lines, unsigne
   if (nFirst >= std::ssize(lines)) return lines;
   const auto nAt =
       nFirst + static_cast<std::ptrdiff_t>(random() % static_cast<std::size_t>(std::ssize(lines) - nFirst));
-  const auto nEnd = std::min<std::ptrdiff_t>(nAt + 1 + random() % 200, std::ssize(lines));
+  const auto nEnd = std::min<std::ptrdiff_t>(nAt + 1 + static_cast<std::ptrdiff_t>(random() % 200), std::ssize(lines));
   lines.erase(lines.begin() + nAt, lines.begin() + nEnd);
   lines.insert(lines.begin() + nAt, lmctl::ParseLine("<=== Log output here failed"));
   return lines;
