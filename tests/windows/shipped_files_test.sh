@@ -29,9 +29,9 @@ done
 # A file that names a routine that Windows 7 lacks is not loaded there at all.
 for file in kelvane_lm.dll lmctl.exe setup_actions.dll; do
   llvm-readobj --coff-imports "$files/$file" | sed 's/ (.*//' |
-    awk '/Name:/ { library = tolower($2) } /Symbol:/ { print library " " $2 }' | sort >imports.txt
+    awk '/Name:/ { library = tolower($2) } /Symbol:/ { print library " " $2 }' | sort -u >imports.txt
   unknown=$(comm -23 imports.txt <(awk '/^[^#]/ { for (n = 2; n <= NF; ++n) print substr($1, 1, length($1) - 1) " " $n }' \
-    "$here/imports_of_6_1.txt" | sort))
+    "$here/imports_of_6_1.txt" | sort -u))
   [ -z "$unknown" ] || fail "$file imports what Windows 7 is not known to have: $unknown"
 done
 for word in asInvoker '>true</longPathAware>'; do
