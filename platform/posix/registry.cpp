@@ -183,14 +183,18 @@ LSTATUS WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD, LPDWORD 
                                 LPDWORD lpcbData) {
   PlatformCall();
   if (const DWORD dwFault = FaultCode("RegQueryValueExA", ERROR_ACCESS_DENIED)) return static_cast<LSTATUS>(dwFault);
-  const LayerLock lock(g_registryMutex);
-  if (!Allows(hKey, KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
-  const Value* pValue = KeyOf(hKey)->Find(std::u16string(lpValueName, lpValueName + std::strlen(lpValueName)));
-  if (pValue == nullptr) return ERROR_FILE_NOT_FOUND;
-  Value narrow = *pValue;
+  Value stored;
+  {
+    const LayerLock lock(g_registryMutex);
+    if (!Allows(hKey, KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
+    const Value* pValue = KeyOf(hKey)->Find(std::u16string(lpValueName, lpValueName + std::strlen(lpValueName)));
+    if (pValue == nullptr) return ERROR_FILE_NOT_FOUND;
+    stored = *pValue;
+  }
+  Value narrow = stored;
   if (narrow.dwType == REG_SZ) {  // texts are stored wide
-    const auto* pWide = reinterpret_cast<const wchar_t*>(pValue->data.data());
-    const int cch = static_cast<int>(pValue->data.size() / sizeof(wchar_t));
+    const auto* pWide = reinterpret_cast<const wchar_t*>(stored.data.data());
+    const int cch = static_cast<int>(stored.data.size() / sizeof(wchar_t));
     narrow.data.resize(static_cast<std::size_t>(cch));
     if (cch > 0)
       WideCharToMultiByte(CP_ACP, 0, pWide, cch, reinterpret_cast<char*>(narrow.data.data()), cch, nullptr, nullptr);
