@@ -1,5 +1,6 @@
-// A lock of the layer's own tables. Who holds one makes no platform call: there the thread may be sent to wait while others run,
-// and one of those would wait for the lock for ever, unseen by the scheduler. Such a call ends the process with a message.
+// A lock of the layer's own tables. Who holds one makes no platform call: there the thread may be sent to wait while others
+// run, and one of those would wait for the lock for ever, unseen by the scheduler. Such a call ends the process with a
+// message.
 #pragma once
 
 #include <mutex>

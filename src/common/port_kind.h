@@ -1,5 +1,5 @@
-// What a port's name alone tells of its kind: could the device-access library serve it? Pure; the administrator's tool judges ports
-// by it as well.
+// What a port's name alone tells of its kind: could the device-access library serve it? Pure; the administrator's tool judges
+// ports by it as well.
 #pragma once
 
 #include <cwchar>

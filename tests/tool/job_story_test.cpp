@@ -67,7 +67,7 @@ class Log {
   std::string m_strText;
 };
 
-std::vector<Story> Read(const TestFolder& folder) {
+std::vector<Story> Read(const TestFolder& folder, std::uint64_t* pUnlisted = nullptr) {
   lmctl::LogReader reader({folder / ""});
   std::vector<Story> stories;
   lmctl::StoryMachine machine([&](Story&& story) { stories.push_back(std::move(story)); }, false);
@@ -78,6 +78,7 @@ std::vector<Story> Read(const TestFolder& folder) {
       },
       true);
   machine.End();
+  if (pUnlisted != nullptr) *pUnlisted = machine.Unlisted();
   return stories;
 }
 
@@ -242,6 +243,21 @@ TEST_F(Stories, RefusedStartDoesNotEndTheJobInProgress) {
   }
 }
 
+TEST_F(Stories, JobsWhoseStartIsNotLoggedAreCountedOnce) {
+  Log log;
+  for (const int nJob : {7, 8})
+    log.Say(1, 'I', "MonEndDocPort", sim::Format("(*pIniPort->fn.pfnEndDocPort) [pszPortName:COM1, JobId:%d]", nJob))
+        .End(1, nJob);
+  log.End(1, 9);
+  // One that is listed, and whose end two lines tell.
+  log.Untraced().Start(1, 10).Write(1, "COM1", 5);
+  log.Say(1, 'I', "MonEndDocPort", "(*pIniPort->fn.pfnEndDocPort) [pszPortName:COM1, JobId:10]").End(1, 10);
+  File("20261118.log", log.Text());
+  std::uint64_t nUnlisted = 0;
+  EXPECT_EQ(Read(m_folder, &nUnlisted).size(), 1u);
+  EXPECT_EQ(nUnlisted, 3u);
+}
+
 TEST_F(Stories, NumberThatTwoQueuesGiveIsToldApartByThePort) {
   Log log;
   log.Start(1, 7).Start(2, 7, "Bar").Write(1, "COM1", 10).Write(2, "LPT1:", 20);
@@ -264,6 +280,14 @@ TEST_F(Stories, NothingIsClaimedFromLinesThatTheLevelsOfThatTimeDidNotShow) {
   EXPECT_EQ(story.path, Path::PortMonitor);  // a line says so
   EXPECT_EQ(story.nBytes, kUnknown);
   EXPECT_EQ(story.outcome, Outcome::Unknown);
+}
+
+TEST_F(Stories, PortOfAJobWithoutDataStandsOnTheLineThatTellsIt) {
+  Log log;
+  log.Say(1, 'I', "MonOpenPortEx", "[Port:COM1/Printer:Till]").Start(1, 7).End(1, 7);
+  const Story story = Of(log).at(0);
+  EXPECT_EQ(story.strPort, "COM1");
+  EXPECT_EQ(story.Proof(lmctl::Claim::Port).nLine, 1u);
 }
 
 TEST_F(Stories, ProcessThatBeginsAnewLeavesItsJobsUnfinished) {

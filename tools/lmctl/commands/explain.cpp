@@ -10,9 +10,7 @@
 #include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
 #include "tools/lmctl/story/neighbours.h"
-#ifdef _WIN32
 #include "tools/lmctl/windows/queue.h"
-#endif
 
 namespace lmctl {
 namespace {
@@ -34,13 +32,11 @@ void TellBeside(const char* pszWhich, const std::optional<Story>& story) {
 // Where the job lies in the archive, when it does.
 void TellArchived(const Options& options, const Story& story) {
   std::string strRoot = options.strRoot;
-#ifdef _WIN32
   try {
     if (strRoot.empty()) strRoot = ArchiveRootOfQueue(ToUtf8(story.strQueue));
   } catch (const std::exception&) {
     return;  // the log is from elsewhere, or the queue is gone
   }
-#endif
   if (strRoot.empty()) return;
   const auto job = FindArchived(PathOf(strRoot), story);
   if (!job) return;

@@ -30,6 +30,7 @@ class RunningLine {
     if (strText == m_strText) return;
     Clear();
     m_strText = strText.substr(0, Columns() > 1 ? Columns() - 1 : 0);
+    while (m_strText.size() < strText.size() && (strText[m_strText.size()] & 0xC0) == 0x80) m_strText.pop_back();
     std::printf("%s", m_strText.c_str());
   }
   void Clear() {

@@ -1,5 +1,5 @@
-// lmctl metrics: counters for a collector. Logs are rotated and purged, and a collector is started anew: what has been counted is
-// kept in a file of its own, with the marks of the jobs of the log at hand, so that each counts once.
+// lmctl metrics: counters for a collector. Logs are rotated and purged, and a collector is started anew: what has been counted
+// is kept in a file of its own, with the marks of the jobs of the log at hand, so that each counts once.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>

@@ -99,7 +99,6 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
       m_bInfoMissing = m_bInfoMissing || !m_write.bOpen;
       m_write.bDone = true;
       m_pending.nLength = kUnknown;
-      m_nDropped += NumberAfter(message, ", cbBuf:", 0);
       if (!m_bCancelled) m_cancelledAt = at;
       m_bCancelled = true;
       Note("A buffer was taken and dropped, since the job is deleted.", at);
@@ -143,7 +142,7 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
     case Step::Reset:
       Note("The printer is being reset.", at);
       if (m_state == State::Lost || m_state == State::Cleared || m_state == State::Readied) {
-        Move(State::Cleared, at);  // the one before may have been refused
+        m_state = State::Cleared;  // the one before may have been refused
       } else {
         m_clearedAt = at;
       }
@@ -166,14 +165,14 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
                std::string(Between(message, "[status:", "]")) + ".",
            at);
       BeginWait(at);
-      if (m_state == State::Asked) Move(State::Lost, at);
+      if (m_state == State::Asked) m_state = State::Lost;
       break;
     case Step::Offline:
       m_bOffline = true;
       if (m_strLoss.empty()) m_strLoss = "the printer was off line";
       Note("The printer is off line.", at);
       BeginWait(at);
-      if (m_state == State::Asked) Move(State::Lost, at);
+      if (m_state == State::Asked) m_state = State::Lost;
       break;
     case Step::NotConnected:
       m_bOffline = true;
@@ -181,7 +180,6 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
       BeginWait(at);
       break;
     case Step::SentAgain:
-      ++m_nResentSaid;
       if (m_resentAt.place.nLine == 0) m_resentAt = at;
       Note("The whole job was sent again.", at);
       break;
@@ -424,21 +422,21 @@ void JobCourse::BeginRequest(Request request, std::int64_t nLength, const At& at
     m_answerAt = {};
     m_bOneByte = nLength == 2;
     EndWait(Phase::Kind::Reprint, m_llResendFrom, at);
-    Move(State::Asked, at);
+    m_state = State::Asked;
     Note("The printer was asked to confirm that it has printed everything before the question.", at);
     return;
   }
   if (m_state == State::Asked) {
-    Move(State::Lost, at);
+    m_state = State::Lost;
     Note("The confirmation failed; the monitor waits until the printer can print.", at);
   } else if (m_state == State::Cleared) {
-    Move(State::Readied, at);
+    m_state = State::Readied;
   }
 }
 
 void JobCourse::Resend(std::int64_t nLength, const At& at) {
   Note("The whole job is being sent again.", at);
-  Move(State::Resending, at);
+  m_state = State::Resending;
   m_nResendRest = nLength;
   m_bOffline = false;
   EndWait(Phase::Kind::Wait, m_llWaitFrom, at);
@@ -452,8 +450,6 @@ void JobCourse::Resent(const Sent& sent) {
   m_nResendRest = std::max<std::int64_t>(m_nResendRest - nTaken, 0);
   if (bRest && m_nResendRest == 0) ++m_nResent;
 }
-
-void JobCourse::Move(State to, const At&) { m_state = to; }
 
 void JobCourse::BeginWait(const At& at) {
   if (m_llWaitFrom == 0) m_llWaitFrom = at.llTime;

@@ -2,8 +2,9 @@
 // order; which job a line belongs to is settled by the story machine. Pure.
 //
 // How to read it: a job is in one State. Its data comes in writes; what goes to the device outside of a write belongs to its end,
-// and moves the job from state to state (BeginSend). While level T is on, every transfer shows its beginning, and the order of the steps
-// alone tells what a transfer is. Without it only amounts are shown, and a transfer is told by them where they leave no doubt.
+// and moves the job from state to state (BeginSend). While level T is on, every transfer shows its beginning, and the order of
+// the steps alone tells what a transfer is. Without it only amounts are shown, and a transfer is told by them where they leave no
+// doubt.
 // What is not proved stays not told (claims.cpp).
 #pragma once
 
@@ -49,6 +50,7 @@ class JobCourse {
   void IsOnSeveralThreads() { m_bSeveralThreads = true; }  // or on one that serves other jobs meanwhile
   void MayBeCancelled() { m_bMayBeCancelled = true; }      // somebody's watcher saw a deletion
   void KnowsDetails() { m_bDetails = true; }               // level D was on in its process
+  // at: the line that tells the port.
   void SetPort(std::string_view port, const At& at);
   void Note(std::string strText, const At& at);
 
@@ -58,7 +60,6 @@ class JobCourse {
   bool IsWriting() const { return m_write.bOpen; }
   bool IsFresh() const { return m_bInStart; }  // still in the call that starts it
   bool IsOnPortMonitor() const { return m_story.path == Path::PortMonitor; }
-  State state() const { return m_state; }
   const Story& story() const { return m_story; }
 
  private:
@@ -80,7 +81,6 @@ class JobCourse {
   void BeginRequest(Request request, std::int64_t nLength, const At& at);
   void Resend(std::int64_t nLength, const At& at);
   void Resent(const Sent& sent);
-  void Move(State to, const At& at);
   void BeginWait(const At& at);
   void EndWait(Phase::Kind kind, LocalMs& llFrom, const At& at);
 
@@ -136,7 +136,6 @@ class JobCourse {
   std::int64_t m_nLastMissing = 0;
   bool m_bLastUnknown = false;  // no line tells what became of the last write
   At m_lastAt;
-  std::int64_t m_nDropped = 0;
 
   // The end.
   std::int64_t m_nRequestRest = 0;
@@ -150,10 +149,9 @@ class JobCourse {
   bool m_bGaveUp = false;
   bool m_bResendImpossible = false;
   std::int64_t m_nResendRest = 0;
-  std::int64_t m_nResent = 0;      // whole, by their transfers
-  std::int64_t m_nResentSaid = 0;  // by their own lines
-  At m_resentAt;                   // the first byte that went out again
-  At m_clearedAt;                  // the device of a deleted job is cleared
+  std::int64_t m_nResent = 0;  // whole, by its transfers
+  At m_resentAt;               // the first byte that went out again
+  At m_clearedAt;              // the device of a deleted job is cleared
   std::string m_strLoss;
 
   bool m_bCancelled = false;

@@ -31,13 +31,17 @@ struct StoryMachine::Process {
   std::uint32_t nNumber = 0;
   std::vector<std::unique_ptr<Job>> jobs;
   std::unordered_map<std::uint32_t, Thread> threads;
-  // A queue's port as it was opened, or as a job of it wrote; empty for a queue with several.
-  std::unordered_map<std::string, std::string> portOfQueue;
+  // A queue's port, as it was opened or as a job of it wrote, and the line that tells so; empty for a queue with several.
+  struct Told {
+    std::string strPort;
+    JobCourse::At at;
+  };
+  std::unordered_map<std::string, Told> portOfQueue;
   std::unordered_map<std::int64_t, std::string> portOfAddress;
 
-  void PrintsOn(const std::string& strQueue, std::string_view port) {
-    const auto [it, bNew] = portOfQueue.emplace(strQueue, port);
-    if (!bNew && it->second != port) it->second.clear();
+  void PrintsOn(const std::string& strQueue, std::string_view port, const JobCourse::At& at) {
+    const auto [it, bNew] = portOfQueue.emplace(strQueue, Told{std::string(port), at});
+    if (!bNew && it->second.strPort != port) it->second.strPort.clear();
   }
   LocalMs llTraced = 0;   // the last line of level T
   LocalMs llInfo = 0;     // of level I
@@ -104,9 +108,10 @@ StoryMachine::Job& StoryMachine::Begin(Process& process, const LogLine& line, st
       Job{JobCourse(std::string(queue), nJob, process.nNumber, Here(), m_bEvents), line.nThread, ++m_nSerial});
   if (thread.pJob != nullptr) pJob->nBefore = thread.pJob->nSerial;
   const auto port = process.portOfQueue.find(std::string(queue));
-  if (port != process.portOfQueue.end() && !port->second.empty()) pJob->course.SetPort(port->second, Here());
+  if (port != process.portOfQueue.end() && !port->second.strPort.empty())
+    pJob->course.SetPort(port->second.strPort, port->second.at);
   process.jobs.push_back(std::move(pJob));
-  thread = {process.jobs.back().get(), true, false, false};
+  thread = {process.jobs.back().get(), true};
   return *process.jobs.back();
 }
 
@@ -117,8 +122,11 @@ void StoryMachine::Finish(Process& process, Job* pJob, bool bOver, LocalMs llEnd
   if (!bOver && process.llTraced != 0 && (!bTraced || process.llLast - process.llTraced >= kLevelsStayMs))
     pJob->course.LevelsChanged();
   Story story = pJob->course.Conclude(bOver, llEnded);
-  for (auto it = process.threads.begin(); it != process.threads.end();)
-    it = it->second.pJob == pJob ? process.threads.erase(it) : std::next(it);
+  for (auto it = process.threads.begin(); it != process.threads.end();) {
+    Thread& thread = it->second;
+    if (thread.pJob == pJob) thread = {.nEnded = thread.nEnded};
+    it = thread.pJob == nullptr && thread.nEnded == 0 && !thread.bOpening ? process.threads.erase(it) : std::next(it);
+  }
   process.jobs.erase(
       std::find_if(process.jobs.begin(), process.jobs.end(), [&](const auto& p) { return p.get() == pJob; }));
   m_sink(std::move(story));
@@ -348,7 +356,7 @@ void StoryMachine::WriteLine(Process& process, Step step, const LogLine& line) {
   if (!pJob->bPortKnown) {
     pJob->bPortKnown = true;
     pJob->course.SetPort(port, Here());
-    process.PrintsOn(pJob->course.story().strQueue, port);
+    process.PrintsOn(pJob->course.story().strQueue, port, Here());
   }
   GoesOn(process, *pJob);
   pJob->course.Take(step, line, Here());
@@ -392,7 +400,7 @@ void StoryMachine::WatchLine(Process& process, Step step, const LogLine& line) {
     thread = {};
     if (nFound == 1) {
       pWatched->bWatched = true;
-      thread = {pWatched, false, true, false};
+      thread = {pWatched, false, true};
       pWatched->course.Take(step, line, Here());
     } else {
       for (const auto& pJob : process.jobs)
@@ -418,17 +426,19 @@ void StoryMachine::EndLine(Process& process, Step step, const LogLine& line) {
     if (it != process.portOfAddress.end()) port = it->second;
   }
   if (nJob <= 0) return;  // whatever is left on a port that is closed
+  const bool bEndedBefore = std::exchange(thread.nEnded, step == Step::EndOnPort ? nJob : 0) == nJob;
   Job* pJob = ById(process, nJob, port, thread);
   if (pJob == nullptr && !port.empty()) pJob = ById(process, nJob, {}, thread);
   if (pJob == nullptr) {
-    ++m_nUnlisted;
+    if (!bEndedBefore) ++m_nUnlisted;
     return;
   }
   GoesOn(process, *pJob);
   if (step == Step::EndOnPort) {
     if (!pJob->bPortKnown) pJob->course.SetPort(port, Here());
     pJob->bPortKnown = true;
-    process.threads[line.nThread] = {pJob};
+    thread.pJob = pJob;
+    thread.bStarting = false;
     pJob->course.Take(step, line, Here());
     if (!pJob->course.IsTraced()) Finish(process, pJob, true, m_llTime);
     return;
@@ -450,11 +460,11 @@ void StoryMachine::PortLine(Process& process, Step step, const LogLine& line) {
       process.bDetails = false;
       break;
     case Step::PortOpened: {
-      process.threads[line.nThread] = {nullptr, false, false, true};
+      process.threads[line.nThread] = {.bOpening = true};
       const std::string_view body = Between(line.message, "[Port:", {});
       const std::size_t nCut = body.rfind("/Printer:");
       if (nCut == std::string_view::npos || !body.ends_with(']')) return;
-      process.PrintsOn(std::string(body.substr(nCut + 9, body.size() - nCut - 10)), body.substr(0, nCut));
+      process.PrintsOn(std::string(body.substr(nCut + 9, body.size() - nCut - 10)), body.substr(0, nCut), Here());
       break;
     }
     case Step::PortMade:

@@ -47,9 +47,10 @@ class StoryMachine {
   struct Process;
   struct Thread {
     Job* pJob = nullptr;
-    bool bStarting = false;  // in the call that starts it
-    bool bWatcher = false;   // its watcher
-    bool bOpening = false;   // in a call that opens a port
+    bool bStarting = false;   // in the call that starts it
+    bool bWatcher = false;    // its watcher
+    bool bOpening = false;    // in a call that opens a port
+    std::int64_t nEnded = 0;  // the job that it ended on a port monitor, until its last page is told of
   };
 
   Process& ProcessOf(std::uint32_t nProcess);
