@@ -142,9 +142,11 @@ std::int64_t NumberAfter(std::string_view text, std::string_view mark, std::int6
   if (bMinus) rest.remove_prefix(1);
   const bool bHex = rest.starts_with("0x");
   if (bHex) rest.remove_prefix(2);
+  // The log's numbers are of 32 bits; what garbage has in their place must not run over when it is added up either.
+  constexpr std::size_t kMostDigits = 12;
   std::int64_t nValue = 0;
   std::size_t n = 0;
-  for (; n < rest.size() && n < 16; ++n) {
+  for (; n < rest.size() && n < kMostDigits; ++n) {
     const auto c = static_cast<unsigned char>(rest[n]);
     const int nDigit = std::isdigit(c) ? c - '0' : bHex && std::isxdigit(c) ? std::tolower(c) - 'a' + 10 : -1;
     if (nDigit < 0) break;
