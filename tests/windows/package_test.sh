@@ -51,7 +51,14 @@ tool="$PWD/prefix/drive_c/Program Files/Kelvane/Language Monitor/lmctl.exe"
 value() { wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | sed -n "s/^ *$2 *REG_[A-Z_]* *//p"; }
 monitor() { value "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\${1:-Kelvane Language Monitor}" Driver; }
 machine_path() { value 'HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment' PATH; }
-spooler() { wine sc query Spooler | tr -d '\r' | sed -n 's/.*STATE.*: [0-9] *\([A-Z]*\).*/\1/p'; }
+state() {  # of a service; a stopped one answers too, so a question without an answer was not asked
+  local answer=
+  for _ in 1 2 3; do
+    [ -n "$answer" ] || answer=$(wine sc query "$1" | tr -d '\r' | sed -n 's/.*STATE.*: [0-9] *\([A-Z]*\).*/\1/p')
+  done
+  echo "$answer"
+}
+spooler() { state Spooler; }
 product_code() { msiinfo export "$1" Property | tr -d '\r' | sed -n 's/^ProductCode\t//p'; }
 install() {  # expected exit status, the low byte of the installer's; arguments
   local expected=$1 got=0
@@ -188,7 +195,7 @@ gone
 is "the spooler" "$(spooler)" RUNNING
 
 # A service that needs the spooler, and one that needs that one.
-dependants() { for service in Needs NeedsMore; do wine sc query $service | tr -d '\r' | sed -n 's/.*STATE.*: [0-9] *\([A-Z]*\).*/\1/p'; done | xargs; }
+dependants() { for service in Needs NeedsMore; do state $service; done | xargs; }
 with_dependants() {  # seconds that the spooler takes to stop
   cp "$files/norvex_srv.exe" prefix/drive_c
   wine sc create Needs binPath= 'C:\norvex_srv.exe' depend= Spooler >/dev/null
