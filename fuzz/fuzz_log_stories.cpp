@@ -57,10 +57,10 @@ struct Teller {
   }
   void Read(bool bWhole) {
     reader.Read(
-        [this](std::string_view line, std::uint32_t nSource, std::uint64_t nLine) {
-          Require(nLine == ++nLines, "line numbers");
-          const lmctl::LogLine parsed = lmctl::ParseLine(line);
-          machine.Line(parsed, lmctl::TimeOf(parsed, reader.Sources()[nSource]), {nSource, nLine});
+        [this](const lmctl::LogReader::Line& line) {
+          Require(line.nLine == ++nLines, "line numbers");
+          const lmctl::LogLine parsed = lmctl::ParseLine(line.text, line.bWhole);
+          machine.Line(parsed, lmctl::TimeOf(parsed, reader.Sources()[line.nSource]), {line.nSource, line.nLine});
         },
         bWhole);
   }

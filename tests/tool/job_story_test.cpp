@@ -72,9 +72,9 @@ std::vector<Story> Read(const TestFolder& folder, std::uint64_t* pUnlisted = nul
   std::vector<Story> stories;
   lmctl::StoryMachine machine([&](Story&& story) { stories.push_back(std::move(story)); }, false);
   reader.Read(
-      [&](std::string_view line, std::uint32_t nSource, std::uint64_t nLine) {
-        const auto parsed = lmctl::ParseLine(line);
-        machine.Line(parsed, lmctl::TimeOf(parsed, reader.Sources()[nSource]), {nSource, nLine});
+      [&](const lmctl::LogReader::Line& line) {
+        const auto parsed = lmctl::ParseLine(line.text, line.bWhole);
+        machine.Line(parsed, lmctl::TimeOf(parsed, reader.Sources()[line.nSource]), {line.nSource, line.nLine});
       },
       true);
   machine.End();
@@ -211,10 +211,49 @@ TEST_F(Stories, AmountsTellOnlyWhatTheyLeaveNoDoubtAbout) {
   EXPECT_EQ(shortOne.outcome, Outcome::Unknown);
 }
 
+TEST_F(Stories, LineThatIsCutOffProvesNothing) {
+  const std::string strTaken =
+      Log().Untraced().Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:USB001, cbBuf:1234]").Text();
+  const auto sent = [](const char* pszAmount) {
+    return Log().Say(1, 'I', "CSdk::Send", std::string("*pdwWritten:") + pszAmount).Text();
+  };
+  const std::string strLoaded = Log().Say(9, 'I', "InitializePrintMonitor2", "[ServerName:x]").Text();
+  const auto bytesOf = [this](const std::string& strText) { return Of(Log().Raw(strText)).at(0).nBytes; };
+  EXPECT_EQ(bytesOf(strTaken + sent("1234") + strLoaded), kUnknown) << "the process is gone: the line may have gone on";
+  EXPECT_EQ(bytesOf(strTaken + sent("1234")), 1234);
+  const std::string strCut = sent("12").substr(0, sent("12").size() - 2);
+  EXPECT_EQ(bytesOf(strTaken + strCut), kUnknown) << "without its end";
+  EXPECT_EQ(bytesOf(strTaken + strCut + Log().Say(2, 'I', "MonReadPort", "[x]", 0x20).Text()), kUnknown) << "glued";
+  EXPECT_EQ(bytesOf(strTaken + "[11/18 09:0\r\n" + sent("1234")), kUnknown) << "in its columns";
+  // What stands behind it on the line counts; a number that may be cut off names nobody.
+  const auto glued = Of(Log().Raw(strCut + Log().Untraced().Start(2, 8).Write(2, "COM1", 5).Text()));
+  EXPECT_EQ(glued.at(0).nBytes, 5);
+  std::uint64_t nUnlisted = 0;
+  File("20261118.log", Log().Untraced().Start(1, 1).Text() + strLoaded);
+  EXPECT_TRUE(Read(m_folder, &nUnlisted).empty());
+  EXPECT_EQ(nUnlisted, 1u);
+  // Brackets that do not close.
+  EXPECT_EQ(Of(Log().Start(1, 7).Say(1, 'E', "MonStartDocPort", "OpenPrinter [err:17")).at(0).nError, kUnknown);
+}
+
+TEST_F(Stories, FileThatIsGoneTakesTheLinesOfRunningJobsAlong) {
+  for (const bool bGone : {false, true}) {
+    File("20261118_090000(500).log",
+         Log().Start(1, 7).Write(1, "COM1", 10).Start(2, 8, "Bar").Write(2, "COM2", 3).End(2, 8).Text());
+    File("20261118.log", Log().At(bGone ? "11/18 10:00(00" : "11/18 09:00(01").Write(1, "COM1", 5).End(1, 7).Text());
+    const auto stories = Read(m_folder);
+    ASSERT_EQ(stories.size(), 2u);
+    EXPECT_EQ(stories[0].nBytes, 3);
+    EXPECT_EQ(stories[1].nBytes, bGone ? kUnknown : 15);
+  }
+}
+
 TEST_F(Stories, JobThatTheSpoolerBeganAgainMayStandTwice) {
   Log log;
   for (const bool bRestarted : {true, false}) {
-    log.Start(1, 7).Write(1, "COM1", 100);
+    log.Start(1, 7).Say(1, 'I', "MonWritePort", "[pszPortName:COM1, cbBuf:100]");
+    log.Say(1, 'T', "MonWritePort", "on SDK [pszPortName:COM1, cbBuf:100]").Say(1, 'T', "CSdk::Send", "cbBuf:100");
+    log.Say(1, 'I', "CSdk::Send", "*pdwWritten:100");
     if (bRestarted) log.Say(1, 'I', "IsCancelJob", "CANCEL,Status:0x00000810");
     log.End(1, 7);
   }
@@ -223,6 +262,7 @@ TEST_F(Stories, JobThatTheSpoolerBeganAgainMayStandTwice) {
   for (const Story& story : stories) neighbours.Add(story);
   for (Story& story : stories) neighbours.Mark(story);
   EXPECT_EQ(stories.at(0).outcome, Outcome::Cancelled);
+  EXPECT_EQ(stories.at(0).maybeTwice, Tri::Yes) << "the spooler prints it again";
   EXPECT_EQ(stories.at(1).byTwice, lmctl::kTwiceRestarted | lmctl::kTwiceSameSize);
   EXPECT_EQ(stories.at(1).maybeTwice, Tri::Yes);
   EXPECT_EQ(stories.at(2).byTwice, 0);
@@ -343,9 +383,11 @@ TEST_F(Stories, FollowingSeesLinesThatCameAndAFileThatWasMovedAside) {
   std::vector<std::string> lines;
   const auto read = [&] {
     reader.Refresh();
-    reader.Read([&](std::string_view line, std::uint32_t,
-                    std::uint64_t nLine) { lines.push_back(std::to_string(nLine) + std::string(line)); },
-                false);
+    reader.Read(
+        [&](const lmctl::LogReader::Line& line) {
+          lines.push_back(std::to_string(line.nLine) + std::string(line.text));
+        },
+        false);
   };
   read();
   EXPECT_EQ(lines.size(), 1u);  // the second line is not whole yet

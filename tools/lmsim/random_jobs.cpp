@@ -11,6 +11,7 @@
 #include "posix/control.h"
 #include "sim/beside.h"
 #include "sim/world.h"
+#include "tools/lmsim/job_truth.h"
 #include "tools/lmsim/story_judge.h"
 #include "tools/lmsim/verdict.h"
 
@@ -52,6 +53,9 @@ struct RandomJob {
   DWORD dwAfterwards = 0;
   DWORD dwEnded = 0;
   sim::PrintResult result;
+  sim::PrintResult again;  // after the spooler restarted it
+  DWORD dwIntruder = 0;    // a job that is started on the port, which may be busy, so long after this one
+  DWORD dwIntrudesAfter = 0;
 
   bool IsCancelled() const { return (dwUserChange & kCancelled) != 0; }
 };
@@ -63,6 +67,8 @@ struct PortPlan {
   HANDLE hPort = nullptr;
   bool bSettingGoesAway = false;  // "AutoReprint" becomes 0 after the first job
   std::vector<RandomJob> jobs;
+  std::vector<Attempt> attempts;
+  std::vector<Attempt> intrusions;  // by threads of their own
 };
 
 std::size_t CountIn(const std::string& strText, const std::string& strPart) {
@@ -77,13 +83,20 @@ class Simulation {
       : m_ullSeed(ullSeed),
         m_random(ullSeed),
         m_others(ullSeed ^ 0xF11E5u),
+        m_more(ullSeed ^ 0xC10C4u),
         m_bHostile(Chance(8)),
         m_bLostWatchers(!m_bHostile && Chance(4)),
         m_bLogHeld(Chance(10)),
         m_bLinks(Chance(6)),
         m_bOthers(m_others() % 8 == 0),
-        m_bTiny(m_others() % 8 == 0) {
+        m_bTiny(m_others() % 8 == 0),
+        m_bRestarts(m_more() % 2 == 0),
+        m_bIntruders(m_more() % 4 == 0),
+        m_bParts(m_more() % 4 == 0),
+        m_bClockSet(!m_bRestarts && m_more() % 4 == 0) {
     w32::SetSeed(ullSeed);
+    // Midnight comes soon. (A clock that is set back over it leaves a log whose lines stand in no order.)
+    if (!m_bClockSet && m_more() % 8 == 0) MoveClock(15 * 3600 - 5);
     // Half of the seeds log everything and have the tool's stories judged; a quarter some levels; the rest changes them.
     constexpr DWORD kMasks[] = {0x012, 0x016, 0x096, 0x112, 0x116, 0x006};
     m_dwMask = ullSeed % 2 == 0 ? 0x596 : ullSeed % 4 == 1 ? kMasks[Pick(6)] : 0;
@@ -110,6 +123,13 @@ class Simulation {
     if (m_bLogHeld) others.push_back(HoldLogMutex(Pick(100'000)));
     if (m_bLinks) others.push_back(MakeLinks());
     if (m_bOthers) others.push_back(MeddleWithFiles());
+    if (m_bClockSet) {
+      const auto dwWait = static_cast<DWORD>(m_more() % 8000);
+      others.push_back(std::make_unique<Beside>([dwWait] {
+        Sleep(dwWait);
+        MoveClock(-3600);
+      }));
+    }
     std::vector<std::unique_ptr<Beside>> threads;
     for (PortPlan& port : m_ports) threads.push_back(std::make_unique<Beside>([this, &port] { PrintJobs(port); }));
     if (!bSharedDevice && Chance(3)) {  // the service goes and comes between the jobs
@@ -167,6 +187,18 @@ class Simulation {
   unsigned Pick(unsigned nBelow) { return static_cast<unsigned>(m_random() % nBelow); }
   bool Chance(unsigned nOneIn) { return Pick(nOneIn) == 0; }
 
+  static void MoveClock(int nSeconds) {
+    FILETIME ft;
+    SYSTEMTIME st;
+    GetLocalTime(&st);
+    SystemTimeToFileTime(&st, &ft);
+    const std::uint64_t ull = (static_cast<std::uint64_t>(ft.dwHighDateTime) << 32 | ft.dwLowDateTime) +
+                              static_cast<std::uint64_t>(nSeconds * 10'000'000LL);
+    ft = {static_cast<DWORD>(ull), static_cast<DWORD>(ull >> 32)};
+    FileTimeToSystemTime(&ft, &st);
+    w32::SetClock(st);
+  }
+
   // Everything random is drawn before the threads start, so that it depends on the seed alone.
   void BuildPort(unsigned n) {
     constexpr const char* kNames[] = {"USB001", "COM2", "IP_3", "USB004"};
@@ -182,7 +214,13 @@ class Simulation {
             : world.AddPrinter(
                   port.strQueue, port.strPort, bOneByte ? kOneByteModel : kModel,
                   {.bOneByteStatus = bOneByte, .cbBuffer = 512 + Pick(8000), .dwBytesPerSecond = 2000 + Pick(30'000)});
-    world.portMonitor.Port(port.strPort).nProtocol = 1;
+    sim::MonitorPort& monitorPort = world.portMonitor.Port(port.strPort);
+    monitorPort.nProtocol = 1;
+    if (m_bParts) {
+      monitorPort.cbMostPerWrite = static_cast<DWORD>(1 + m_more() % 2000);
+      monitorPort.nZeroWrites = static_cast<unsigned>(m_more() % 4);
+      monitorPort.nRefuseWrites = m_more() % 4 == 0 ? 1 : 0;
+    }
     queue.data["AutoReprint"] = sim::Spooler::Dword(1);
     port.bSettingGoesAway = Chance(4);
     if (Chance(2)) {
@@ -220,6 +258,10 @@ class Simulation {
             .Plan({kind, ullAt + Pick(static_cast<unsigned>(std::max<std::size_t>(job.strData.size(), 1))),
                    200 + Pick(6000)});
       }
+      if (m_bIntruders && !m_bHostile) {
+        job.dwIntruder = world.spooler.NewJob(port.strQueue, "RAW");
+        job.dwIntrudesAfter = static_cast<DWORD>(m_more() % 3000);
+      }
       ullAt += job.strData.size();
       port.jobs.push_back(job);
     }
@@ -232,6 +274,13 @@ class Simulation {
     for (RandomJob& job : port.jobs) {
       sim::PrintOptions options;
       options.cbChunk = 1000 + static_cast<DWORD>(nPort) * 700;
+      std::unique_ptr<Beside> pIntruder;
+      if (job.dwIntruder != 0)
+        pIntruder = std::make_unique<Beside>([&] {
+          Sleep(job.dwIntrudesAfter);
+          Intrude(port, job.dwIntruder);
+        });
+      Attempt attempt = BeginAttempt(port, job.dwId, 0);
       std::unique_ptr<sim::Spooler::Running> pRunning;
       {
         const w32::FaultsOn faults(m_bHostile || m_bLostWatchers);  // for the job's thread and its watcher
@@ -253,15 +302,60 @@ class Simulation {
       // what another job asked the printer, which never answers then.
       if (m_bHostile && m_ports.size() == 4 && !pRunning->Wait(kPatienceMs))
         world.spooler.SetStatus(job.dwId, JOB_STATUS_DELETING);
-      job.result = pRunning->Join();
-      job.dwEnded = GetTickCount();
-      world.journal.Add(sim::Format("over: job %u", static_cast<unsigned>(job.dwId)), port.strQueue);
+      attempt.result = pRunning->Join();
+      EndAttempt(port, attempt, port.attempts);
+      job.result = attempt.result;
+      job.dwEnded = attempt.dwEnded;
+      if (m_bRestarts && !m_bHostile && job.dwUserChange == JOB_STATUS_RESTART && job.afterwards == Afterwards::Stays &&
+          (world.spooler.StatusOf(job.dwId) & JOB_STATUS_RESTART) != 0) {
+        world.spooler.ClearStatus(job.dwId, JOB_STATUS_RESTART);
+        Sleep(2);
+        Attempt again = BeginAttempt(port, job.dwId, 1);
+        job.again = again.result = world.spooler.Print(port.hPort, job.dwId, job.strData, options);
+        EndAttempt(port, again, port.attempts);
+      }
       if (port.bSettingGoesAway && job.result.bStarted) {  // the port keeps what its first job found
         sim::Queue* pQueue = world.spooler.FindQueue(port.strQueue);
         const sim::Guard guard(world.spooler.lock);
         pQueue->data["AutoReprint"] = sim::Spooler::Dword(0);
       }
     }
+  }
+
+  Attempt BeginAttempt(const PortPlan& port, DWORD dwId, unsigned nOfJob) {
+    Attempt attempt;
+    attempt.dwId = dwId;
+    attempt.nOfJob = nOfJob;
+    attempt.bOnPortMonitor = OnPortMonitor(port, dwId) != 0;  // before it
+    attempt.llFirst = m_bClockSet ? 0 : LocalNow();
+    NoteBegin(world.journal, port.strQueue, dwId);
+    return attempt;
+  }
+
+  void EndAttempt(const PortPlan& port, Attempt& attempt, std::vector<Attempt>& attempts) {
+    attempt.dwEnded = GetTickCount();
+    attempt.llLast = m_bClockSet ? 0 : LocalNow();
+    NoteEnd(world.journal, port.strQueue, attempt.dwId);
+    attempt.bOnPortMonitor = OnPortMonitor(port, attempt.dwId) > (attempt.bOnPortMonitor ? 1u : 0u);
+    attempts.push_back(attempt);
+  }
+
+  // How often it went to the port monitor.
+  std::size_t OnPortMonitor(const PortPlan& port, DWORD dwId) {
+    const std::string strStart =
+        sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), static_cast<unsigned>(dwId));
+    const auto found = world.journal.Of(strStart);
+    return static_cast<std::size_t>(std::count(found.begin(), found.end(), strStart));
+  }
+
+  // Another job begins on the port: refused while one is in progress, or else over at once.
+  void Intrude(PortPlan& port, DWORD dwId) {
+    Attempt attempt = BeginAttempt(port, dwId, 0);
+    attempt.result.bStarted = world.spooler.StartDoc(port.hPort, dwId);
+    attempt.result.dwError = attempt.result.bStarted ? 0 : GetLastError();
+    if (attempt.result.bStarted) world.spooler.EndDoc(port.hPort);
+    attempt.result.bDelivered = attempt.result.bStarted;
+    EndAttempt(port, attempt, port.intrusions);
   }
 
   // Another process that has the log's mutex and does not give it back for a while.
@@ -350,11 +444,6 @@ class Simulation {
     world.spooler.ClosePort(port.hPort);
   }
 
-  bool Happened(const std::string& strText) {
-    const auto found = world.journal.Of(strText);
-    return std::find(found.begin(), found.end(), strText) != found.end();
-  }
-
   void Check(const PortPlan& port) {
     std::string strArchive;
     for (const auto& [strName, strBytes] : sim::World::ArchivedFiles(port.strRoot)) strArchive += strBytes;
@@ -364,13 +453,13 @@ class Simulation {
       verdict.About(sim::Format("job %u on %s", static_cast<unsigned>(job.dwId), port.strPort.c_str()));
       const sim::Job& spooled = *world.spooler.FindJob(job.dwId);
       if (!spooled.bGone) {
-        verdict.Equal(spooled.nSentToPrinter, job.result.bStarted ? 1u : 0u, "reports of its data");
-        verdict.Equal(spooled.nLastPageEjected, job.result.bStarted ? 1u : 0u, "reports of its last page");
+        const unsigned nStarted = (job.result.bStarted ? 1u : 0u) + (job.again.bStarted ? 1u : 0u);
+        verdict.Equal(spooled.nSentToPrinter, nStarted, "reports of its data");
+        verdict.Equal(spooled.nLastPageEjected, nStarted, "reports of its last page");
       }
       verdict.AtMost(job.result.nMostOffers, kMostOffers, "offers of one buffer");
       verdict.Holds(job.result.bStarted || job.result.dwError != 0, "a refusal has a code");
-      const bool bOnPortMonitor =
-          Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), static_cast<unsigned>(job.dwId)));
+      const bool bOnPortMonitor = OnPortMonitor(port, job.dwId) != 0;
       if (job.IsCancelled() && job.result.bStarted && !bOnPortMonitor) CheckCancelled(port, job);
       if (job.IsCancelled() || !job.result.bDelivered) continue;
       if (!strArchive.empty() && !m_bLinks && !m_bOthers && !m_bTiny) {
@@ -395,48 +484,29 @@ class Simulation {
   void JudgeStories() {
     std::vector<JobTruth> truths;
     for (const PortPlan& port : m_ports) {
-      for (const RandomJob& job : port.jobs) {
-        const auto id = static_cast<unsigned>(job.dwId);
-        JobTruth truth;
-        truth.nJob = id;
-        truth.strQueue = port.strQueue;
-        truth.strPort = port.strPort;
-        truth.bStarted = job.result.bStarted;
-        truth.bDelivered = job.result.bDelivered;
-        truth.dwError = job.result.dwError;
-        truth.nBytes = static_cast<std::int64_t>(job.result.ullDelivered);
-        truth.bOnPortMonitor = Happened(sim::Format("port StartDocPort %s job=%u", port.strPort.c_str(), id));
-        truth.bMayBeCancelled = (job.IsCancelled() && !truth.bOnPortMonitor) || job.afterwards == Afterwards::Leaves;
-        bool bEnding = false;
-        DWORD dwChanged = 0;
-        std::uint64_t ullResent = 0;
-        unsigned nRestOfQuestion = 0;
-        for (const sim::Journal::Event& event : world.journal.EventsOf(port.strQueue)) {
-          unsigned nTaken = 0, nOffered = 0, nTimeout = 0;
-          if (event.strText == sim::Format("SetJob %u sent-to-printer", id)) bEnding = true;
-          if (event.strText == sim::Format("over: job %u", id)) break;
-          if (event.strText.starts_with(sim::Format("user changes job %u:", id))) dwChanged = event.dwTime;
-          if (!bEnding) continue;
-          if (event.strText.starts_with("sdk SDK_SET_RESET")) ullResent = 0;
-          if (std::sscanf(event.strText.c_str(), "sdk send %u/%u timeout=%u", &nTaken, &nOffered, &nTimeout) != 3)
-            continue;
-          // A question goes on where a part of it was taken.
-          if (nTimeout != 10'000 || nOffered != nRestOfQuestion)
-            truth.bConfirmed = nTimeout == 10'000 && (nOffered == 6 || nOffered == 2);
-          nRestOfQuestion = nTimeout == 10'000 ? nOffered - nTaken : 0;
-          if (nTimeout != 10'000) ullResent += nTaken;
-          if (nTimeout != 10'000 && ullResent == job.result.ullDelivered) ++truth.nReprints;
+      const std::vector<sim::Journal::Event> events = world.journal.EventsOf(port.strQueue);
+      for (const Attempt& attempt : port.intrusions)
+        truths.push_back(TruthOf(attempt, port.strQueue, port.strPort, events));
+      for (const Attempt& attempt : port.attempts) {
+        JobTruth truth = TruthOf(attempt, port.strQueue, port.strPort, events);
+        const auto it = std::find_if(port.jobs.begin(), port.jobs.end(),
+                                     [&](const RandomJob& job) { return job.dwId == attempt.dwId; });
+        if (attempt.nOfJob == 0) {
+          truth.bMayBeCancelled = (it->IsCancelled() && !truth.bOnPortMonitor) || it->afterwards == Afterwards::Leaves;
+          truth.bMustBeCancelled = truth.bMayBeCancelled && truth.bStarted && truth.dwChanged != 0 &&
+                                   !m_bLostWatchers && it->afterwards == Afterwards::Stays &&
+                                   truth.dwChanged + 1000 < attempt.dwEnded;
+        } else if (truth.ullSent != 0 && truths.back().ullSent != 0) {
+          truth.bCameAgain = truths.back().bCameAgain = true;
         }
-        truth.bMustBeCancelled = truth.bMayBeCancelled && job.result.bStarted && dwChanged != 0 && !m_bLostWatchers &&
-                                 job.afterwards == Afterwards::Stays && dwChanged + 1000 < job.dwEnded;
         truths.push_back(truth);
       }
     }
-    const bool bLinesLost = m_bLogHeld || m_bLinks || m_bOthers;
+    const JudgedLog log = {sim::World::LogText(), m_bLogHeld || m_bLinks || m_bOthers, m_bClockSet};
     if (m_dwMask == 0x596) {
-      JudgeAtEveryMask(sim::World::LogText(), truths, bLinesLost, static_cast<unsigned>(m_ullSeed), verdict);
+      JudgeAtEveryMask(log, truths, static_cast<unsigned>(m_ullSeed), verdict);
     } else {
-      JudgeOne(sim::World::LogText(), truths, bLinesLost, verdict);
+      JudgeOne(log, truths, verdict);
     }
   }
 
@@ -512,6 +582,7 @@ class Simulation {
   const std::uint64_t m_ullSeed;
   std::mt19937_64 m_random;
   std::mt19937_64 m_others;  // of its own, so that a new mishap leaves the other worlds as they were
+  std::mt19937_64 m_more;    // and another one
   const bool m_bHostile;     // platform calls fail at random: nothing may crash, hang or leak, and no more is asked for
   DWORD m_dwMask = 0;        // levels that are logged throughout; 0: they change
   const bool m_bLostWatchers;
@@ -520,6 +591,10 @@ class Simulation {
   const bool m_bOthers;
   const bool
       m_bTiny;  // jobs of no bytes to eight, as short as what the printer is asked: only their stories are looked at
+  const bool m_bRestarts;   // the spooler prints again what the user restarts
+  const bool m_bIntruders;  // jobs are started on ports that are busy
+  const bool m_bParts;      // the port monitor takes writes in part, or not at all
+  const bool m_bClockSet;   // back, by an hour
   std::vector<PortPlan> m_ports;
   std::string m_strFirstModel;
   std::vector<std::string> m_places = {sim::World::LogFolder(), "C:\\ProgramData\\Kelvane\\Logs"};

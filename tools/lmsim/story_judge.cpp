@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <functional>
 #include <map>
 #include <new>
 #include <random>
 #include <string_view>
 
+#include "tools/lmctl/story/neighbours.h"
 #include "tools/lmctl/story/story_machine.h"
 
 using lmctl::Claim;
@@ -38,14 +41,21 @@ struct Told {
   std::uint64_t nLines = 0;
 };
 
-// bShown: whether a line is there.
+// bShown: whether a line is there. fileOf: in which file, by its number.
 template <class Shown>
-Told StoriesOf(const std::vector<lmctl::LogLine>& lines, Shown&& bShown) {
+Told StoriesOf(const std::vector<lmctl::LogLine>& lines, Shown&& bShown,
+               const std::function<std::uint32_t(std::uint64_t)>& fileOf = {}) {
   Told told;
   lmctl::StoryMachine machine([&](Story&& story) { told.stories.push_back(std::move(story)); }, false);
-  for (const lmctl::LogLine& line : lines)
-    if (bShown(line)) machine.Line(line, line.Time(2026, 11), {0, ++told.nLines});
+  for (const lmctl::LogLine& line : lines) {
+    if (!bShown(line)) continue;
+    const std::uint32_t nFile = fileOf ? fileOf(static_cast<std::uint64_t>(&line - lines.data())) : 0;
+    machine.Line(line, line.Time(2026, 11), {nFile, ++told.nLines});
+  }
   machine.End();
+  lmctl::Neighbours neighbours;
+  for (const Story& story : told.stories) neighbours.Add(story);
+  for (Story& story : told.stories) neighbours.Mark(story);
   return told;
 }
 
@@ -67,22 +77,24 @@ Outcome Expected(const JobTruth& truth) {
   return truth.bConfirmed ? Outcome::Confirmed : Outcome::Printed;
 }
 
-void JudgeStory(const Story& story, const JobTruth& truth, bool bExact, std::uint64_t nLines, Verdict& verdict) {
+void JudgeStory(const Story& story, const JobTruth& truth, bool bExact, bool bClockSet, std::uint64_t nLines,
+                Verdict& verdict) {
   for (std::size_t n = 0; n < lmctl::kClaims; ++n) {
     const auto claim = static_cast<Claim>(n);
     if (!story.IsTold(claim)) continue;
     ++ClaimCounts::Get().judged;
     const bool bNeedsProof = !(claim == Claim::Ended && story.llEnded == 0) &&
+                             !(claim == Claim::Path && story.path == Path::Unknown) &&
                              !(claim == Claim::Error && story.nError == kUnknown) &&
                              !(claim == Claim::Response && story.strResponse.empty());
     if (bNeedsProof)
       verdict.Holds(story.Proof(claim).nLine != 0 && story.Proof(claim).nLine <= nLines,
                     std::string(lmctl::ClaimName(claim)) + " stands on a line");
   }
-  if (bExact) verdict.Holds(story.bOver && story.llEnded >= story.llStarted, "it has an end");
-  verdict.Equal(story.strQueue, truth.strQueue, "queue");
+  if (bExact) verdict.Holds(story.bOver && (bClockSet || story.llEnded >= story.llStarted), "it has an end");
+  if (story.llEnded != 0 && truth.llLast != 0) verdict.Holds(story.llEnded <= truth.llLast, "its end");
   if (!story.strPort.empty() || bExact) verdict.Equal(story.strPort, truth.strPort, "port");
-  if (truth.bStarted && (story.path != Path::Unknown || bExact))
+  if (story.path != Path::Unknown || (bExact && truth.bStarted))
     verdict.Equal(story.path, truth.bOnPortMonitor ? Path::PortMonitor : Path::Device, "path");
   if (story.nError > 0 && !truth.bStarted) verdict.Equal(story.nError, truth.dwError, "error");
   // Of a job without an end the log shows what it shows. (Lines that are still held when it is read tell nothing, not even that
@@ -104,20 +116,36 @@ void JudgeStory(const Story& story, const JobTruth& truth, bool bExact, std::uin
   if (story.maybeTwice == Tri::No) verdict.Equal(truth.nReprints, 0, "reprints of what cannot stand twice");
 }
 
-void Judge(const Told& told, const std::vector<JobTruth>& truths, const std::string& strLevels, bool bLinesLost,
+// Whether a story is of this attempt.
+bool IsOf(const Story& story, const JobTruth& truth) {
+  return story.nJob == truth.nJob && story.strQueue == truth.strQueue &&
+         (truth.llFirst == 0 || (story.llStarted >= truth.llFirst && story.llStarted <= truth.llLast));
+}
+
+void Judge(const Told& told, const std::vector<JobTruth>& truths, const std::string& strLevels, const JudgedLog& log,
            Verdict& verdict) {
   const bool bAllLevels = strLevels == kLetters;  // every member must be told then
+  for (const Story& story : told.stories) {
+    const bool bKnown = std::any_of(truths.begin(), truths.end(), [&](const JobTruth& t) { return IsOf(story, t); });
+    if (bKnown) continue;
+    verdict.About("the story of job " + std::to_string(story.nJob) + " at " + strLevels);
+    verdict.Holds(false, "there was such a job on " + story.strQueue);
+  }
   for (const JobTruth& truth : truths) {
     verdict.About("the story of job " + std::to_string(truth.nJob) + " at " + strLevels);
     const auto it =
-        std::find_if(told.stories.begin(), told.stories.end(), [&](const Story& s) { return s.nJob == truth.nJob; });
+        std::find_if(told.stories.begin(), told.stories.end(), [&](const Story& s) { return IsOf(s, truth); });
     if (it != told.stories.end()) {
-      JudgeStory(*it, truth, bAllLevels && !bLinesLost, told.nLines, verdict);
+      const bool bShownAgain = std::any_of(told.stories.begin(), told.stories.end(), [&](const Story& s) {
+        return &s != &*it && s.nJob == it->nJob && s.nLife == it->nLife && s.strQueue == it->strQueue;
+      });
+      if (truth.bCameAgain && bShownAgain) verdict.Holds(it->maybeTwice != Tri::No, "it may stand twice");
+      JudgeStory(*it, truth, bAllLevels && !log.bLinesLost, log.bClockSet, told.nLines, verdict);
     } else {
-      verdict.Holds(!bAllLevels || bLinesLost, "it is told");
+      verdict.Holds(!bAllLevels || log.bLinesLost, "it is told");
     }
     const auto* const pMask = std::find(std::begin(ClaimCounts::kMasks), std::end(ClaimCounts::kMasks), strLevels);
-    if (pMask == std::end(ClaimCounts::kMasks) || bLinesLost) continue;
+    if (pMask == std::end(ClaimCounts::kMasks) || log.bLinesLost) continue;
     const auto nMask = static_cast<std::size_t>(pMask - std::begin(ClaimCounts::kMasks));
     ClaimCounts& counts = ClaimCounts::Get();
     ++counts.jobs[nMask];
@@ -132,10 +160,12 @@ std::vector<lmctl::LogLine> Parsed(const std::string& strLog) {
   return parsed;
 }
 
+bool All(const lmctl::LogLine&) { return true; }
+
 // Levels that change while the log is written, each time for as long as the monitor keeps them; all of them are on at first, so
 // that the log shows that they changed.
-void JudgeChangingLevels(const std::vector<lmctl::LogLine>& lines, const std::vector<JobTruth>& truths, bool bLinesLost,
-                         unsigned nSeed, Verdict& verdict) {
+void JudgeChangingLevels(const std::vector<lmctl::LogLine>& lines, const std::vector<JobTruth>& truths,
+                         const JudgedLog& log, unsigned nSeed, Verdict& verdict) {
   constexpr lmctl::LocalMs kStayMs = 15'000;
   std::mt19937 random(nSeed);
   unsigned nMask = kAllMasks - 1;
@@ -150,7 +180,7 @@ void JudgeChangingLevels(const std::vector<lmctl::LogLine>& lines, const std::ve
     }
     return IsIn(nMask, line.cLevel);
   });
-  Judge(told, truths, "levels that change", bLinesLost, verdict);
+  Judge(told, truths, "levels that change", log, verdict);
 }
 
 // The same log, as threads of a pool would have left it: each call on whichever thread is free, whose number was another job's
@@ -198,15 +228,15 @@ std::vector<lmctl::LogLine> OnPooledThreads(std::vector<lmctl::LogLine> lines, u
 }
 
 // (On such threads, where the start of a job is lost, what it goes on to say may be anybody's: a log with holes is not judged.)
-void JudgePool(const std::vector<lmctl::LogLine>& lines, const std::vector<JobTruth>& truths, unsigned nSeed,
-               Verdict& verdict) {
+void JudgePool(const std::vector<lmctl::LogLine>& lines, const std::vector<JobTruth>& truths, const JudgedLog& log,
+               unsigned nSeed, Verdict& verdict) {
   const std::vector<lmctl::LogLine> pooled = OnPooledThreads(lines, nSeed);
   for (const std::string_view levels :
        {kLetters, std::string_view("EWIT"), std::string_view("IT"), std::string_view("EIDT")}) {
     const Told told = StoriesOf(pooled, [&](const lmctl::LogLine& line) {
       return line.kind != lmctl::LineKind::Call || levels.find(line.cLevel) != std::string_view::npos;
     });
-    Judge(told, truths, levels == kLetters ? std::string(levels) : std::string(levels) + " on threads of a pool", false,
+    Judge(told, truths, levels == kLetters ? std::string(levels) : std::string(levels) + " on threads of a pool", log,
           verdict);
   }
 }
@@ -224,6 +254,48 @@ std::vector<lmctl::LogLine> WithAHole(std::vector<lmctl::LogLine> lines, unsigne
   lines.erase(lines.begin() + nAt, lines.begin() + nEnd);
   lines.insert(lines.begin() + nAt, lmctl::ParseLine("<=== Log output here failed"));
   return lines;
+}
+
+// What a process leaves that dies while it writes a line; the next one ends that line, or it has none.
+void JudgeDeath(const JudgedLog& log, const std::vector<JobTruth>& truths, unsigned nSeed, Verdict& verdict) {
+  std::mt19937 random(nSeed);
+  const std::size_t nEnd = random() % (log.strText.size() + 1);
+  JudgedLog cut = {log.strText.substr(0, nEnd), true, log.bClockSet};
+  std::vector<lmctl::LogLine> lines;
+  for (const std::string_view line : LinesOf(cut.strText))
+    lines.push_back(lmctl::ParseLine(line, line.data() + line.size() < cut.strText.data() + cut.strText.size()));
+  for (const char* pszLevels : {"EWIDT", "EWI", "IT"}) {
+    const auto bShown = [&](const lmctl::LogLine& line) {
+      return line.kind != lmctl::LineKind::Call || std::strchr(pszLevels, line.cLevel) != nullptr;
+    };
+    const std::string strAt = std::string(" at ") + pszLevels;
+    Judge(StoriesOf(lines, bShown), truths, "a log that was cut off" + strAt, cut, verdict);
+    // The next process, or somebody's editor, or none: lines that follow at once.
+    for (const char* pszBetween : {"\r\n", ""}) {
+      const std::string strBoth = cut.strText + pszBetween + log.strText;
+      Judge(StoriesOf(Parsed(strBoth), bShown), truths, "a process that died" + strAt, cut, verdict);
+    }
+  }
+}
+
+// Days and rotated files: where they are all there nothing changes; one that is gone takes its lines along.
+void JudgeFiles(const std::vector<lmctl::LogLine>& lines, const std::vector<JobTruth>& truths, const JudgedLog& log,
+                unsigned nSeed, Verdict& verdict) {
+  if (lines.empty()) return;
+  std::mt19937 random(nSeed);
+  const std::uint64_t nFirst = random() % lines.size();
+  std::uint64_t nSecond = nFirst;  // a file takes its time
+  const lmctl::LocalMs llFirst = lines[nFirst].Time(2026, 11);
+  while (nSecond < lines.size() && lines[nSecond].Time(2026, 11) <= llFirst + 61'000) ++nSecond;
+  const auto fileOf = [&](std::uint64_t n) { return n < nFirst ? 0u : n < nSecond ? 1u : 2u; };
+  Judge(StoriesOf(lines, All, fileOf), truths, std::string(kLetters), log, verdict);
+  if (lines[nFirst].kind != lmctl::LineKind::Call || nSecond == lines.size()) return;
+  const auto bThere = [&](const lmctl::LogLine& line) {
+    return fileOf(static_cast<std::uint64_t>(&line - lines.data())) != 1;
+  };
+  JudgedLog less = log;
+  less.bLinesLost = true;
+  Judge(StoriesOf(lines, bThere, fileOf), truths, "a file that is gone", less, verdict);
 }
 
 }  // namespace
@@ -249,19 +321,21 @@ void ClaimCounts::Print() const {
   }
 }
 
-void JudgeAtEveryMask(const std::string& strLog, const std::vector<JobTruth>& truths, bool bLinesLost, unsigned nSeed,
-                      Verdict& verdict) {
-  const std::vector<lmctl::LogLine> lines = Parsed(strLog);
+void JudgeAtEveryMask(const JudgedLog& log, const std::vector<JobTruth>& truths, unsigned nSeed, Verdict& verdict) {
+  const std::vector<lmctl::LogLine> lines = Parsed(log.strText);
   for (unsigned nMask = 0; nMask < kAllMasks; ++nMask) {
     const Told told = StoriesOf(lines, [&](const lmctl::LogLine& line) {
       return line.kind != lmctl::LineKind::Call || IsIn(nMask, line.cLevel);
     });
-    Judge(told, truths, NameOf(nMask), bLinesLost, verdict);
+    Judge(told, truths, NameOf(nMask), log, verdict);
   }
-  for (unsigned n = 0; n < 4; ++n) JudgeChangingLevels(lines, truths, bLinesLost, nSeed * 4 + n, verdict);
-  const auto all = [](const lmctl::LogLine&) { return true; };
-  if (!bLinesLost) JudgePool(lines, truths, nSeed, verdict);
-  Judge(StoriesOf(WithAHole(lines, nSeed), all), truths, "a log with a hole", true, verdict);
+  for (unsigned n = 0; n < 4; ++n) JudgeChangingLevels(lines, truths, log, nSeed * 4 + n, verdict);
+  if (!log.bLinesLost) JudgePool(lines, truths, log, nSeed, verdict);
+  JudgedLog less = log;
+  less.bLinesLost = true;
+  Judge(StoriesOf(WithAHole(lines, nSeed), All), truths, "a log with a hole", less, verdict);
+  JudgeDeath(log, truths, nSeed, verdict);
+  JudgeFiles(lines, truths, log, nSeed, verdict);
   // The process begins anew under its number, with the same numbers of threads and jobs, and the clock was set back.
   std::vector<lmctl::LogLine> twice = lines;
   twice.insert(twice.end(), lines.begin(), lines.end());
@@ -269,14 +343,12 @@ void JudgeAtEveryMask(const std::string& strLog, const std::vector<JobTruth>& tr
     Told told = StoriesOf(twice, [&](const lmctl::LogLine& line) {
       return line.kind != lmctl::LineKind::Call || levels.find(line.cLevel) != std::string_view::npos;
     });
-    Judge(told, truths, "a process that comes again", bLinesLost, verdict);
+    Judge(told, truths, "a process that comes again", log, verdict);
     std::reverse(told.stories.begin(), told.stories.end());
-    Judge(told, truths, "a process that came again", bLinesLost, verdict);
+    Judge(told, truths, "a process that came again", log, verdict);
   }
 }
 
-void JudgeOne(const std::string& strLog, const std::vector<JobTruth>& truths, bool bLinesLost, Verdict& verdict) {
-  const std::vector<lmctl::LogLine> lines = Parsed(strLog);
-  Judge(StoriesOf(lines, [](const lmctl::LogLine&) { return true; }), truths, "the levels that were on", bLinesLost,
-        verdict);
+void JudgeOne(const JudgedLog& log, const std::vector<JobTruth>& truths, Verdict& verdict) {
+  Judge(StoriesOf(Parsed(log.strText), All), truths, "the levels that were on", log, verdict);
 }

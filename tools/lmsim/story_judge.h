@@ -7,23 +7,8 @@
 #include <vector>
 
 #include "tools/lmctl/story/story.h"
+#include "tools/lmsim/job_truth.h"
 #include "tools/lmsim/verdict.h"
-
-// What the world knows of a job.
-struct JobTruth {
-  long long nJob = 0;
-  std::string strQueue;
-  std::string strPort;
-  bool bStarted = false;
-  bool bDelivered = false;
-  bool bOnPortMonitor = false;
-  bool bMayBeCancelled = false;   // the user deleted or restarted it
-  bool bMustBeCancelled = false;  // … and the monitor had the time to see it
-  bool bConfirmed = false;        // the last that the printer was asked is to confirm it
-  unsigned dwError = 0;
-  std::int64_t nBytes = 0;
-  std::int64_t nReprints = 0;
-};
 
 // How many claims of each kind were told, at some combinations of levels: silence is no way out. Of all processes that judge.
 struct ClaimCounts {
@@ -36,9 +21,15 @@ struct ClaimCounts {
   void Print() const;
 };
 
+// A log, and what is known about it.
+struct JudgedLog {
+  std::string strText;
+  bool bLinesLost = false;  // lines may be missing
+  bool bClockSet = false;   // the clock was set back meanwhile
+};
+
 // Judges what is told of a log in which every level is on: of the whole log, of what every other combination of levels would have
-// left of it, and of one whose levels change. bLinesLost: lines may be missing.
-void JudgeAtEveryMask(const std::string& strLog, const std::vector<JobTruth>& truths, bool bLinesLost, unsigned nSeed,
-                      Verdict& verdict);
+// left of it, and of what is left when levels change, lines are cut off, files are gone or a process dies.
+void JudgeAtEveryMask(const JudgedLog& log, const std::vector<JobTruth>& truths, unsigned nSeed, Verdict& verdict);
 // … and of a log of some levels.
-void JudgeOne(const std::string& strLog, const std::vector<JobTruth>& truths, bool bLinesLost, Verdict& verdict);
+void JudgeOne(const JudgedLog& log, const std::vector<JobTruth>& truths, Verdict& verdict);

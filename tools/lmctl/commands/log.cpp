@@ -40,8 +40,9 @@ int ShowLog(const Options& options) {
   const bool bColour = WantsColour();
   LogReader reader(options.logs);
   std::uint64_t nRead = 0;
-  const auto show = [&](std::string_view line, std::uint32_t, std::uint64_t) {
+  const auto show = [&](const LogReader::Line& read) {
     ++nRead;
+    std::string_view line = read.text;
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     const char cLevel = LevelOf(line);
     // Once levels are named, only whole lines of theirs are shown: no heads of files, no records of what came before an error.

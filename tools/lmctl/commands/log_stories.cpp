@@ -53,16 +53,16 @@ StoryReader::StoryReader(const Options& options, StoryMachine::Sink sink, bool b
 void StoryReader::Read(bool bWhole) {
   Progress progress("reading the log");
   m_reader.Read(
-      [&](std::string_view line, std::uint32_t nSource, std::uint64_t nLine) {
-        const LogLine parsed = ParseLine(line);
+      [&](const LogReader::Line& line) {
+        const LogLine parsed = ParseLine(line.text, line.bWhole);
         if (parsed.kind == LineKind::Other) return;
-        if (parsed.kind == LineKind::Call) m_before = parsed;
-        if (parsed.kind == LineKind::LostNote)
+        if (parsed.kind == LineKind::LostNote || parsed.bLostBefore)
           m_lossMarks.push_back("lost " + std::to_string(m_before.nMonth) + "/" + std::to_string(m_before.nDay) + " " +
                                 std::to_string(m_before.nMsOfDay) + " " + std::to_string(m_before.nProcess) + " " +
                                 std::to_string(m_before.nThread));
-        m_machine.Line(parsed, parsed.kind == LineKind::Call ? TimeOf(parsed, m_reader.Sources()[nSource]) : 0,
-                       {nSource, nLine});
+        if (parsed.kind == LineKind::Call) m_before = parsed;
+        m_machine.Line(parsed, parsed.kind == LineKind::Call ? TimeOf(parsed, m_reader.Sources()[line.nSource]) : 0,
+                       {line.nSource, line.nLine});
       },
       bWhole, [&](std::uint64_t ullDone, std::uint64_t ullTotal) { progress.Show(ullDone, ullTotal); });
 }

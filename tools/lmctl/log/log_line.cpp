@@ -1,5 +1,6 @@
 #include "tools/lmctl/log/log_line.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 
@@ -52,6 +53,61 @@ constexpr std::size_t kLevelAt = 44;
 constexpr std::size_t kTagAt = 49;
 constexpr std::size_t kRoutineAt = 59;
 constexpr std::string_view kTag = "DRV_LM ] \t";
+constexpr std::string_view kTimeEnd = ")]\t[";  // behind a line's time, which takes so many characters:
+constexpr std::size_t kTimeEndAt = 19;
+
+bool HasTime(std::string_view line) {
+  int n = 0;
+  const char* const p = line.data();
+  return line.size() > kRoutineAt && p[0] == '[' && p[3] == '/' && p[9] == ':' && Digits(p + 1, 2, n) &&
+         Digits(p + 4, 2, n) && Digits(p + 13, 2, n);
+}
+
+// Where another line begins behind the rest of one that was cut off; npos: nowhere.
+std::size_t LineInside(std::string_view line) {
+  for (std::size_t nAt = line.find(kTimeEnd, kTimeEndAt + 1); nAt != std::string_view::npos;
+       nAt = line.find(kTimeEnd, nAt + 1))
+    if (nAt > kTimeEndAt && HasTime(line.substr(nAt - kTimeEndAt))) return nAt - kTimeEndAt;
+  return std::string_view::npos;
+}
+
+LogLine ParseAlone(std::string_view line) {
+  LogLine parsed;
+  while (!line.empty() && line.front() == '*') {
+    parsed.bHeld = true;
+    line.remove_prefix(1);
+  }
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  if (line.starts_with("<=== Log output here failed")) parsed.kind = LineKind::LostNote;
+  if (line.size() < 2 || line[0] != '[' || line[1] < '0' || line[1] > '9') return parsed;
+  if (line.size() <= kRoutineAt) {  // cut off within its columns
+    parsed.kind = LineKind::LostNote;
+    return parsed;
+  }
+  const char* p = line.data();
+  int nMonth = 0, nDay = 0, nHour = 0, nMinute = 0, nSecond = 0, nMs = 0;
+  if (p[3] != '/' || p[21] != '\t' || p[22] != '[' || p[42] != '\t' || p[43] != '[' || p[48] != '[') return parsed;
+  if (!Digits(p + 1, 2, nMonth) || !Digits(p + 4, 2, nDay) || !Digits(p + 7, 2, nHour) || !Digits(p + 10, 2, nMinute) ||
+      !Digits(p + 13, 2, nSecond) || !Digits(p + 16, 3, nMs))
+    return parsed;
+  if (nMonth < 1 || nMonth > 12 || nDay < 1 || nDay > 31 || nHour > 23 || nMinute > 59 || nSecond > 59) return parsed;
+  if (!Hex8(p + kProcessAt, parsed.nProcess) || !Hex8(p + kThreadAt, parsed.nThread)) return parsed;
+  if (line.compare(kTagAt, kTag.size(), kTag) != 0) return parsed;
+  const std::size_t nOpen = line.find('(', kRoutineAt);
+  const std::size_t nTab = nOpen == std::string_view::npos ? nOpen : line.find(") \t", nOpen);
+  if (nTab == std::string_view::npos) {  // cut off before its message
+    parsed.kind = LineKind::LostNote;
+    return parsed;
+  }
+  parsed.kind = LineKind::Call;
+  parsed.nMonth = static_cast<std::uint8_t>(nMonth);
+  parsed.nDay = static_cast<std::uint8_t>(nDay);
+  parsed.nMsOfDay = static_cast<std::uint32_t>(((nHour * 60 + nMinute) * 60 + nSecond) * 1000 + nMs);
+  parsed.cLevel = p[kLevelAt];
+  parsed.routine = line.substr(kRoutineAt, nOpen - kRoutineAt);
+  parsed.message = line.substr(nTab + 3);
+  return parsed;
+}
 
 }  // namespace
 
@@ -85,34 +141,21 @@ LocalMs LogLine::Time(int nFileYear, int nFileMonth) const {
   return DaysOf(nYear, nMonth, nDay) * kDayMs + nMsOfDay;
 }
 
-LogLine ParseLine(std::string_view line) {
+LogLine ParseLine(std::string_view line, bool bWhole) {
   LogLine parsed;
-  while (!line.empty() && line.front() == '*') {
-    parsed.bHeld = true;
-    line.remove_prefix(1);
-  }
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  if (line.starts_with("<=== Log output here failed")) parsed.kind = LineKind::LostNote;
-  if (line.size() <= kRoutineAt || line[0] != '[') return parsed;
-  const char* p = line.data();
-  int nMonth = 0, nDay = 0, nHour = 0, nMinute = 0, nSecond = 0, nMs = 0;
-  if (p[3] != '/' || p[21] != '\t' || p[22] != '[' || p[42] != '\t' || p[43] != '[' || p[48] != '[') return parsed;
-  if (!Digits(p + 1, 2, nMonth) || !Digits(p + 4, 2, nDay) || !Digits(p + 7, 2, nHour) || !Digits(p + 10, 2, nMinute) ||
-      !Digits(p + 13, 2, nSecond) || !Digits(p + 16, 3, nMs))
+  if (!bWhole) {
+    if (!line.empty()) parsed.kind = LineKind::LostNote;
     return parsed;
-  if (nMonth < 1 || nMonth > 12 || nDay < 1 || nDay > 31 || nHour > 23 || nMinute > 59 || nSecond > 59) return parsed;
-  if (!Hex8(p + kProcessAt, parsed.nProcess) || !Hex8(p + kThreadAt, parsed.nThread)) return parsed;
-  if (line.compare(kTagAt, kTag.size(), kTag) != 0) return parsed;
-  const std::size_t nOpen = line.find('(', kRoutineAt);
-  const std::size_t nTab = nOpen == std::string_view::npos ? nOpen : line.find(") \t", nOpen);
-  if (nTab == std::string_view::npos) return parsed;  // cut short in the middle
-  parsed.kind = LineKind::Call;
-  parsed.nMonth = static_cast<std::uint8_t>(nMonth);
-  parsed.nDay = static_cast<std::uint8_t>(nDay);
-  parsed.nMsOfDay = static_cast<std::uint32_t>(((nHour * 60 + nMinute) * 60 + nSecond) * 1000 + nMs);
-  parsed.cLevel = p[kLevelAt];
-  parsed.routine = line.substr(kRoutineAt, nOpen - kRoutineAt);
-  parsed.message = line.substr(nTab + 3);
+  }
+  // One tab is left behind a line's columns, before its message.
+  const std::size_t nFirst = std::min(line.find_first_not_of('*'), line.size());
+  const bool bTabs = line.find('\t', std::min(line.size(), nFirst + kRoutineAt)) != line.rfind('\t');
+  const std::size_t nInside =
+      nFirst < line.size() && line[nFirst] == '[' && !bTabs ? std::string_view::npos : LineInside(line.substr(nFirst));
+  if (nInside == std::string_view::npos) return ParseAlone(line);
+  parsed = ParseAlone(line.substr(nFirst + nInside));
+  parsed.bLostBefore = true;
+  if (parsed.kind == LineKind::Other) parsed.kind = LineKind::LostNote;
   return parsed;
 }
 

@@ -17,13 +17,14 @@ LocalParts Split(LocalMs llTime);
 
 enum class LineKind {
   Call,      // a call of this system, all columns there
-  LostNote,  // lines were lost here
+  LostNote,  // lines were lost here: the log says so, or one was cut off
   Other,     // header, trace record, another module's line, garbage
 };
 
 struct LogLine {
   LineKind kind = LineKind::Other;
-  bool bHeld = false;  // written later than it was logged
+  bool bHeld = false;        // written later than it was logged
+  bool bLostBefore = false;  // it stands behind the rest of a line that was cut off
   std::uint8_t nMonth = 0, nDay = 0;
   std::uint32_t nMsOfDay = 0;
   std::uint32_t nProcess = 0, nThread = 0;
@@ -35,7 +36,8 @@ struct LogLine {
   LocalMs Time(int nFileYear, int nFileMonth) const;
 };
 
-LogLine ParseLine(std::string_view line);
+// bWhole: it has an end. (Without one, its writer did not get to it.)
+LogLine ParseLine(std::string_view line, bool bWhole = true);
 
 // Whether a name is a day's, yyyymmdd: log files begin with one, folders of an archive are one.
 bool IsDayName(std::string_view name);

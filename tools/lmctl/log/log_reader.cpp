@@ -231,10 +231,10 @@ void LogReader::Read(const OnLine& onLine, bool bWhole, const OnProgress& onProg
           break;
         }
         if (source.strPartial.empty()) {
-          onLine({p, static_cast<std::size_t>(pLineEnd - p)}, nSource, ++source.nLines);
+          onLine({{p, static_cast<std::size_t>(pLineEnd - p)}, nSource, ++source.nLines});
         } else {
           source.strPartial.append(p, pLineEnd);
-          onLine(source.strPartial, nSource, ++source.nLines);
+          onLine({source.strPartial, nSource, ++source.nLines});
           source.strPartial.clear();
         }
         p = pLineEnd + 1;
@@ -243,7 +243,7 @@ void LogReader::Read(const OnLine& onLine, bool bWhole, const OnProgress& onProg
       if (onProgress) onProgress(ullDone, ullTotal);
     }
     if (bWhole && !source.strPartial.empty()) {
-      onLine(source.strPartial, nSource, ++source.nLines);
+      onLine({source.strPartial, nSource, ++source.nLines, false});
       source.strPartial.clear();
     }
   }

@@ -28,8 +28,13 @@ class LogReader {
     std::uint64_t nLines = 0;
     std::string strPartial;  // a last line that is not whole yet
   };
-  // nSource: index into Sources.
-  using OnLine = std::function<void(std::string_view line, std::uint32_t nSource, std::uint64_t nLine)>;
+  struct Line {
+    std::string_view text;
+    std::uint32_t nSource = 0;  // index into Sources
+    std::uint64_t nLine = 0;    // 1: the first
+    bool bWhole = true;         // it has an end
+  };
+  using OnLine = std::function<void(const Line& line)>;
   using OnProgress = std::function<void(std::uint64_t ullDone, std::uint64_t ullTotal)>;
 
   // Folders and files; a folder stands for the log files in it. Throws std::runtime_error when one cannot be read.

@@ -26,7 +26,7 @@ std::string OnPaper(const Story& story) {
                "paper shows it.";
       return "All of the job went out. Nobody asked the printer, so the log cannot tell whether the paper shows it.";
     case Outcome::Cancelled:
-      return story.nBytes == 0  ? "Nothing of it went to the printer."
+      return story.nBytes == 0 && !story.bInPart ? "Nothing of it went to the printer."
              : story.nBytes > 0 ? "It was deleted on its way: the paper may show a part of it, or all of it."
                                 : "It was deleted on its way; the log does not tell how much had gone out.";
     case Outcome::Refused: return "It never began: nothing of it is on paper.";
@@ -66,7 +66,9 @@ std::vector<std::string> TwiceReasons(const Story& story) {
   if ((story.byTwice & kTwiceSentAgain) != 0)
     reasons.push_back(story.nReprints == 0 ? "the monitor began to send it again" : "the monitor sent it again");
   if ((story.byTwice & kTwiceRestarted) != 0)
-    reasons.emplace_back("the spooler began it again after it had been restarted in the queue");
+    reasons.emplace_back(
+        "it was restarted in the queue, or the spooler was started anew while it had it: the spooler prints such a job "
+        "again");
   if ((story.byTwice & kTwiceSameSize) != 0)
     reasons.emplace_back(
         "another job of the same size began on the queue within a minute: perhaps the program printed the receipt "

@@ -96,7 +96,7 @@ std::string OutcomeText(const Story& story) {
   if (story.nError > 0) str += " (" + ErrorText(story.nError) + ")";
   if (story.maybeTwice == Tri::Yes) str += " [may stand twice on paper]";
   if (story.byTwice == kTwiceSameSize) str += " [another job of its size beside it]";
-  if (story.bInPart) str += " [in part on paper]";
+  if (story.bInPart) str += " [perhaps in part on paper]";
   return str;
 }
 

@@ -32,7 +32,7 @@ bool Story::IsTold(Claim claim) const {
   switch (claim) {
     case Claim::Port: return !strPort.empty();
     case Claim::Ended: return !bOver || llEnded != 0;
-    case Claim::Path: return path != Path::Unknown;
+    case Claim::Path: return path != Path::Unknown || outcome == Outcome::Refused;  // which may have none
     case Claim::Bytes: return nBytes != kUnknown;
     case Claim::Writes: return nWrites != kUnknown;
     case Claim::Outcome: return outcome != Outcome::Unknown;
@@ -107,30 +107,46 @@ void JobCourse::ConcludeNumbers() {
   if (!m_bBytesUnknown) Prove(Claim::Bytes, m_bytesAt.place.nLine != 0 ? m_bytesAt : last);
 }
 
-void JobCourse::ConcludeTwice() {
-  const At last = {0, m_story.last};
-  const bool bUnclear = m_bUnclear || MayBeOthers() || m_story.bLinesLost;
+// Data of it may have gone out.
+bool JobCourse::MayBeOut() const { return m_nBytes > 0 || m_bBytesUnknown || m_bOneFailed || !ShowsAmounts(); }
+
+// Its lines show that the monitor sent nothing of it again.
+bool JobCourse::WasSentOnce() const {
+  if (m_bRefused || m_story.path == Path::PortMonitor) return true;
+  if (m_resentAt.place.nLine != 0 || m_bUnclear || MayBeOthers() || m_story.bLinesLost) return false;
+  if (IsTracedThroughout()) return m_state != State::Resending || ShowsAmounts();
   const bool bNothingLost =
       (m_state == State::Starting || m_state == State::Data || m_state == State::Asked) && m_nAsked <= 1;
-  const auto none = [&] {
+  return ShowsAmounts() && m_story.bOver && !m_bBytesUnknown && bNothingLost;
+}
+
+void JobCourse::ConcludeTwice() {
+  const At last = {0, m_story.last};
+  if (WasSentOnce()) {
     m_story.nReprints = 0;
     m_story.maybeTwice = Tri::No;
     Prove(Claim::Reprints, last);
     Prove(Claim::MaybeTwice, last);
-  };
-  if (m_bRefused || m_story.path == Path::PortMonitor) {
-    none();
   } else if (m_resentAt.place.nLine != 0 && !MayBeOthers()) {
     m_story.maybeTwice = Tri::Yes;
     m_story.byTwice |= kTwiceSentAgain;
     Prove(Claim::MaybeTwice, m_resentAt);
-    if (bUnclear || !ShowsAmounts() || m_bBytesUnknown) return;
-    m_story.nReprints = m_nResent;
-    Prove(Claim::Reprints, m_resentAt);
-  } else if (!bUnclear && IsTracedThroughout() && (m_state != State::Resending || ShowsAmounts())) {
-    none();
-  } else if (!bUnclear && ShowsAmounts() && m_story.bOver && !m_bBytesUnknown && bNothingLost) {
-    none();
+    if (!m_bUnclear && !m_story.bLinesLost && ShowsAmounts() && !m_bBytesUnknown) {
+      m_story.nReprints = m_nResent;
+      Prove(Claim::Reprints, m_resentAt);
+    }
+  }
+  // What goes on may be sent again yet; if its process ended, the spooler prints it again.
+  if (!m_story.bOver && m_story.maybeTwice == Tri::No) m_story.maybeTwice = Tri::Unknown;
+  if (m_bRefused || !MayBeOut()) return;
+  // What was restarted it prints again too.
+  const bool bCancelled = m_bCancelled || m_clearedAt.place.nLine != 0 || m_bMayBeCancelled;
+  if (m_story.bRestarted) {
+    m_story.maybeTwice = Tri::Yes;
+    m_story.byTwice |= kTwiceRestarted;
+    Prove(Claim::MaybeTwice, m_cancelledAt);
+  } else if (bCancelled && !m_bStatusKnown && m_story.maybeTwice == Tri::No) {
+    m_story.maybeTwice = Tri::Unknown;
   }
 }
 
@@ -139,7 +155,7 @@ void JobCourse::ConcludeOutcome() {
     m_story.outcome = Outcome::Refused;
     return;
   }
-  m_story.bInPart = m_bCancelled && (m_nBytes > 0 || m_bBytesUnknown);
+  m_story.bInPart = m_bCancelled && MayBeOut();
   const bool bTraced = IsTracedThroughout();
   if (m_bCancelled) {
     const LocalParts at = Split(m_cancelledAt.llTime);
@@ -174,7 +190,7 @@ void JobCourse::ConcludeOutcome() {
                                   : "the levels that are on do not tell");
   }
   if (m_bLastFailed) {
-    m_story.bInPart = m_nBytes > 0;
+    m_story.bInPart = MayBeOut();
     m_story.nError = m_nLastCode;
     m_story.bErrorNotLogged = m_nLastCode == kUnknown;
     Prove(Claim::Error, m_lastAt);

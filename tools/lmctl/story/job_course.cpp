@@ -37,9 +37,14 @@ void JobCourse::SetPort(std::string_view port, const At& at) {
   Prove(Claim::Port, at);
 }
 
-void JobCourse::OnDevicePath(const At& at) {
-  if (m_story.path == Path::Device) return;
-  m_story.path = Path::Device;
+// A job takes one path: a line of the other is of another time that it was started, and the lines between them are lost.
+void JobCourse::TakesPath(Path path, const At& at) {
+  if (m_story.path == path) return;
+  if (m_story.path != Path::Unknown) {
+    m_bOthers = true;
+    return;
+  }
+  m_story.path = path;
   Prove(Claim::Path, at);
 }
 
@@ -75,11 +80,22 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
   if (line.cLevel == 'T' && step != Step::Watch) m_bCallTraced = true;
   switch (step) {
     case Step::StartOnDevice:
-      OnDevicePath(at);
+      TakesPath(Path::Device, at);
       Note("It takes the way through the device-access library; the device is being locked for it.", at);
       break;
+    case Step::RefusedLibrary:
+    case Step::RefusedLock:
+    case Step::RefusedOpen:
+    case Step::RefusedSync: TakesPath(Path::Device, at); break;
+    case Step::RefusedByPort: TakesPath(Path::PortMonitor, at); break;
     case Step::SawCancel:
-    case Step::WatcherSawCancel: Cancelled(line, at); break;
+      if (!m_bOthers) return Cancelled(line, at);
+      m_bMayBeCancelled = true;
+      break;
+    case Step::WatcherSawCancel: return Cancelled(line, at);
+    case Step::AskedCancel:  // once in a write, there before its data: the line of level I of the next one is not there
+      if (m_story.path == Path::PortMonitor && m_write.bDone) m_bInfoMissing = true;
+      break;
     case Step::Offer: BeginWrite(line, at); break;
     case Step::OnDevice:
       if (!m_write.bOpen || m_write.bOnDevice) {  // the line before it, of level I, is not there
@@ -92,21 +108,20 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
         if (m_state == State::Starting) m_state = State::Data;
       }
       m_write.bOnDevice = true;
-      OnDevicePath(at);
+      TakesPath(Path::Device, at);
       break;
     case Step::Dropped:
-      OnDevicePath(at);
+      TakesPath(Path::Device, at);
       m_bInfoMissing = m_bInfoMissing || !m_write.bOpen;
       m_write.bDone = true;
       m_pending.nLength = kUnknown;
       if (!m_bCancelled) m_cancelledAt = at;
-      m_bCancelled = true;
+      (m_bOthers ? m_bMayBeCancelled : m_bCancelled) = true;
       Note("A buffer was taken and dropped, since the job is deleted.", at);
       break;
     case Step::PortTook:
     case Step::PortFailed: {
-      m_story.path = Path::PortMonitor;
-      Prove(Claim::Path, at);
+      TakesPath(Path::PortMonitor, at);
       m_bInfoMissing = m_bInfoMissing || !m_write.bOpen;
       m_write.bDone = true;
       if (step == Step::PortTook) {
@@ -114,7 +129,7 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
         DataSent({NumberAfter(sizes, "/", kUnknown), NumberAfter(message, ",cbBuf:", 0), 0, at});
         break;
       }
-      m_bLastFailed = true;
+      m_bLastFailed = m_bOneFailed = true;
       m_nLastCode = kUnknown;
       m_lastAt = at;
       Note("The port monitor failed to write.", at);
@@ -127,7 +142,7 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
       Note("Memory for sending the job again was short; the write failed.", at);
       break;
     case Step::SendBegins:
-      OnDevicePath(at);
+      TakesPath(Path::Device, at);
       BeginSend(NumberAfter(message, "cbBuf:", 0), at);
       break;
     case Step::SendTook: EndSend(m_pending.nLength, NumberAfter(message, "*pdwWritten:", 0), 0, at); break;
@@ -199,8 +214,7 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
       Note("The printer did not confirm it, and the queue does not ask for it to be sent again.", at);
       break;
     case Step::EndOnPort:
-      m_story.path = Path::PortMonitor;
-      Prove(Claim::Path, at);
+      TakesPath(Path::PortMonitor, at);
       Note("The job was ended on the port monitor.", at);
       break;
     default: break;
@@ -208,15 +222,14 @@ void JobCourse::Take(Step step, const LogLine& line, const At& at) {
 }
 
 void JobCourse::Cancelled(const LogLine& line, const At& at) {
-  OnDevicePath(at);
-  const std::int64_t nStatus = NumberAfter(line.message, "Status:", 0);
-  if ((nStatus & kStatusRestart) != 0) m_story.bRestarted = true;
+  TakesPath(Path::Device, at);
+  const std::string_view status = Between(line.message, "Status:", {});
+  if (status.size() == std::string_view("0x00000000").size()) m_bStatusKnown = true;
+  if ((NumberAfter(line.message, "Status:", 0) & kStatusRestart) != 0) m_story.bRestarted = true;
   if (!m_bCancelled) {
     m_cancelledAt = at;
     m_story.phases.push_back({Phase::Kind::Cancel, at.llTime, at.llTime});
-    Note("The job was found to be deleted or restarted in the spooler, status " +
-             std::string(Between(line.message, "Status:", {})) + ".",
-         at);
+    Note("The job was found to be deleted or restarted in the spooler, status " + std::string(status) + ".", at);
   }
   m_bCancelled = true;
 }
@@ -267,6 +280,7 @@ void JobCourse::DataSent(const Sent& sent) {
   m_write.bDone = true;
   m_lastAt = sent.at;
   m_bLastFailed = sent.nTook == kUnknown && sent.nCode != kUnknown;
+  m_bOneFailed = m_bOneFailed || m_bLastFailed;
   m_nLastCode = sent.nCode;
   if (sent.nTook == kUnknown && sent.nCode == kUnknown) m_bBytesUnknown = m_bLastUnknown = true;
   if (m_bLastFailed) Note("A buffer could not be sent: " + KnownErrorText(sent.nCode) + ".", sent.at);
@@ -297,7 +311,7 @@ void JobCourse::UntracedWrite() {
     m_bBytesUnknown = m_bLastUnknown = true;
     return;
   }
-  OnDevicePath(sends[nData].at);
+  TakesPath(Path::Device, sends[nData].at);
   DataSent(sends[nData]);
   for (std::size_t n = nData + 1; n < sends.size(); ++n) UntracedEndSend(sends[n]);
 }
@@ -351,7 +365,7 @@ void JobCourse::EndSend(std::int64_t nLength, std::int64_t nTook, std::int64_t n
   const Sent sent = {nLength, nTook, nCode, at};
   const bool bBegun = m_pending.nLength != kUnknown;
   m_pending.nLength = kUnknown;
-  OnDevicePath(at);
+  TakesPath(Path::Device, at);
   if (!bBegun) {
     m_bLevelsMixed = true;
     if (m_write.bOpen && !m_write.bDone) {

@@ -70,7 +70,7 @@ class JobCourse {
   enum class Request : std::uint8_t { Status, Exec };
 
   void Prove(Claim claim, const At& at) { m_story.proofs[static_cast<std::size_t>(claim)] = at.place; }
-  void OnDevicePath(const At& at);
+  void TakesPath(Path path, const At& at);
   void Cancelled(const LogLine& line, const At& at);
   void BeginWrite(const LogLine& line, const At& at);
   void DataSent(const Sent& sent);
@@ -88,6 +88,8 @@ class JobCourse {
   bool IsNeverTraced() const { return !Has('T') && !m_bLevelsChanged; }
   bool MayBeOthers() const;
   bool ShowsAmounts() const;
+  bool MayBeOut() const;
+  bool WasSentOnce() const;
   bool MayHaveGivenUp() const;
   void ConcludeNumbers();
   void ConcludeTwice();
@@ -132,6 +134,7 @@ class JobCourse {
   bool m_bBytesUnknown = false;
   At m_bytesAt;
   bool m_bLastFailed = false;
+  bool m_bOneFailed = false;  // a transfer of data, of which an unknown part went out
   std::int64_t m_nLastCode = kUnknown;
   std::int64_t m_nLastMissing = 0;
   bool m_bLastUnknown = false;  // no line tells what became of the last write
@@ -155,6 +158,7 @@ class JobCourse {
   std::string m_strLoss;
 
   bool m_bCancelled = false;
+  bool m_bStatusKnown = false;  // deleted or restarted
   At m_cancelledAt;
   bool m_bRefused = false;
   LocalMs m_llWaitFrom = 0;

@@ -11,40 +11,55 @@ std::uint64_t KeyOf(const Story& story, std::int64_t n) {
   return TextHash(std::to_string(n), TextHash(story.strQueue));
 }
 
+// Of a transfer that failed a part may have gone out.
+bool MayBeOut(const Story& story) { return story.nBytes != 0 || !story.bOver || story.bInPart; }
+
 }  // namespace
 
 void Neighbours::Add(const Story& story) {
   if (story.nBytes > 0) m_sizes.emplace_back(KeyOf(story, story.nBytes), story.llStarted);
-  if (story.bRestarted && story.nBytes != 0) m_restarted.emplace_back(KeyOf(story, story.nJob), story.llStarted);
+  if (MayBeOut(story))
+    m_starts.push_back(
+        {KeyOf(story, story.nJob), story.llStarted, story.nLife, story.bRestarted || !story.bOver, story.first});
   m_bSorted = false;
 }
 
 void Neighbours::Mark(Story& story) {
   if (!m_bSorted) {
     std::sort(m_sizes.begin(), m_sizes.end());
-    std::sort(m_restarted.begin(), m_restarted.end());
+    std::sort(m_starts.begin(), m_starts.end());
     m_bSorted = true;
   }
-  const auto first = [](const Starts& starts, std::uint64_t ullKey, LocalMs llFrom) {
-    return std::lower_bound(starts.begin(), starts.end(), std::pair(ullKey, llFrom));
-  };
-  if (story.nBytes > 0) {
-    const std::uint64_t ullKey = KeyOf(story, story.nBytes);
-    const auto it = first(m_sizes, ullKey, story.llStarted - kBesideMs);
-    // The story itself, and one more.
-    const bool bTwo = it != m_sizes.end() && it + 1 != m_sizes.end() && (it + 1)->first == ullKey &&
-                      (it + 1)->second <= story.llStarted + kBesideMs;
-    if (bTwo) story.byTwice |= kTwiceSameSize;
-  }
+  if (story.nBytes > 0) MarkSize(story);
+  if (MayBeOut(story)) MarkRestart(story);
+}
+
+void Neighbours::MarkSize(Story& story) const {
+  const std::uint64_t ullKey = KeyOf(story, story.nBytes);
+  const auto it = std::lower_bound(m_sizes.begin(), m_sizes.end(), std::pair(ullKey, story.llStarted - kBesideMs));
+  // The story itself, and one more.
+  const bool bTwo = it != m_sizes.end() && it + 1 != m_sizes.end() && (it + 1)->first == ullKey &&
+                    (it + 1)->second <= story.llStarted + kBesideMs;
+  if (!bTwo) return;
+  story.byTwice |= kTwiceSameSize;
+  if (story.maybeTwice == Tri::No) story.maybeTwice = Tri::Unknown;
+}
+
+// A spooler gives a number once for as long as it runs. One that is started anew may give it to another job, but prints first what
+// it still has.
+void Neighbours::MarkRestart(Story& story) const {
   const std::uint64_t ullKey = KeyOf(story, story.nJob);
-  const auto it = first(m_restarted, ullKey, story.llStarted - kRestartMs);
-  if (it != m_restarted.end() && it->first == ullKey && it->second < story.llStarted) story.byTwice |= kTwiceRestarted;
-  // What the job itself shows is not all that can have been.
-  if ((story.byTwice & kTwiceRestarted) != 0) {
+  const bool bComesAgain = story.bRestarted || !story.bOver;
+  const Start from = {ullKey, story.llStarted - kRestartMs, 0, false, {}};
+  for (auto it = std::lower_bound(m_starts.begin(), m_starts.end(), from);
+       it != m_starts.end() && it->ullKey == ullKey && it->llTime <= story.llStarted + kRestartMs; ++it) {
+    if (it->place.nFile == story.first.nFile && it->place.nLine == story.first.nLine) continue;
+    const bool bLater = it->llTime > story.llStarted;
+    if (it->nLife != story.nLife && !(bLater ? bComesAgain : it->bComesAgain)) continue;
+    story.byTwice |= kTwiceRestarted;
     story.maybeTwice = Tri::Yes;
-    story.proofs[static_cast<std::size_t>(Claim::MaybeTwice)] = story.first;
-  } else if ((story.byTwice & kTwiceSameSize) != 0 && story.maybeTwice == Tri::No) {
-    story.maybeTwice = Tri::Unknown;
+    story.proofs[static_cast<std::size_t>(Claim::MaybeTwice)] = it->place;
+    return;
   }
 }
 

@@ -91,8 +91,13 @@ Step StepOf(const LogLine& line) {
   if (it == rows.end()) return Step::None;
   for (const Row* pRow = it->second.first; pRow != it->second.second; ++pRow) {
     if (pRow->levels.find(line.cLevel) == std::string_view::npos) continue;
-    if (pRow->bInside ? line.message.find(pRow->mark) != std::string_view::npos : line.message.starts_with(pRow->mark))
-      return pRow->step;
+    if (pRow->bInside ? line.message.find(pRow->mark) == std::string_view::npos : !line.message.starts_with(pRow->mark))
+      continue;
+    const bool bNamesFirst = pRow->step == Step::Start || pRow->step == Step::PortMade;  // names may have brackets
+    const std::size_t nOpen = line.message.rfind('[');
+    const std::size_t nClose = line.message.rfind(']');
+    const bool bClosed = nOpen == std::string_view::npos || (nClose != std::string_view::npos && nClose > nOpen);
+    return bNamesFirst || bClosed ? pRow->step : Step::CutOff;
   }
   return Step::None;
 }

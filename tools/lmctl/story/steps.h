@@ -8,7 +8,8 @@
 namespace lmctl {
 
 enum class Step : std::uint8_t {
-  None,  // tells nothing of a job
+  None,    // tells nothing of a job
+  CutOff,  // the line is not whole
   // The monitor and its ports.
   MonitorLoaded,
   PortOpened,  // names port and queue

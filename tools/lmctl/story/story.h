@@ -29,7 +29,7 @@ const char* ClaimName(Claim claim);  // as the JSON has it
 
 // Why a job may stand on paper more than once.
 inline constexpr std::uint8_t kTwiceSentAgain = 1;  // by the monitor, whole or in part
-inline constexpr std::uint8_t kTwiceRestarted = 2;  // by the spooler: it began again under the same number
+inline constexpr std::uint8_t kTwiceRestarted = 2;  // by the spooler: it begins again under the same number
 inline constexpr std::uint8_t kTwiceSameSize =
     4;  // another job of its size stands beside it on the queue: perhaps the same receipt
 
@@ -51,6 +51,7 @@ struct Event {
 struct StoryFacts {
   std::int64_t nJob = 0;
   std::uint32_t nProcess = 0;
+  std::uint32_t nLife = 0;  // of the process: another one of the same number has another life
   LocalMs llStarted = 0;
   LocalMs llEnded = 0;  // 0: unfinished, or not logged
   LocalMs llLast = 0;   // the last line that is about it

@@ -1,6 +1,7 @@
 #include "tools/lmctl/story/story_machine.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace lmctl {
@@ -8,6 +9,9 @@ namespace {
 
 // The levels are read again this long after the last time, at the earliest: what is off in between is off for as long.
 constexpr LocalMs kLevelsStayMs = 15'000;
+
+// A file of the log holds a day or 32 MB: where one is missing, no lines are there for longer than this.
+constexpr LocalMs kMissingFileMs = 60'000;
 
 // "<name>, JobId:<n>"
 bool NameAndJob(std::string_view body, std::string_view& name, std::int64_t& nJob) {
@@ -29,6 +33,7 @@ std::string_view PortOf(std::string_view message) {
 
 struct StoryMachine::Process {
   std::uint32_t nNumber = 0;
+  std::uint32_t nLife = 0;  // numbers of processes come again
   std::vector<std::unique_ptr<Job>> jobs;
   std::unordered_map<std::uint32_t, Thread> threads;
   // A queue's port, as it was opened or as a job of it wrote, and the line that tells so; empty for a queue with several.
@@ -43,10 +48,11 @@ struct StoryMachine::Process {
     const auto [it, bNew] = portOfQueue.emplace(strQueue, Told{std::string(port), at});
     if (!bNew && it->second.strPort != port) it->second.strPort.clear();
   }
-  LocalMs llTraced = 0;   // the last line of level T
-  LocalMs llInfo = 0;     // of level I
-  LocalMs llLast = 0;     // of any
-  bool bDetails = false;  // level D was seen
+  Job* pCutOff = nullptr;  // the job of its last line, where that line ends with a number: it may be cut off there
+  LocalMs llTraced = 0;    // the last line of level T
+  LocalMs llInfo = 0;      // of level I
+  LocalMs llLast = 0;      // of any
+  bool bDetails = false;   // level D was seen
 };
 
 StoryMachine::StoryMachine(Sink sink, bool bEvents) : m_sink(std::move(sink)), m_bEvents(bEvents) {}
@@ -70,6 +76,7 @@ StoryMachine::Process& StoryMachine::ProcessOf(std::uint32_t nProcess) {
   if (!pProcess) {
     pProcess = std::make_unique<Process>();
     pProcess->nNumber = nProcess;
+    pProcess->nLife = ++m_nLives;
   }
   m_nLastProcess = nProcess;
   m_pLastProcess = pProcess.get();
@@ -122,6 +129,8 @@ void StoryMachine::Finish(Process& process, Job* pJob, bool bOver, LocalMs llEnd
   if (!bOver && process.llTraced != 0 && (!bTraced || process.llLast - process.llTraced >= kLevelsStayMs))
     pJob->course.LevelsChanged();
   Story story = pJob->course.Conclude(bOver, llEnded);
+  story.nLife = process.nLife;
+  const bool bNumberCut = pJob->bNumberCut;
   for (auto it = process.threads.begin(); it != process.threads.end();) {
     Thread& thread = it->second;
     if (thread.pJob == pJob) thread = {.nEnded = thread.nEnded};
@@ -129,7 +138,28 @@ void StoryMachine::Finish(Process& process, Job* pJob, bool bOver, LocalMs llEnd
   }
   process.jobs.erase(
       std::find_if(process.jobs.begin(), process.jobs.end(), [&](const auto& p) { return p.get() == pJob; }));
-  m_sink(std::move(story));
+  if (process.pCutOff == pJob) process.pCutOff = nullptr;
+  if (bNumberCut) {
+    ++m_nUnlisted;
+  } else {
+    m_sink(std::move(story));
+  }
+}
+
+void StoryMachine::LinesWereLost() {
+  // An end may be among them, and the start of another job on the same thread or port: only a line that names a job of now is
+  // still taken for its own.
+  for (const auto& [nNumber, pProcess] : m_processes) {
+    for (const auto& pJob : pProcess->jobs) pJob->course.LinesWereLost();
+    pProcess->threads.clear();
+  }
+}
+
+void StoryMachine::EndOfLines(Process& process) {
+  Job* const pJob = std::exchange(process.pCutOff, nullptr);
+  if (pJob == nullptr) return;
+  pJob->bNumberCut = pJob->course.IsFresh();
+  pJob->course.LinesWereLost();
 }
 
 void StoryMachine::GoesOn(Process& process, Job& job) {
@@ -160,7 +190,7 @@ StoryMachine::Job* StoryMachine::OnPort(Process& process, std::string_view port)
   Job* pStarting = nullptr;
   bool bSeveral = false;
   for (const auto& pJob : process.jobs) {
-    if (pJob->course.story().strPort != port) continue;
+    if (pJob->course.story().strPort != port || pJob->bEnded) continue;
     if (pJob->bPortKnown) return pJob.get();
     bSeveral = pStarting != nullptr;
     pStarting = pJob.get();
@@ -170,20 +200,31 @@ StoryMachine::Job* StoryMachine::OnPort(Process& process, std::string_view port)
 
 StoryMachine::Job* StoryMachine::ForWrite(Process& process, std::uint32_t nThread, std::string_view port) {
   Job* pOwn = process.threads[nThread].pJob;
+  if (pOwn != nullptr && pOwn->bEnded) pOwn = nullptr;
   if (pOwn != nullptr && pOwn->course.story().strPort.empty()) return pOwn;
   Job* pLatest = nullptr;  // of those that began for the port and have not written: the others may have been refused
-  bool bSeveral = false;
+  std::size_t nBegun = 0;
+  bool bOwn = false;
   for (const auto& pJob : process.jobs) {
-    if (pJob->course.story().strPort != port) continue;
+    if (pJob->course.story().strPort != port || pJob->bEnded) continue;
     // Without level T the end of the job before is not shown: on its own thread the next one has taken its place.
     const bool bTakesOver = pOwn != nullptr && !pOwn->bPortKnown && pOwn->course.story().strPort == port;
-    if (pJob->bPortKnown && bTakesOver && !(pJob->course.IsTraced() && pOwn->course.IsTraced())) continue;
+    if (pJob->bPortKnown && bTakesOver && !pJob->course.IsTraced()) continue;
+    // … or level T went off meanwhile; or it was refused by a line that is not shown.
+    if (pJob->bPortKnown && bTakesOver && !pOwn->course.IsTraced()) return nullptr;
     if (pJob->bPortKnown) return pJob->course.story().bLinesLost ? nullptr : pJob.get();
-    bSeveral = pLatest != nullptr;
+    ++nBegun;
     pLatest = pJob.get();
+    bOwn = bOwn || pLatest == pOwn;
   }
-  if (pLatest != nullptr)
-    return (bSeveral && pLatest != pOwn) || pLatest->course.story().bLinesLost ? nullptr : pLatest;
+  if (nBegun > 1) {
+    // A start on a busy port is refused before level T shows more of it. So the latest is the one if it does; or else it is being
+    // refused, and the one whose thread this is goes on.
+    const bool bOwnGoesOn = bOwn && (process.llTraced != 0 ? pOwn->course.IsTraced() : pOwn == pLatest);
+    if (process.llTraced == 0 || !pLatest->course.IsTraced()) pLatest = bOwnGoesOn ? pOwn : nullptr;
+    if (pLatest == nullptr) return nullptr;
+  }
+  if (pLatest != nullptr) return pLatest->course.story().bLinesLost ? nullptr : pLatest;
   Job* pUnplaced = nullptr;
   for (const auto& pJob : process.jobs) {
     if (!pJob->course.story().strPort.empty() || pJob->course.story().bLinesLost) continue;
@@ -209,21 +250,17 @@ StoryMachine::Job* StoryMachine::ById(Process& process, std::int64_t nJob, std::
 }
 
 void StoryMachine::Line(const LogLine& line, LocalMs llTime, const Place& place) {
-  m_place = place;
-  if (line.kind == LineKind::LostNote) {
-    // An end may be among them, and the start of another job on the same thread or port: only a line that names a job of now is
-    // still taken for its own.
-    for (const auto& [nNumber, pProcess] : m_processes) {
-      for (const auto& pJob : pProcess->jobs) pJob->course.LinesWereLost();
-      pProcess->threads.clear();
-    }
-    return;
-  }
+  const std::uint32_t nFileBefore = std::exchange(m_place, place).nFile;
+  if (line.kind == LineKind::LostNote || line.bLostBefore) LinesWereLost();
   if (line.kind != LineKind::Call) return;
+  if (place.nFile != nFileBefore && m_llTime != 0 && std::abs(llTime - m_llTime) > kMissingFileMs) LinesWereLost();
   m_llTime = llTime;
+  const Step step = StepOf(line);
+  if (step == Step::CutOff) return LinesWereLost();
   Process& process = ProcessOf(line.nProcess);
   LevelSeen(process, line);
-  const Step step = StepOf(line);
+  if (step == Step::MonitorLoaded) EndOfLines(process);
+  process.pCutOff = nullptr;
   switch (step) {
     case Step::Start: return StartLine(process, line);
     case Step::StartTraced: {
@@ -256,16 +293,22 @@ void StoryMachine::Line(const LogLine& line, LocalMs llTime, const Place& place)
   }
   if (Refusal(process, step, line)) return;
   const auto it = process.threads.find(line.nThread);
-  if (it != process.threads.end() && it->second.pJob != nullptr) {
-    it->second.pJob->course.Take(step, line, Here());
-  } else if (step == Step::SendTook || step == Step::SendShort || step == Step::SendFailed || step == Step::SawCancel) {
+  Job* const pJob = it != process.threads.end() ? it->second.pJob : nullptr;
+  const bool bMoves = step == Step::SendTook || step == Step::SendShort || step == Step::SendFailed ||
+                      step == Step::SawCancel;  // what the job claims
+  if (pJob != nullptr && !(pJob->bEnded && bMoves)) {
+    pJob->course.Take(step, line, Here());
+    if (step == Step::SendTook) process.pCutOff = pJob;
+  } else if (bMoves) {
     Doubt(process);  // of a job that is not known, or on a thread of its own
   }
 }
 
 void StoryMachine::End() {
-  for (const auto& [nNumber, pProcess] : m_processes)
+  for (const auto& [nNumber, pProcess] : m_processes) {
+    if (nNumber != m_nLastProcess) EndOfLines(*pProcess);
     while (!pProcess->jobs.empty()) Finish(*pProcess, pProcess->jobs.front().get(), false, 0);
+  }
 }
 
 void StoryMachine::StartLine(Process& process, const LogLine& line) {
@@ -273,6 +316,7 @@ void StoryMachine::StartLine(Process& process, const LogLine& line) {
   std::int64_t nJob = 0;
   if (!NameAndJob(Between(line.message, "pszPrinterName:", {}), queue, nJob)) return;
   Job& job = Begin(process, line, queue, nJob);
+  process.pCutOff = &job;
   job.course.Take(Step::Start, line, Here());
   job.course.Note("The spooler started job " + std::to_string(nJob) + " on the queue " + std::string(queue) + ".",
                   Here());
@@ -345,6 +389,9 @@ void StoryMachine::WriteLine(Process& process, Step step, const LogLine& line) {
   // Threads that serve whichever call comes: unless level T shows each job's end, nobody knows whose call a line is of.
   const bool bElsewhere = pJob != nullptr && pJob != pBefore && pJob->nStarter != line.nThread;
   if (bElsewhere && !pJob->course.IsTracedThroughout() && process.llTraced != 0) pJob = nullptr;
+  // A job takes one way: a line of the other is of a job whose start is not shown.
+  const Path other = step == Step::OnDevice ? Path::PortMonitor : Path::Device;
+  if (pJob != nullptr && step != Step::Offer && pJob->course.story().path == other) pJob = nullptr;
   if (pJob == nullptr) {
     Doubt(process, port);
     Enter(process, line.nThread, nullptr);
@@ -437,15 +484,15 @@ void StoryMachine::EndLine(Process& process, Step step, const LogLine& line) {
   if (step == Step::EndOnPort) {
     if (!pJob->bPortKnown) pJob->course.SetPort(port, Here());
     pJob->bPortKnown = true;
-    thread.pJob = pJob;
-    thread.bStarting = false;
+    pJob->bEnded = true;
+    thread = {.pJob = pJob, .nEnded = nJob};
     pJob->course.Take(step, line, Here());
-    if (!pJob->course.IsTraced()) Finish(process, pJob, true, m_llTime);
+    if (!pJob->course.IsTraced()) Finish(process, pJob, true, EndOf(*pJob));
     return;
   }
   pJob->course.Take(step, line, Here());
   pJob->course.Note("The monitor reported the last page to the spooler and was done with the job.", Here());
-  Finish(process, pJob, true, m_llTime);
+  Finish(process, pJob, true, EndOf(*pJob));
 }
 
 void StoryMachine::PortLine(Process& process, Step step, const LogLine& line) {
@@ -458,6 +505,7 @@ void StoryMachine::PortLine(Process& process, Step step, const LogLine& line) {
       process.portOfAddress.clear();
       process.llTraced = process.llInfo = 0;
       process.bDetails = false;
+      process.nLife = ++m_nLives;
       break;
     case Step::PortOpened: {
       process.threads[line.nThread] = {.bOpening = true};

@@ -43,6 +43,8 @@ class StoryMachine {
     std::uint64_t nBefore = 0;  // the job that its thread worked for before: over once this one has gone on
     bool bWatched = false;      // its watcher's first line was seen
     bool bPortKnown = false;    // by a write of its own
+    bool bEnded = false;        // on the port monitor: only the report of its last page may follow
+    bool bNumberCut = false;    // the line that names it may be cut off
   };
   struct Process;
   struct Thread {
@@ -55,6 +57,9 @@ class StoryMachine {
 
   Process& ProcessOf(std::uint32_t nProcess);
   void LevelSeen(Process& process, const LogLine& line);
+  void LinesWereLost();
+  // The last line of a process that is gone may be cut off: a number at its end is not proved.
+  void EndOfLines(Process& process);
   // The thread's call is about this job from here on.
   void Enter(Process& process, std::uint32_t nThread, Job* pJob);
   Job& Begin(Process& process, const LogLine& line, std::string_view queue, std::int64_t nJob);
@@ -75,6 +80,8 @@ class StoryMachine {
   void EndLine(Process& process, Step step, const LogLine& line);
   void PortLine(Process& process, Step step, const LogLine& line);
 
+  // Now, unless it may be the end of another start of the job, whose own line is lost.
+  LocalMs EndOf(const Job& job) const { return job.course.story().bLinesLost ? 0 : m_llTime; }
   JobCourse::At Here() const { return {m_llTime, m_place}; }
 
   Sink m_sink;
@@ -82,6 +89,7 @@ class StoryMachine {
   LocalMs m_llTime = 0;  // of the current line
   Place m_place;
   std::uint64_t m_nSerial = 0;
+  std::uint32_t m_nLives = 0;
   std::uint64_t m_nUnlisted = 0;
   std::unordered_map<std::uint32_t, std::unique_ptr<Process>> m_processes;
   std::uint32_t m_nLastProcess = 0;  // of the line before, which mostly is the current line's too

@@ -350,8 +350,8 @@ void CheckUnlocking(Findings& findings, const fs::path& logs) {
   LogReader reader({TextOfPath(logs / szName)});
   std::string strLast;
   reader.Read(
-      [&](std::string_view line, std::uint32_t, std::uint64_t) {
-        if (line.find("SDK_CLR_LOCK [e:") != std::string_view::npos) strLast = line;
+      [&](const LogReader::Line& line) {
+        if (line.text.find("SDK_CLR_LOCK [e:") != std::string_view::npos) strLast = line.text;
       },
       true);
   if (!strLast.empty())

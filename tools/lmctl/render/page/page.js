@@ -5,7 +5,7 @@ const texts = JSON.parse(document.getElementById("texts").textContent);
 const byId = id => document.getElementById(id);
 const form = byId("filters"), rows = byId("rows"), head = byId("head");
 const kRows = 100;  // a page of the table
-const kReasons = [[1, "The monitor sent it again."], [2, "The spooler began it again after a restart."],
+const kReasons = [[1, "The monitor sent it again."], [2, "It was restarted in the queue, or the spooler was: such a job is printed again."],
   [4, "Another job of its size began on the queue within a minute: perhaps it is the same receipt."]];
 const kLane = 22, kAxis = 18, kMostLanes = 8;
 
