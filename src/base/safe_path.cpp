@@ -32,7 +32,7 @@ bool SafePlace::Take(const SafePlace& other, const wchar_t* pszName) noexcept {
          (pszName == nullptr || (m_path.Append(pszName) && m_final.Append(pszName)));
 }
 
-bool SafeRoot::Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept {
+bool TrustedStart::Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept {
   // A drive's name alone would stand for the device, not for the folder.
   const bool bDrive = cch > 0 && pszFolder[cch - 1] == L':';
   if (!(bDrive ? m_path.Assign(pszFolder, cch) && m_path.Append(L"") : m_path.AssignFullPath(pszFolder, cch)))
@@ -61,7 +61,7 @@ bool SafeRoot::Resolve(const wchar_t* pszFolder, std::size_t cch) noexcept {
   return m_final.AssignFinalPathOf(hFolder.get());
 }
 
-bool SafeFolder::OpenRoot(const SafeRoot& root) noexcept {
+bool SafeFolder::OpenRoot(const TrustedStart& root) noexcept {
   if (!Take(root)) return false;
   m_hFolder = OpenPath(m_path.Text(), kFolderAccess, kFolderShare, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
   return m_hFolder != nullptr;
@@ -98,7 +98,7 @@ SafeOpen SafeFolder::Make(const SafePlace& parent, const wchar_t* pszName, bool 
   return SafeOpen::Opened;
 }
 
-SafeOpen SafeFolder::OpenOrMake(const SafeRoot& root, const wchar_t* pszName, bool bForUsers) noexcept {
+SafeOpen SafeFolder::OpenOrMake(const TrustedStart& root, const wchar_t* pszName, bool bForUsers) noexcept {
   const SafeOpen found = Open(root, pszName);
   return found != SafeOpen::Missing ? found : Make(root, pszName, bForUsers);
 }

@@ -34,8 +34,8 @@ class SafePlace {
   DWORD m_dwVolume = 0;
 };
 
-// Where the safe part begins.
-class SafeRoot : public SafePlace {
+// The root: the folder that is trusted as it stands, wherever the way to it leads.
+class TrustedStart : public SafePlace {
  public:
   // Finds out where a folder really lies; its path is the first cch characters of a text. FALSE when it cannot be opened, or
   // is a link of somebody other than the system and the administrators, with the last-error code of the step that failed.
@@ -53,13 +53,13 @@ enum class SafeOpen {
 class SafeFolder : public SafePlace {
  public:
   // Opens the root itself.
-  bool OpenRoot(const SafeRoot& root) noexcept;
+  bool OpenRoot(const TrustedStart& root) noexcept;
   // Opens a folder in the root, or in a folder that stays open meanwhile. dwMoreAccess: rights beside those that every use
   // needs.
   SafeOpen Open(const SafePlace& parent, const wchar_t* pszName, DWORD dwMoreAccess = 0) noexcept;
   // The same, and makes the folder when it is missing. bForUsers: one that it made gets the access rule of those that every
   // user's programs write to.
-  SafeOpen OpenOrMake(const SafeRoot& root, const wchar_t* pszName, bool bForUsers = false) noexcept;
+  SafeOpen OpenOrMake(const TrustedStart& root, const wchar_t* pszName, bool bForUsers = false) noexcept;
   SafeOpen OpenOrMake(const SafeFolder& parent, const wchar_t* pszName, bool bForUsers = false) noexcept;
 
   // Opens a file in the folder: a plain file with one name, not shared with anybody. bMake: makes one that is missing.

@@ -76,7 +76,7 @@ class CLogfile {
   char m_szModuleTag[32] = {};       // written once, at process attach
   wchar_t m_wszModule[17] = {};      // name of the module folder; empty: none is to be made any more
   wchar_t m_wszData[MAX_PATH] = {};  // common application data; constant after construction
-  SafeRoot m_root;
+  TrustedStart m_root;
   bool m_bRootKnown = false;
   std::atomic<std::uint64_t> m_ullLine{0};  // newest line: packed date (high), high word of its file time (low)
   std::atomic<DWORD> m_dwLastPurge{0};      // packed line date at the last purge run

@@ -44,10 +44,10 @@ static bool IsWatched(const IniJob& job) noexcept {
   return job.hThread != nullptr && WaitForSingleObject(job.hThread, 0) == WAIT_TIMEOUT;
 }
 
-bool IsJobCancelled(IniPort& port) noexcept {
+bool IsCancelledSoFar(IniPort& port) noexcept {
   const IniJob& job = *port.pIniJob;
-  if (IsCancelSeen(job) || WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0) return true;
+  if (IsCancelRemembered(job) || WaitForSingleObject(job.hEventCancel, 0) == WAIT_OBJECT_0) return true;
   return !IsWatched(job) && IsCancelJob(&port);
 }
 
-bool MustStopWaiting(IniPort& port) noexcept { return port.pIniJob->hEventCancel == nullptr || IsJobCancelled(port); }
+bool MustStopWaiting(IniPort& port) noexcept { return port.pIniJob->hEventCancel == nullptr || IsCancelledSoFar(port); }

@@ -19,11 +19,11 @@ void NoteCancelled(IniJob& job) noexcept;
 BOOL IsCancelJob(IniPort* pIniPort) noexcept;
 
 // Whether the job was seen deleted. Any thread; no system call.
-inline bool IsCancelSeen(const IniJob& job) noexcept { return job.bCancelSeen; }
+inline bool IsCancelRemembered(const IniJob& job) noexcept { return job.bCancelSeen; }
 
 // The one cancel test of every wait, resend and confirmation: the job was seen deleted, or it has no running watcher and the
 // spooler says so now. On the thread of the job's calls.
-bool IsJobCancelled(IniPort& port) noexcept;
+bool IsCancelledSoFar(IniPort& port) noexcept;
 
 // Whether the waits of the current job must end: it is cancelled, or it has no event by which it could ever be told.
 bool MustStopWaiting(IniPort& port) noexcept;

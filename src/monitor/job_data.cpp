@@ -26,7 +26,8 @@ constexpr DWORD kDrainMs = 10'000;
 void DrainResponses(IniPort& port) noexcept {
   BYTE abyScratch[kDrainBytes];
   const DWORD dwStart = GetTickCount();
-  for (DWORD cbDrained = 0; cbDrained < kDrainLimit && GetTickCount() - dwStart < kDrainMs && !IsJobCancelled(port);) {
+  for (DWORD cbDrained = 0;
+       cbDrained < kDrainLimit && GetTickCount() - dwStart < kDrainMs && !IsCancelledSoFar(port);) {
     DWORD cbRead = kDrainBytes;
     const DWORD dwError = port.pIniJob->pSdkMng->Read(abyScratch, kDrainBytes, &cbRead, kReadClear);
     if (cbRead == 0 || (dwError != ERROR_SUCCESS && cbRead == kDrainBytes)) return;
@@ -54,9 +55,9 @@ static Sending SendToDevice(IniPort& port, bool bWatched, const BYTE* pBuf, DWOR
   const bool bFirstCached = port.reprintMng.pBuf == nullptr && (port.dwPortFlags & PORT_AUTO_REPRINT) != 0;
   if (bWatched && bFirstCached) {
     DrainResponses(port);
-    const bool bReady = !IsJobCancelled(port) && WaitExecRespAndStatus(&port, FALSE) == ERROR_SUCCESS;
+    const bool bReady = !IsCancelledSoFar(port) && WaitExecRespAndStatus(&port, FALSE) == ERROR_SUCCESS;
     // A wait that the job's deletion ended may have succeeded so far.
-    if (IsJobCancelled(port)) return Sending::Cancelled;
+    if (IsCancelledSoFar(port)) return Sending::Cancelled;
     if (!bReady) return Sending::NotReady;
   }
   BOOL bSent = FALSE;
@@ -105,7 +106,7 @@ BOOL WINAPI MonWritePort(HANDLE hPort, LPBYTE pBuf, DWORD cbBuf, LPDWORD pcbWrit
   const bool bWatched = pIniJob != nullptr && (!bRaw || bShared);
   LogI(L"[pszPortName:%s, cbBuf:%d]", pIniPort->pszPortName, cbBuf);
   if (IsCancelJob(pIniPort)) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
-  if (pIniJob != nullptr && IsCancelSeen(*pIniJob)) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
+  if (pIniJob != nullptr && IsCancelRemembered(*pIniJob)) return DropBuffer(*pIniPort, pBuf, cbBuf, pcbWritten);
   if (!bRaw) CheckRealCmd(pIniPort, pBuf, cbBuf);
 
   BOOL bWritten = FALSE;

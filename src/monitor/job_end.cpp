@@ -6,7 +6,7 @@
 #include "monitor/job_cancel.h"
 #include "monitor/log_module.h"
 #include "monitor/port_call.h"
-#include "monitor/port_registry.h"
+#include "monitor/port_list.h"
 #include "monitor/reprint.h"
 #include "monitor/sdk.h"
 #include "monitor/sdk_select.h"
@@ -25,7 +25,7 @@ static bool EndJobOnDevice(IniPort& port, IniJob& job) noexcept {
   StopCancelWatcher(job);
   // Asked once more, and only now is it told whether anybody ever saw the job deleted: the watcher may have been the last.
   IsCancelJob(&port);
-  if (!IsCancelSeen(job)) return self.Restore();
+  if (!IsCancelRemembered(job)) return self.Restore();
   if (port.pSdkMng == nullptr) {
     AssertHere();
     LogE(L"pSdkMng is NULL.[Port:%s]", port.pszPortName);

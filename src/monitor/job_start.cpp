@@ -8,7 +8,7 @@
 #include "monitor/log_module.h"
 #include "monitor/model.h"
 #include "monitor/port_call.h"
-#include "monitor/port_registry.h"
+#include "monitor/port_list.h"
 #include "monitor/sdk.h"
 #include "monitor/sdk_select.h"
 #include "monitor/settings.h"

@@ -379,7 +379,7 @@ TEST_F(Ageing, QueueWhoseGuidCannotBeReadWholeHasNone) {
   for (std::uint64_t ullSeed = 1; ullSeed <= 60; ++ullSeed) {
     w32::SetSeed(ullSeed);
     gJob.dwChkJobFileTime = 1;
-    Beside other([] { gJob.dwChkJobFileTime = 2; });  // another queue's job end
+    SideThread other([] { gJob.dwChkJobFileTime = 2; });  // another queue's job end
     HANDLE hPrinter = nullptr;
     ASSERT_TRUE(OpenPrinterW(sim::Wide("Till").data(), &hPrinter, nullptr));
     wchar_t* pszRoot = nullptr;

@@ -65,7 +65,7 @@ TEST_F(Hostile, JobThatIsDeletedAtItsEndIsNotConfirmed) {
 
 TEST_F(Hostile, RequestBesideACloseIsServedToItsEndAndALaterOneRefused) {
   BOOL bForwarded = FALSE;
-  Beside driver([&] {
+  SideThread driver([&] {
     const sim::ActAsClient client;
     sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
     DWORD cb = 0;
@@ -87,7 +87,7 @@ TEST_F(Hostile, RequestBesideACloseIsServedToItsEndAndALaterOneRefused) {
 TEST_F(Hostile, LogThatAnotherProcessHoldsCostsAMinuteAndALine) {
   const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
   std::atomic<bool> bStop{false};
-  Beside holder([&] {
+  SideThread holder([&] {
     WaitForSingleObject(hMutex, INFINITE);
     while (!bStop) Sleep(100);
     EXPECT_TRUE(ReleaseMutex(hMutex));

@@ -139,7 +139,7 @@ void Swapping(const Swap& swap) {
     swap.setUp();
     const auto before = World::ArchivedFiles("C:\\Target");
     std::atomic<bool> bStop{false};
-    Beside swapper([&] {
+    SideThread swapper([&] {
       const sim::WideString place = sim::Wide(swap.strPlace);
       const sim::WideString aside = sim::Wide(swap.strPlace + "-aside");
       while (!bStop) {
@@ -244,7 +244,7 @@ TEST(TurnedFolders, NothingIsLeftWhereTheyLead) {
     CreateDirectoryW(sim::Wide(kArchive).c_str(), nullptr);
     CreateDirectoryW(place.c_str(), nullptr);
     std::atomic<bool> bStop{false};
-    Beside turner([&] {
+    SideThread turner([&] {
       while (!bStop)
         if (w32::TurnIntoLink(place.c_str(), target.c_str())) w32::TurnIntoFolder(place.c_str());
     });

@@ -224,7 +224,7 @@ TEST_F(HeldMutex, HolderInWhateverRhythmCostsAMinuteInTen) {
     for (int n = 0; n < 12; ++n) LogE(L"%s", L"served at once");
     std::atomic<bool> bStop{false};
     const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
-    Beside holder([&] {
+    SideThread holder([&] {
       while (!bStop) {
         WaitForSingleObject(hMutex, INFINITE);
         Sleep(dwHeld);

@@ -211,7 +211,7 @@ TEST_F(Death, InTwoThreadsThatLogOverARotationAndAPurge) {
                        const auto log = [] {
                          for (int n = 0; n < 2; ++n) OutputLogEx(LOG_LEVEL_E, nullptr, "Life", "", n, 1, 1, L"a line");
                        };
-                       Beside other(log);
+                       SideThread other(log);
                        log();
                      },
                      ""};

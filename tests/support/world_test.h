@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "sim/beside.h"
+#include "sim/side_thread.h"
 #include "sim/world.h"
 
 #ifndef _WIN32
@@ -17,8 +17,8 @@
 
 namespace testing_support {
 
-using sim::Beside;
 using sim::Receipt;
+using sim::SideThread;
 
 constexpr char kModel[] = "Kelvane HM-520";  // eight-byte statuses
 constexpr char kOneByteModel[] = "Kelvane Tagline 62";

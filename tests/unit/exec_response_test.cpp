@@ -185,7 +185,7 @@ TEST_F(Waits, DrainGoesOnWhileFailingReadsBringSomething) {
   const auto pfnReal = sdk.pDevIoCtrl;
   sdk.pDevIoCtrl = FailingReads;
   g_nDrainReads = 0;
-  Beside user([&] {
+  SideThread user([&] {
     Sleep(2000);
     world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);
   });
@@ -203,7 +203,7 @@ TEST_F(Waits, DrainGoesOnWhileFailingReadsBringSomething) {
   ASSERT_TRUE(world().spooler.StartDoc(hPort, dwNext));
   sdk.pDevIoCtrl = FailingReads;
   g_nDrainReads = kSlowReads;
-  Beside laterUser([&] {
+  SideThread laterUser([&] {
     Sleep(12'000);
     world().spooler.SetStatus(dwNext, JOB_STATUS_DELETING);
   });

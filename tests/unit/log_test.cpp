@@ -253,7 +253,7 @@ TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
 TEST_F(Log, MutexThatItsOwnerAbandonedIsTaken) {
   Mask(LOG_LEVEL_E);
   const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
-  Beside([&] { WaitForSingleObject(hMutex, INFINITE); }).Join();
+  SideThread([&] { WaitForSingleObject(hMutex, INFINITE); }).Join();
   Say(LOG_LEVEL_E, L"a line");
   EXPECT_EQ(World::LogCount("a line"), 1u);
   CloseHandle(hMutex);
@@ -271,7 +271,9 @@ TEST_F(LogThreads, LinesOfManyThreadsStayWhole) {
       Say(LOG_LEVEL_E, L"0123456789 a whole line 9876543210");
     }
   };
-  for (Beside& thread : std::array<Beside, 4>{Beside(say), Beside(say), Beside(say), Beside(say)}) thread.Join();
+  for (SideThread& thread :
+       std::array<SideThread, 4>{SideThread(say), SideThread(say), SideThread(say), SideThread(say)})
+    thread.Join();
   EXPECT_EQ(World::LogCount("\tRoutine(7) \t0123456789 a whole line 9876543210\r\n"), std::size_t{4 * kLines});
 }
 
@@ -292,14 +294,14 @@ TEST_F(LogClock, LineWaitsASecondForItsTurnAndThenGoesOn) {
   Say(LOG_LEVEL_E, L"first");
   w32::SetClock({2026, 11, 0, 18, 9, 0, 0, 0});
   {
-    const Beside holder([] {
+    const SideThread holder([] {
       const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
       WaitForSingleObject(hMutex, INFINITE);
       Sleep(30'000);
       ReleaseMutex(hMutex);
       CloseHandle(hMutex);
     });
-    const Beside first([] {
+    const SideThread first([] {
       Sleep(500);
       Say(LOG_LEVEL_E, L"has the turn and waits for the file");
     });

@@ -1,7 +1,7 @@
 // The port list and the job lists.
 #include "base/memory.h"
 #include "base/owners.h"
-#include "monitor/port_registry.h"
+#include "monitor/port_list.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;

@@ -10,7 +10,7 @@
 #include "sim/world.h"
 #include "tools/lmhost/commands.h"
 #include "tools/lmhost/job_check.h"
-#include "tools/lmhost/progress_bar.h"
+#include "tools/common/progress_bar.h"
 
 #ifndef _WIN32
 #include "posix/control.h"
@@ -172,7 +172,7 @@ std::string StateOf(sim::Printer& printer, const JobCheck& check, bool bAllTaken
 void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const std::string& strData,
               const Options& options, Totals& totals) {
   sim::Printer& printer = world.PrinterOf(options.strPort);
-  ProgressBar bar(strFile.substr(strFile.find_last_of("/\\") + 1), strData.size());
+  lmtools::ProgressBar bar(strFile.substr(strFile.find_last_of("/\\") + 1), lmtools::ProgressBar::Kind::Result);
   const DWORD dwJob = world.spooler.NewJob(kQueue, options.strDatatype, strFile);
   const JobCheck check(world, options.strPort, kQueue, options.strArchive);
   std::atomic<std::uint64_t> ullDone{0};
@@ -184,7 +184,7 @@ void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const
   };
   const auto pRunning = world.spooler.PrintAsync(hPort, dwJob, strData, print);
   do {
-    bar.Show(ullDone, StateOf(printer, check, ullDone == strData.size(), options));
+    bar.Show(ullDone, strData.size(), StateOf(printer, check, ullDone == strData.size(), options));
   } while (!pRunning->Wait(kShowMs));
   const sim::PrintResult result = pRunning->Join();
   const bool bDeleted = (world.spooler.StatusOf(dwJob) & JOB_STATUS_DELETING) != 0;

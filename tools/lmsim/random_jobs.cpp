@@ -9,15 +9,15 @@
 #include <random>
 
 #include "posix/control.h"
-#include "sim/beside.h"
+#include "sim/side_thread.h"
 #include "sim/world.h"
 #include "tools/lmsim/job_truth.h"
 #include "tools/lmsim/story_judge.h"
 #include "tools/lmsim/verdict.h"
 
-using sim::Beside;
 using sim::Fault;
 using sim::FaultKind;
+using sim::SideThread;
 
 namespace {
 
@@ -119,19 +119,19 @@ class Simulation {
       w32::FailCalls("CreateThread", 1 + Pick(2), Pick(6));
       if (Chance(2)) w32::FailCalls("GetJobW", 1 + Pick(2), 3 + Pick(40));
     }
-    std::vector<std::unique_ptr<Beside>> others;
+    std::vector<std::unique_ptr<SideThread>> others;
     if (m_bLogHeld) others.push_back(HoldLogMutex(Pick(100'000)));
     if (m_bLinks) others.push_back(MakeLinks());
     if (m_bOthers) others.push_back(MeddleWithFiles());
     if (m_bClockSet) {
       const auto dwWait = static_cast<DWORD>(m_more() % 8000);
-      others.push_back(std::make_unique<Beside>([dwWait] {
+      others.push_back(std::make_unique<SideThread>([dwWait] {
         Sleep(dwWait);
         MoveClock(-3600);
       }));
     }
-    std::vector<std::unique_ptr<Beside>> threads;
-    for (PortPlan& port : m_ports) threads.push_back(std::make_unique<Beside>([this, &port] { PrintJobs(port); }));
+    std::vector<std::unique_ptr<SideThread>> threads;
+    for (PortPlan& port : m_ports) threads.push_back(std::make_unique<SideThread>([this, &port] { PrintJobs(port); }));
     if (!bSharedDevice && Chance(3)) {  // the service goes and comes between the jobs
       Sleep(Pick(4000));
       world.services.dwState = SERVICE_STOPPED;
@@ -274,9 +274,9 @@ class Simulation {
     for (RandomJob& job : port.jobs) {
       sim::PrintOptions options;
       options.cbChunk = 1000 + static_cast<DWORD>(nPort) * 700;
-      std::unique_ptr<Beside> pIntruder;
+      std::unique_ptr<SideThread> pIntruder;
       if (job.dwIntruder != 0)
-        pIntruder = std::make_unique<Beside>([&] {
+        pIntruder = std::make_unique<SideThread>([&] {
           Sleep(job.dwIntrudesAfter);
           Intrude(port, job.dwIntruder);
         });
@@ -359,8 +359,8 @@ class Simulation {
   }
 
   // Another process that has the log's mutex and does not give it back for a while.
-  static std::unique_ptr<Beside> HoldLogMutex(DWORD dwMilliseconds) {
-    return std::make_unique<Beside>([dwMilliseconds] {
+  static std::unique_ptr<SideThread> HoldLogMutex(DWORD dwMilliseconds) {
+    return std::make_unique<SideThread>([dwMilliseconds] {
       const HANDLE hMutex = CreateMutexW(nullptr, FALSE, L"Global\\Kelvane_SDK_LOGS2");
       if (WaitForSingleObject(hMutex, INFINITE) == WAIT_OBJECT_0) {
         Sleep(dwMilliseconds);
@@ -371,7 +371,7 @@ class Simulation {
   }
 
   // A user who puts links to a folder outside in the place of log and archive folders, for a while each.
-  std::unique_ptr<Beside> MakeLinks() {
+  std::unique_ptr<SideThread> MakeLinks() {
     CreateDirectoryW(L"C:\\Outside", nullptr);
     CreateDirectoryW(L"C:\\Outside\\PrinterDriver", nullptr);
     sim::World::WriteWholeFile("C:\\Outside\\PrinterDriver\\20261118.log", "somebody's");
@@ -380,7 +380,7 @@ class Simulation {
       if (!port.strRoot.empty()) m_places.push_back(port.strRoot + "\\20261118");
     for (unsigned n = 0; n < 12; ++n)
       m_linkPlan.push_back({m_places[Pick(static_cast<unsigned>(m_places.size()))], Pick(700)});
-    return std::make_unique<Beside>([this] {
+    return std::make_unique<SideThread>([this] {
       for (const auto& [strPlace, dwWait] : m_linkPlan) {
         if (m_bStopLinks) break;
         Sleep(dwWait);
@@ -402,12 +402,12 @@ class Simulation {
 
   // Programs and users that have to do with the files: scanners, locks that are not given up for a while, placeholders, clients
   // whose hives refuse, a volume that tells only some names.
-  std::unique_ptr<Beside> MeddleWithFiles() {
+  std::unique_ptr<SideThread> MeddleWithFiles() {
     std::vector<std::string> places = {sim::World::LogFolder() + "\\20261118.log"};
     for (const PortPlan& port : m_ports)
       if (!port.strRoot.empty()) places.push_back(port.strRoot + "\\20261118");
     if (m_others() % 4 == 0) w32::RefuseNormalizedNames(true);
-    return std::make_unique<Beside>([this, places] {
+    return std::make_unique<SideThread>([this, places] {
       for (int n = 0; n < 40 && !m_bStopLinks; ++n) {
         Sleep(static_cast<DWORD>(m_others() % 300));
         const sim::WideString place = sim::Wide(places[m_others() % places.size()]);
@@ -433,7 +433,7 @@ class Simulation {
 
   // The driver asks while the spooler closes the port.
   void CloseBesideRequests(PortPlan& port) {
-    Beside driver([&] {
+    SideThread driver([&] {
       const sim::ActAsClient client;
       sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__Front");
       DWORD cb = 0;

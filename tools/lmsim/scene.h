@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "posix/control.h"
-#include "sim/beside.h"
+#include "sim/side_thread.h"
 #include "sim/world.h"
 #include "tools/lmsim/verdict.h"
 
@@ -66,7 +66,7 @@ class Stage {
   struct Actor {
     const char* pszName;
     std::function<void()> act;
-    std::unique_ptr<sim::Beside> pThread;
+    std::unique_ptr<sim::SideThread> pThread;
   };
   w32::Balance m_before;
   std::optional<sim::World> m_world;

@@ -66,7 +66,7 @@ void Stage::Play() {
   const HANDLE hOver = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   std::size_t nLeft = m_actors.size();
   for (Actor& actor : m_actors) {
-    actor.pThread = std::make_unique<sim::Beside>([&actor, &nLeft, hOver] {
+    actor.pThread = std::make_unique<sim::SideThread>([&actor, &nLeft, hOver] {
       w32::NameThread(actor.pszName);
       {
         const w32::FaultsOn faults;  // the stage itself works

@@ -6,7 +6,6 @@
 
 #include "tools/lmctl/commands/archive_files.h"
 #include "tools/lmctl/commands/commands.h"
-#include "tools/lmctl/commands/terminal.h"
 #include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
 #include "tools/lmctl/windows/queue.h"

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "tools/lmctl/commands/log_stories.h"
-#include "tools/lmctl/commands/terminal.h"
+#include "tools/common/terminal.h"
 #include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
 #include "tools/lmctl/story/story_store.h"
@@ -18,7 +18,7 @@ namespace {
 // A job that runs, in place on the terminal's last line, until it or another one is done.
 class RunningLine {
  public:
-  explicit RunningLine(bool bShown) : m_bShown(bShown && IsTerminal()) {}
+  explicit RunningLine(bool bShown) : m_bShown(bShown && lmtools::IsTerminal()) {}
   void Show(const StoryMachine& machine, const Filter& filter) {
     if (!m_bShown) return;
     std::string strText;
@@ -29,7 +29,7 @@ class RunningLine {
     });
     if (strText == m_strText) return;
     Clear();
-    m_strText = strText.substr(0, Columns() > 1 ? Columns() - 1 : 0);
+    m_strText = strText.substr(0, lmtools::Columns() > 1 ? lmtools::Columns() - 1 : 0);
     while (m_strText.size() < strText.size() && (strText[m_strText.size()] & 0xC0) == 0x80) m_strText.pop_back();
     std::printf("%s", m_strText.c_str());
   }
@@ -44,10 +44,10 @@ class RunningLine {
 };
 
 [[noreturn]] void FollowJobs(const Options& options, const Filter& filter) {
-  TableRenderer table(stdout, Columns(), WantsColour());
+  TableRenderer table(stdout, lmtools::Columns(), lmtools::WantsColour());
   if (!options.bJson) table.Header();
   StoryReader* pReader = nullptr;
-  RunningLine running(!options.bJson && WantsColour());
+  RunningLine running(!options.bJson && lmtools::WantsColour());
   Neighbours neighbours;
   StoryReader reader(
       options,
@@ -132,7 +132,7 @@ int Jobs(const Options& options) {
   } else if (options.bTwice) {
     store.ForEach(options.nLast, [&](const Story& story) { TellTwice(stdout, story); });
   } else if (store.Size() > 0) {
-    TableRenderer table(stdout, Columns(), WantsColour());
+    TableRenderer table(stdout, lmtools::Columns(), lmtools::WantsColour());
     table.Header();
     store.ForEach(options.nLast, [&](const Story& story) { table.Row(story); });
   }

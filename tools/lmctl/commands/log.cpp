@@ -7,7 +7,7 @@
 #include "tools/lmctl/commands/commands.h"
 #include "tools/lmctl/log/log_reader.h"
 #include "tools/lmctl/render/render.h"
-#include "tools/lmctl/commands/terminal.h"
+#include "tools/common/terminal.h"
 
 namespace lmctl {
 namespace {
@@ -37,7 +37,7 @@ bool NamesJob(std::string_view line, long long nJob) {
 }  // namespace
 
 int ShowLog(const Options& options) {
-  const bool bColour = WantsColour();
+  const bool bColour = lmtools::WantsColour();
   LogReader reader(options.logs);
   std::uint64_t nRead = 0;
   const auto show = [&](const LogReader::Line& read) {

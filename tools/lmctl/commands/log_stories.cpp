@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "tools/lmctl/commands/terminal.h"
+#include "tools/common/progress_bar.h"
 #include "tools/lmctl/commands/time_text.h"
 #include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
@@ -51,7 +51,7 @@ StoryReader::StoryReader(const Options& options, StoryMachine::Sink sink, bool b
 }
 
 void StoryReader::Read(bool bWhole) {
-  Progress progress("reading the log");
+  lmtools::ProgressBar progress("reading the log", lmtools::ProgressBar::Kind::Patience);
   m_reader.Read(
       [&](const LogReader::Line& line) {
         const LogLine parsed = ParseLine(line.text, line.bWhole);

@@ -58,7 +58,8 @@ class JobCourse {
   bool IsTracedThroughout() const { return Has('T') && !m_bLevelsMixed && !m_bLevelsChanged; }  // as far as it is known
   bool Has(char cLevel) const { return m_levels[static_cast<unsigned char>(cLevel) & 127]; }
   bool IsWriting() const { return m_write.bOpen; }
-  bool IsFresh() const { return m_bInStart; }  // still in the call that starts it
+  bool IsFresh() const { return m_bInStart; }                             // still in the call that starts it
+  bool IsSurelyOwn() const { return !m_story.bLinesLost && !m_bOthers; }  // what its lines say
   bool IsOnPortMonitor() const { return m_story.path == Path::PortMonitor; }
   const Story& story() const { return m_story; }
 

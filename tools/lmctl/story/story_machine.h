@@ -80,8 +80,8 @@ class StoryMachine {
   void EndLine(Process& process, Step step, const LogLine& line);
   void PortLine(Process& process, Step step, const LogLine& line);
 
-  // Now, unless it may be the end of another start of the job, whose own line is lost.
-  LocalMs EndOf(const Job& job) const { return job.course.story().bLinesLost ? 0 : m_llTime; }
+  // Now, unless it may be the end of another start of the job, whose own line is not there.
+  LocalMs EndOf(const Job& job) const { return job.course.IsSurelyOwn() ? m_llTime : 0; }
   JobCourse::At Here() const { return {m_llTime, m_place}; }
 
   Sink m_sink;

@@ -23,7 +23,7 @@
 #include "tools/common/registered_monitor.h"
 #include "tools/lmctl/render/render.h"
 #include "tools/common/service.h"
-#include "tools/lmctl/commands/terminal.h"
+#include "tools/common/terminal.h"
 #include "tools/lmctl/windows/wide.h"
 
 namespace lmctl {
@@ -46,7 +46,7 @@ class Findings {
     if (bJson) {
       std::printf("%s\n", m_rows.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
     } else {
-      const bool bColour = WantsColour();
+      const bool bColour = lmtools::WantsColour();
       for (const auto& row : m_rows) {
         const std::string strState = row["state"];
         const std::string strRemedy = row["remedy"].is_null() ? "" : row["remedy"].get<std::string>();

@@ -10,7 +10,6 @@
 
 #include "base/setting_names.h"
 #include "tools/lmctl/log/error_text.h"
-#include "tools/lmctl/commands/terminal.h"
 #include "tools/lmctl/windows/wide.h"
 
 namespace lmctl {

@@ -1,17 +1,17 @@
-#include "sim/beside.h"
+#include "sim/side_thread.h"
 
 namespace sim {
 
-Beside::Beside(std::function<void()> act) : m_act(std::move(act)) {
+SideThread::SideThread(std::function<void()> act) : m_act(std::move(act)) {
   const auto run = [](LPVOID p) -> DWORD {
-    static_cast<Beside*>(p)->m_act();
+    static_cast<SideThread*>(p)->m_act();
     return 0;
   };
   DWORD dwThreadId = 0;
   m_hThread = CreateThread(nullptr, 0, run, this, 0, &dwThreadId);
 }
 
-void Beside::Join() {
+void SideThread::Join() {
   if (m_hThread == nullptr) return;
   WaitForSingleObject(m_hThread, INFINITE);
   CloseHandle(m_hThread);

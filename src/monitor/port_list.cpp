@@ -1,4 +1,4 @@
-#include "monitor/port_registry.h"
+#include "monitor/port_list.h"
 
 #include <cwchar>
 #include <memory>

@@ -8,12 +8,12 @@
 namespace sim {
 
 // Something that another thread does meanwhile; it ends before this object does.
-class Beside {
+class SideThread {
  public:
-  explicit Beside(std::function<void()> act);
-  ~Beside() { Join(); }
-  Beside(const Beside&) = delete;
-  Beside& operator=(const Beside&) = delete;
+  explicit SideThread(std::function<void()> act);
+  ~SideThread() { Join(); }
+  SideThread(const SideThread&) = delete;
+  SideThread& operator=(const SideThread&) = delete;
   bool Ends(DWORD dwMilliseconds) { return WaitForSingleObject(m_hThread, dwMilliseconds) == WAIT_OBJECT_0; }
   void Join();
 
