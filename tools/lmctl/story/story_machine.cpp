@@ -207,11 +207,11 @@ StoryMachine::Job* StoryMachine::ForWrite(Process& process, std::uint32_t nThrea
   bool bOwn = false;
   for (const auto& pJob : process.jobs) {
     if (pJob->course.story().strPort != port || pJob->bEnded) continue;
-    // Without level T the end of the job before is not shown: on its own thread the next one has taken its place.
+    // Without level T the end of the job before is not shown: on its own thread the next one has taken its place. Level T shows
+    // more of a start only if the port is free. Else that level went off, or the start was refused by a line that is not shown.
     const bool bTakesOver = pOwn != nullptr && !pOwn->bPortKnown && pOwn->course.story().strPort == port;
-    if (pJob->bPortKnown && bTakesOver && !pJob->course.IsTraced()) continue;
-    // … or level T went off meanwhile; or it was refused by a line that is not shown.
-    if (pJob->bPortKnown && bTakesOver && !pOwn->course.IsTraced()) return nullptr;
+    if (pJob->bPortKnown && bTakesOver && (pOwn->course.IsTraced() || !pJob->course.IsTraced())) continue;
+    if (pJob->bPortKnown && bTakesOver) return nullptr;
     if (pJob->bPortKnown) return pJob->course.story().bLinesLost ? nullptr : pJob.get();
     ++nBegun;
     pLatest = pJob.get();
