@@ -209,7 +209,8 @@ StoryMachine::Job* StoryMachine::ForWrite(Process& process, std::uint32_t nThrea
     if (pJob->course.story().strPort != port || pJob->bEnded) continue;
     // Without level T the end of the job before is not shown: on its own thread the next one has taken its place. Level T shows
     // more of a start only if the port is free. Else that level went off, or the start was refused by a line that is not shown.
-    const bool bTakesOver = pOwn != nullptr && !pOwn->bPortKnown && pOwn->course.story().strPort == port;
+    const bool bTakesOver =
+        pOwn != nullptr && !pOwn->bPortKnown && pOwn->course.story().strPort == port && pOwn->nSerial > pJob->nSerial;
     if (pJob->bPortKnown && bTakesOver && (pOwn->course.IsTraced() || !pJob->course.IsTraced())) continue;
     if (pJob->bPortKnown && bTakesOver) return nullptr;
     if (pJob->bPortKnown) return pJob->course.story().bLinesLost ? nullptr : pJob.get();
