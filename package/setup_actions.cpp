@@ -62,11 +62,7 @@ std::optional<DWORD> Levels(const std::wstring& text) {
   if (const auto dwMask = Number(text)) return dwMask;
   if (_wcsicmp(text.c_str(), L"off") == 0) return LOG_OFF;
   DWORD dwMask = 0;
-  for (const wchar_t c : text) {
-    if (LogLevelOf(c) == 0) return std::nullopt;
-    dwMask |= LogLevelOf(c);
-  }
-  return dwMask;
+  return LogMaskOf(text, dwMask) ? std::optional(dwMask) : std::nullopt;
 }
 
 // Sets the property that the registry table writes: the value that was given, or the one that the machine has, so that a

@@ -33,6 +33,18 @@ constexpr DWORD LogLevelOf(wchar_t cLetter) noexcept {
   return 0;
 }
 
+// The mask of letters, "EWI" for example; FALSE when one of them is of no level.
+template <class Text>
+constexpr bool LogMaskOf(const Text& letters, DWORD& dwMask) noexcept {
+  dwMask = 0;
+  for (const auto cLetter : letters) {
+    const DWORD dwLevel = LogLevelOf(static_cast<wchar_t>(cLetter));
+    if (dwLevel == 0) return false;
+    dwMask |= dwLevel;
+  }
+  return true;
+}
+
 // The settings are read again when a call comes this long after the last time.
 inline constexpr DWORD kLogReloadMs = 15'000;
 

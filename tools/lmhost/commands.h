@@ -17,7 +17,7 @@ struct Options {
   std::string strDriver = "Kelvane HM-520";
   std::string strDatatype = "RAW";
   std::string strShare;
-  std::string strLogLevel = "EWI";
+  std::string strLogLevel = "EWI";  // letters
   std::string strRoot;
   std::string strService = "running";
   bool bNoLibrary = false;
@@ -29,15 +29,9 @@ struct Options {
   int nKeepDays = -1;
   std::vector<int> archiveFlags;
   std::uint32_t nSpeed = 0;
-  // share
-  std::string strShareName;
 };
 
-// Level letters (of "EWIDTV") as the log's mask; false for another letter.
-bool LevelMask(const std::string& strLetters, std::uint32_t& dwMask);
-
 int PrintFiles(const Options& options);
-int ShareRequest(const Options& options);
 int ShowModels();
 
 }  // namespace lmhost

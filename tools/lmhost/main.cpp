@@ -11,6 +11,7 @@
 #include "posix/control.h"
 #endif
 
+#include "log/level.h"
 #include "sim/printer.h"
 #include "tools/lmhost/commands.h"
 
@@ -65,17 +66,14 @@ int main(int argc, char** argv) {
       ->expected(6);
 
   app.add_subcommand("models", "print the model table");
-  CLI::App* pShare = app.add_subcommand("share", "ask the port to share the printer again under a name");
-  pShare->add_option("NAME", options.strShareName, "share name")->required();
-  AddWorldOptions(*pShare, options);
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : lmhost::kExitUsage;
   }
-  std::uint32_t dwMask = 0;
-  if (!lmhost::LevelMask(options.strLogLevel, dwMask)) {
+  DWORD dwMask = 0;
+  if (!LogMaskOf(options.strLogLevel, dwMask)) {
     std::fprintf(stderr, "lmhost: levels are letters of EWIDT\n");
     return lmhost::kExitUsage;
   }
@@ -83,6 +81,5 @@ int main(int argc, char** argv) {
   RestartWithRoot(options.strRoot, argv);
 #endif
   if (pPrint->parsed()) return lmhost::PrintFiles(options);
-  if (pShare->parsed()) return lmhost::ShareRequest(options);
   return lmhost::ShowModels();
 }

@@ -1,22 +1,11 @@
-// lmhost models, and the letters of the log's levels.
+// lmhost models.
 #include <cstdio>
 
-#include "log/level.h"
 #include "monitor/model.h"
 #include "sim/world.h"
 #include "tools/lmhost/commands.h"
 
 namespace lmhost {
-
-bool LevelMask(const std::string& strLetters, std::uint32_t& dwMask) {
-  dwMask = 0;
-  for (const char c : strLetters) {
-    const DWORD dwLevel = LogLevelOf(static_cast<unsigned char>(c));
-    if (dwLevel == 0) return false;
-    dwMask |= dwLevel;
-  }
-  return true;
-}
 
 int ShowModels() {
   std::printf("%-20s %-10s %-5s %-5s %-9s %s\n", "driver", "status", "open", "flags", "errors", "serial settings");

@@ -1,4 +1,4 @@
-// lmhost print and lmhost share: the world, the jobs and the summary.
+// lmhost print: the world, the jobs and the summary.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +7,8 @@
 #include <optional>
 
 #include "base/setting_names.h"
+#include "log/level.h"
+#include "monitor/model.h"
 #include "sim/world.h"
 #include "tools/lmhost/commands.h"
 #include "tools/lmhost/job_check.h"
@@ -21,7 +23,6 @@ namespace {
 
 constexpr char kQueue[] = "Till";
 constexpr DWORD kShowMs = 100;  // between two looks at a job
-constexpr char kOneByteDriver[] = "Kelvane Tagline 62";
 
 std::string HostPathOf(const std::string& strPath) {
 #ifdef _WIN32
@@ -89,9 +90,16 @@ struct KeptSettings {
   KeptMachineValue openWithStartDoc{kDriverKey, kOpenWithStartDocValue};
 };
 
+// As the monitor finds the model of a driver.
+bool HasOneByteStatus(const std::string& strDriver) {
+  for (const DevModelEntry& entry : DevModelTable())
+    if (sim::SameText(sim::Narrow(entry.pszModelName), strDriver)) return entry.pDevData->HasOneByteStatus();
+  return false;
+}
+
 bool BuildWorld(sim::World& world, const Options& options) {
   sim::PrinterSettings settings;
-  settings.bOneByteStatus = options.strDriver == kOneByteDriver;
+  settings.bOneByteStatus = HasOneByteStatus(options.strDriver);
   settings.dwBytesPerSecond = options.nSpeed;
   sim::Queue& queue = world.AddPrinter(kQueue, options.strPort, options.strDriver, settings);
   queue.strShare = options.strShare;
@@ -147,8 +155,10 @@ struct Totals {
 };
 
 // What a delivered job's line says: how often it stands on paper and who confirmed that.
-std::string Verdict(const JobCheck::Outcome& outcome, const Options& options) {
-  std::string strVerdict = outcome.nWholeLast == 1 ? "delivered, whole on paper" : "delivered, NOT whole on paper";
+std::string Verdict(const JobCheck::Outcome& outcome, bool bEmpty, const Options& options) {
+  std::string strVerdict = bEmpty                    ? "delivered, without data"
+                           : outcome.nWholeLast == 1 ? "delivered, whole on paper"
+                                                     : "delivered, NOT whole on paper";
   if (outcome.nWholeAll > 1) strVerdict += sim::Format(" (%u times)", outcome.nWholeAll);
   if (outcome.bConfirmed) {
     strVerdict += sim::Format(", confirmed by %02X", static_cast<unsigned>(outcome.byResponse));
@@ -203,12 +213,13 @@ void PrintOne(sim::World& world, HANDLE hPort, const std::string& strFile, const
     bar.End(sim::Format("broken off after %llu bytes, error %u", static_cast<unsigned long long>(result.ullDelivered),
                         static_cast<unsigned>(result.dwError)));
   } else {
-    bar.End(Verdict(outcome, options));
-    totals.nWhole += outcome.nWholeLast == 1 ? 1 : 0;
+    bar.End(Verdict(outcome, strData.empty(), options));
+    const bool bWhole = strData.empty() || outcome.nWholeLast == 1;
+    totals.nWhole += bWhole ? 1 : 0;
     totals.nReprints += outcome.nReprints;
     totals.bArchiveIsWire &= outcome.bArchiveIsWire;
     totals.bArchiveIsPaper &= outcome.bArchiveIsPaper;
-    if (outcome.nWholeLast == 1 && outcome.bArchiveIsWire && outcome.bArchiveIsPaper) return;
+    if (bWhole && outcome.bArchiveIsWire && outcome.bArchiveIsPaper) return;
   }
   totals.bAll = false;
 }
@@ -224,8 +235,8 @@ int PrintFiles(const Options& options) {
   }
   const KeptSettings kept;
   sim::World world;
-  std::uint32_t dwMask = 0;
-  LevelMask(options.strLogLevel, dwMask);
+  DWORD dwMask = 0;
+  LogMaskOf(options.strLogLevel, dwMask);
   sim::World::SetLogLevel(dwMask);
   if (!BuildWorld(world, options)) return kExitUsage;
   world.Attach();
@@ -262,30 +273,6 @@ int PrintFiles(const Options& options) {
   std::printf("  paper     %s\n", HostPathOf(strOutput).c_str());
   std::printf("  log       %s\n", HostPathOf(sim::World::LogFolder()).c_str());
   return totals.bAll ? kExitDelivered : kExitNotDelivered;
-}
-
-int ShareRequest(const Options& options) {
-  const KeptSettings kept;
-  sim::World world;
-  if (!BuildWorld(world, options)) return kExitUsage;
-  world.Attach();
-  const HANDLE hPort = world.spooler.OpenPort(options.strPort, kQueue);
-  if (hPort == nullptr) return kExitNotDelivered;
-  DWORD dwFlags = 0;
-  DWORD cbReturned = 0;
-  {
-    const sim::ActAsClient client;
-    sim::WideString request = sim::Wide("DO_SETTING_SHARE_PRN__" + options.strShareName);
-    world.spooler.pMonitor->pfnGetPrinterDataFromPort(
-        hPort, 0, request.data(), nullptr, 0, reinterpret_cast<wchar_t*>(&dwFlags), sizeof dwFlags, &cbReturned);
-  }
-  const std::string strShare = world.spooler.FindQueue(kQueue)->strShare;
-  world.spooler.ClosePort(hPort);
-  const bool bShared = strShare == options.strShareName;
-  std::printf("%s; port flags 0x%02x (%u bytes returned)\n",
-              bShared ? ("shared as " + strShare).c_str() : "not shared: see the log", static_cast<unsigned>(dwFlags),
-              static_cast<unsigned>(cbReturned));
-  return bShared ? kExitDelivered : kExitNotDelivered;
 }
 
 }  // namespace lmhost

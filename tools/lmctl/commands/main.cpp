@@ -70,9 +70,8 @@ int main(int argc, char** argv) {
         "the code page of a log from elsewhere: cp1252, cp850, cp932, utf-8 (default: this machine's)");
   };
   const auto levels = [&](const std::string& strLetters) {
-    for (const char c : strLetters)
-      if (LogLevelOf(static_cast<unsigned char>(c)) == 0) return std::string("levels are letters of EWIDTV");
-    return std::string();
+    DWORD dwMask = 0;
+    return std::string(LogMaskOf(strLetters, dwMask) ? "" : "levels are letters of EWIDTV");
   };
 
   CLI::App* pJobs = app.add_subcommand("jobs", "one row a job: when, where, how many bytes, what became of it");

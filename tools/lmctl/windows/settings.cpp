@@ -128,11 +128,7 @@ NewValue Parse(const Setting& setting, const std::string& strValue) {
     case Kind::Levels: {
       if (strValue == "off") return dword(LOG_OFF);
       DWORD dwMask = 0;
-      for (const char c : strValue) {
-        const DWORD dwLevel = LogLevelOf(static_cast<unsigned char>(c));
-        if (dwLevel == 0) refuse("letters of EWIDTV, or off");
-        dwMask |= dwLevel;
-      }
+      if (!LogMaskOf(strValue, dwMask)) refuse("letters of EWIDTV, or off");
       return dword(dwMask);
     }
     case Kind::Number:
