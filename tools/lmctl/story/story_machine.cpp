@@ -225,14 +225,7 @@ StoryMachine::Job* StoryMachine::ForWrite(Process& process, std::uint32_t nThrea
     if (process.llTraced == 0 || !pLatest->course.IsTraced()) pLatest = bOwnGoesOn ? pOwn : nullptr;
     if (pLatest == nullptr) return nullptr;
   }
-  if (pLatest != nullptr) return pLatest->course.story().bLinesLost ? nullptr : pLatest;
-  Job* pUnplaced = nullptr;
-  for (const auto& pJob : process.jobs) {
-    if (!pJob->course.story().strPort.empty() || pJob->course.story().bLinesLost) continue;
-    if (pUnplaced != nullptr) return nullptr;
-    pUnplaced = pJob.get();
-  }
-  return pUnplaced;
+  return pLatest != nullptr && !pLatest->course.story().bLinesLost ? pLatest : nullptr;
 }
 
 StoryMachine::Job* StoryMachine::ById(Process& process, std::int64_t nJob, std::string_view port,
