@@ -288,13 +288,14 @@ void JudgeFiles(const std::vector<lmctl::LogLine>& lines, const std::vector<JobT
   const lmctl::LocalMs llFirst = lines[nFirst].Time(2026, 11);
   while (nSecond < lines.size() && lines[nSecond].Time(2026, 11) <= llFirst + 61'000) ++nSecond;
   const auto fileOf = [&](std::uint64_t n) { return n < nFirst ? 0u : n < nSecond ? 1u : 2u; };
-  Judge(StoriesOf(lines, All, fileOf), truths, std::string(kLetters), log, verdict);
+  JudgedLog less = log;
+  less.bLinesLost = true;
+  // (Where a file ends with the setting of the clock, it looks as if one were missing.)
+  Judge(StoriesOf(lines, All, fileOf), truths, std::string(kLetters), log.bClockSet ? less : log, verdict);
   if (lines[nFirst].kind != lmctl::LineKind::Call || nSecond == lines.size()) return;
   const auto bThere = [&](const lmctl::LogLine& line) {
     return fileOf(static_cast<std::uint64_t>(&line - lines.data())) != 1;
   };
-  JudgedLog less = log;
-  less.bLinesLost = true;
   Judge(StoriesOf(lines, bThere, fileOf), truths, "a file that is gone", less, verdict);
 }
 
