@@ -4,6 +4,32 @@
 #include "base/setting_names.h"
 #include "monitor/log_module.h"
 
+namespace {
+
+// The printer data of a queue that switch something on for its port: a value that is not zero sets the flag.
+struct QueueSwitch {
+  const wchar_t* pszValue;
+  DWORD dwPortFlag;
+};
+constexpr QueueSwitch kQueueSwitches[] = {{kAutoReprintValue, PORT_AUTO_REPRINT}};
+
+// Returns the spooler's code.
+DWORD ReadSwitch(const QueueSwitch& setting, IniPort& port) noexcept {
+  DWORD dwType = 0;
+  DWORD dwValue = 0;
+  DWORD cbNeeded = 0;
+  const DWORD dwError = GetPrinterDataW(port.pIniJob->hPrinter, const_cast<wchar_t*>(setting.pszValue), &dwType,
+                                        reinterpret_cast<BYTE*>(&dwValue), sizeof dwValue, &cbNeeded);
+  if (dwError != ERROR_SUCCESS) {
+    LogE(L"Fail to GetPrinterData[value:%s] [GLE:%d]", setting.pszValue, GetLastError());
+    return dwError;
+  }
+  if (dwValue != 0) port.dwPortFlags |= setting.dwPortFlag;
+  return ERROR_SUCCESS;
+}
+
+}  // namespace
+
 BOOL IsDisableOpenAlwaysByLM() noexcept {
   LSTATUS lError = ERROR_SUCCESS;
   const UniqueKey key = OpenMachineKey(kDriverKey, kDriverKey32, &lError);
@@ -22,15 +48,10 @@ DWORD GetSettingFromPrinterData(IniPort* pIniPort) noexcept {
     LogE(L"Invalid address. pIniJob:[0x%x]", LogAddress(pIniJob));
     return ERROR_INVALID_DATA;
   }
-  DWORD dwType = 0;
-  DWORD dwAutoReprint = 0;
-  DWORD cbNeeded = 0;
-  const DWORD dwError = GetPrinterDataW(pIniJob->hPrinter, const_cast<wchar_t*>(kAutoReprintValue), &dwType,
-                                        reinterpret_cast<BYTE*>(&dwAutoReprint), sizeof dwAutoReprint, &cbNeeded);
-  if (dwError != ERROR_SUCCESS) {
-    LogE(L"Fail to GetPrinterData[value:%s] [GLE:%d]", kAutoReprintValue, GetLastError());
-    return dwError;
+  DWORD dwFirstError = ERROR_SUCCESS;
+  for (const QueueSwitch& setting : kQueueSwitches) {
+    const DWORD dwError = ReadSwitch(setting, *pIniPort);
+    if (dwFirstError == ERROR_SUCCESS) dwFirstError = dwError;
   }
-  if (dwAutoReprint != 0) pIniPort->dwPortFlags |= PORT_AUTO_REPRINT;
-  return ERROR_SUCCESS;
+  return dwFirstError;
 }

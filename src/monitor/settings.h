@@ -10,6 +10,6 @@
 BOOL IsDisableOpenAlwaysByLM() noexcept;
 
 // Sets PORT_AUTO_REPRINT when the queue's printer data "AutoReprint" is not zero; nothing clears the bit while the port is
-// open. Returns 0, ERROR_INVALID_DATA without a job or its printer handle, or the spooler's code. The caller holds
-// csMonitor.
+// open. Returns 0, ERROR_INVALID_DATA without a job or its printer handle, or the spooler's code for the first value that it
+// did not give. The caller holds csMonitor.
 DWORD GetSettingFromPrinterData(IniPort* pIniPort) noexcept;
