@@ -101,30 +101,29 @@ unsigned DeleteFolderTree(const SafeFolder& parent, const wchar_t* pszName) noex
   Level* pLevel = GoDown(nullptr, parent, pszName, bSkipped);
   if (bSkipped) return 1;
   bool bEntry = pLevel->hFind.get() != INVALID_HANDLE_VALUE;
-  while (pLevel != nullptr) {
+  while (true) {
     if (!bEntry) {  // the folder is done with; its own entry in the one above is what comes next
       const Level* pUp = pLevel->pUp;
       pLevel = GoUp(pLevel);
       (pUp != nullptr ? pUp->folder : parent).DeleteEntry(pUp != nullptr ? pUp->entry.cFileName : pszName);
-      bEntry = pLevel != nullptr && FindNextFileW(pLevel->hFind.get(), &pLevel->entry);
-      continue;
-    }
-    const bool bFolder = (pLevel->entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    const bool bStays = bFolder && pLevel->entry.cFileName[0] == L'.';
-    if (!bStays && IsFolder(pLevel->entry)) {
-      Level* pDown = GoDown(pLevel, pLevel->folder, pLevel->entry.cFileName, bSkipped);
-      nSkipped += bSkipped ? 1 : 0;
-      if (!bSkipped) {
-        pLevel = pDown;
-        bEntry = pLevel->hFind.get() != INVALID_HANDLE_VALUE;
-        continue;
+      if (pLevel == nullptr) return nSkipped;
+    } else {
+      const bool bFolder = (pLevel->entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+      const bool bStays = bFolder && pLevel->entry.cFileName[0] == L'.';
+      if (!bStays && IsFolder(pLevel->entry)) {
+        Level* pDown = GoDown(pLevel, pLevel->folder, pLevel->entry.cFileName, bSkipped);
+        if (!bSkipped) {
+          pLevel = pDown;
+          bEntry = pLevel->hFind.get() != INVALID_HANDLE_VALUE;
+          continue;
+        }
+        ++nSkipped;
+      } else if (!bStays) {
+        pLevel->folder.DeleteEntry(pLevel->entry.cFileName);
       }
-    } else if (!bStays) {
-      pLevel->folder.DeleteEntry(pLevel->entry.cFileName);
     }
     bEntry = FindNextFileW(pLevel->hFind.get(), &pLevel->entry) != FALSE;
   }
-  return nSkipped;
 }
 
 unsigned DeleteListed(const SafeFolder& folder, const WIN32_FIND_DATAW& entry) noexcept {
