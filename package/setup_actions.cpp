@@ -130,7 +130,7 @@ extern "C" UINT WINAPI PrepareSetup(MSIHANDLE hInstall) {
   if (bGiven && !Property(hInstall, L"Installed").empty() && !IsAdministrator())
     return Refuse(hInstall, L"LOGLEVEL and LOGLIFEDAYS of an installed package are an administrator's to change.");
   if (!SetMachineSetting(hInstall, L"LOGLEVEL", L"LogLevelData", kLogLevelValue, Levels))
-    return Refuse(hInstall, L"LOGLEVEL must be letters of EWIDTV, a number, or off.");
+    return Refuse(hInstall, L"LOGLEVEL must be letters of " LOG_LEVEL_LETTERS ", a number, or off.");
   if (!SetMachineSetting(hInstall, L"LOGLIFEDAYS", L"LogLifeDaysData", kLogLifeDaysValue, Number))
     return Refuse(hInstall, L"LOGLIFEDAYS must be a number of days.");
 

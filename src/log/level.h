@@ -26,6 +26,9 @@ struct LogLevelLetter {
 inline constexpr LogLevelLetter kLogLevelLetters[] = {{'I', LOG_LEVEL_I}, {'D', LOG_LEVEL_D}, {'T', LOG_LEVEL_T},
                                                       {'E', LOG_LEVEL_E}, {'W', LOG_LEVEL_W}, {'V', LOG_LEVEL_V}};
 
+// All letters, in the order in which people name them; a macro, so that texts are put together with it.
+#define LOG_LEVEL_LETTERS "EWIDTV"
+
 // The level of a letter; 0 for a letter of none.
 constexpr DWORD LogLevelOf(wchar_t cLetter) noexcept {
   for (const LogLevelLetter& known : kLogLevelLetters)

@@ -21,7 +21,8 @@ void AddWorldOptions(CLI::App& command, lmhost::Options& options) {
   command.add_option("--port", options.strPort, "port: USB001, COM3, IP_10.0.0.5, FILE:, ...")->capture_default_str();
   command.add_option("--driver", options.strDriver, "driver of the queue (see lmhost models)")->capture_default_str();
   command.add_option("--share", options.strShare, "share name of the queue");
-  command.add_option("--log-level", options.strLogLevel, "levels to log, letters of EWIDT")->capture_default_str();
+  command.add_option("--log-level", options.strLogLevel, "levels to log, letters of " LOG_LEVEL_LETTERS)
+      ->capture_default_str();
   command.add_option("--root", options.strRoot,
                      "folder for the world's drives, its log and its output; lmhost-world when not given");
   command.add_option("--service", options.strService, "the device-access service: running, stopped, absent")
@@ -74,7 +75,7 @@ int main(int argc, char** argv) {
   }
   DWORD dwMask = 0;
   if (!LogMaskOf(options.strLogLevel, dwMask)) {
-    std::fprintf(stderr, "lmhost: levels are letters of EWIDT\n");
+    std::fprintf(stderr, "lmhost: levels are letters of " LOG_LEVEL_LETTERS "\n");
     return lmhost::kExitUsage;
   }
 #ifndef _WIN32

@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
   };
   const auto levels = [&](const std::string& strLetters) {
     DWORD dwMask = 0;
-    return std::string(LogMaskOf(strLetters, dwMask) ? "" : "levels are letters of EWIDTV");
+    return std::string(LogMaskOf(strLetters, dwMask) ? "" : "levels are letters of " LOG_LEVEL_LETTERS);
   };
 
   CLI::App* pJobs = app.add_subcommand("jobs", "one row a job: when, where, how many bytes, what became of it");
@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
 
   CLI::App* pLog = app.add_subcommand("log", "the lines of the log");
   addLog(pLog);
-  pLog->add_option("--level", options.strLevels, "levels to show, letters of EWIDTV")->check(levels);
+  pLog->add_option("--level", options.strLevels, "levels to show, letters of " LOG_LEVEL_LETTERS)->check(levels);
   pLog->add_option("--job", options.nJob, "lines that name this job")->check(CLI::PositiveNumber);
   pLog->add_flag("--follow", options.bFollow, "go on as the log grows");
 

@@ -29,7 +29,7 @@ struct Setting {
 
 constexpr Setting kSettings[] = {
     {kLogLevelValue, kLogKey, kLogKey32, Kind::Levels, "-",
-     "levels that are logged, letters of EWIDTV; \"off\": nothing at all", "within 15 seconds"},
+     "levels that are logged, letters of " LOG_LEVEL_LETTERS "; \"off\": nothing at all", "within 15 seconds"},
     {kLogLifeDaysValue, kLogKey, kLogKey32, Kind::Number, "10", "days that log files stay", "within 15 seconds"},
     {kOpenWithStartDocValue, kDriverKey, kDriverKey32, Kind::Switch, "0", "1: the device is opened with each job",
      "with the next job"},
@@ -49,7 +49,7 @@ constexpr Setting kSettings[] = {
 std::string Letters(DWORD dwMask) {
   if ((dwMask & LOG_OFF) != 0) return "off";
   std::string str;
-  for (const char c : {'E', 'W', 'I', 'D', 'T', 'V'})
+  for (const char c : std::string_view(LOG_LEVEL_LETTERS))
     if ((dwMask & LogLevelOf(static_cast<unsigned char>(c))) != 0) str += c;
   return str.empty() ? "-" : str;
 }
@@ -128,7 +128,7 @@ NewValue Parse(const Setting& setting, const std::string& strValue) {
     case Kind::Levels: {
       if (strValue == "off") return dword(LOG_OFF);
       DWORD dwMask = 0;
-      if (!LogMaskOf(strValue, dwMask)) refuse("letters of EWIDTV, or off");
+      if (!LogMaskOf(strValue, dwMask)) refuse("letters of " LOG_LEVEL_LETTERS ", or off");
       return dword(dwMask);
     }
     case Kind::Number:
