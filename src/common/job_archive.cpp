@@ -187,9 +187,9 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
   wchar_t wszDay[16];
   FormatWide(wszDay, L"%04d%02d%02d", st.wYear, st.wMonth, st.wDay);
   FormatWide(buffer, L"%s\\%s", pszRoot, wszDay);
-  TrustedStart safeRoot;
+  TrustedStart root;
   SafeFolder day;
-  if (!safeRoot.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMake(safeRoot, wszDay, true) != SafeOpen::Opened) {
+  if (!root.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMake(root, wszDay, true) != SafeOpen::Opened) {
     LogE(L"Fail to create the output job folder. [%s]", name.get());
     return FALSE;
   }
@@ -273,9 +273,9 @@ void CJob::AgeAtJobEnd(HANDLE hPrinter, const wchar_t* pszRoot) noexcept {
 void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const noexcept {
   if (pszRoot == nullptr || *pszRoot == 0) return;
   const DWORD dwLimit = static_cast<DWORD>(ullNow >> 32) - RetentionUnits(nJobValidDays);
-  TrustedStart safeRoot;
+  TrustedStart root;
   SafeFolder root;
-  if (!safeRoot.Resolve(pszRoot, wcslen(pszRoot)) || !root.OpenRoot(safeRoot)) return;
+  if (!root.Resolve(pszRoot, wcslen(pszRoot)) || !root.OpenRoot(root)) return;
   WIN32_FIND_DATAW entry;
   const UniqueFind hFind = root.List(L"*.*", entry);
   if (hFind.get() == INVALID_HANDLE_VALUE) return;

@@ -4,7 +4,8 @@
 // How to read it: BuildPort draws a port with its jobs and their faults (random_world.h); PrintJobs takes a port's jobs through
 // the monitor, each port on a thread of its own, while others get in the way (mishaps.h); Run puts it together, and then asks
 // what came of it: of the paper and the device (random_checks.h), of the stories that the log tells (story_judge.h). Everything
-// random that the jobs depend on is drawn before a thread starts, and what is new draws from a generator of its own: so a seed stays the world that it was.
+// random that the jobs depend on is drawn before a thread starts, and what is new draws from a generator of its own: so a seed
+// stays the world that it was.
 #include "tools/lmsim/random_jobs.h"
 
 #include <algorithm>
