@@ -187,9 +187,9 @@ BOOL CJob::MakeSettings(HANDLE hPrinter, const SYSTEMTIME& st, wchar_t** ppszDat
   wchar_t wszDay[16];
   FormatWide(wszDay, L"%04d%02d%02d", st.wYear, st.wMonth, st.wDay);
   FormatWide(buffer, L"%s\\%s", pszRoot, wszDay);
-  TrustedStart place;
+  TrustedStart trusted;
   SafeFolder day;
-  if (!place.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMake(place, wszDay, true) != SafeOpen::Opened) {
+  if (!trusted.Resolve(pszRoot, wcslen(pszRoot)) || day.OpenOrMake(trusted, wszDay, true) != SafeOpen::Opened) {
     LogE(L"Fail to create the output job folder. [%s]", name.get());
     return FALSE;
   }
@@ -210,7 +210,7 @@ static UniqueHandle OpenJobFile(const wchar_t* pszFilePath, SafeFolder& day, Fil
   const std::size_t nFile = LastNameAt(pszFilePath, wcslen(pszFilePath));
   const std::size_t nDay = nFile > 0 ? LastNameAt(pszFilePath, nFile - 1) : 0;
   PathText dayName;
-  TrustedStart place;
+  TrustedStart root;
   const bool bOpened = nDay > 1 && dayName.Assign(pszFilePath + nDay, nFile - 1 - nDay) &&
                        root.Resolve(pszFilePath, nDay - 1) && day.Open(root, dayName.Text()) == SafeOpen::Opened;
   return bOpened ? day.OpenFile(pszFilePath + nFile, GENERIC_WRITE, true, &facts) : nullptr;
@@ -273,9 +273,9 @@ void CJob::AgeAtJobEnd(HANDLE hPrinter, const wchar_t* pszRoot) noexcept {
 void CJob::DeleteOldJobFolders(ULONGLONG ullNow, const wchar_t* pszRoot) const noexcept {
   if (pszRoot == nullptr || *pszRoot == 0) return;
   const DWORD dwLimit = static_cast<DWORD>(ullNow >> 32) - RetentionUnits(nJobValidDays);
-  TrustedStart place;
+  TrustedStart trusted;
   SafeFolder root;
-  if (!root.Resolve(pszRoot, wcslen(pszRoot)) || !root.OpenRoot(root)) return;
+  if (!trusted.Resolve(pszRoot, wcslen(pszRoot)) || !root.OpenRoot(trusted)) return;
   WIN32_FIND_DATAW entry;
   const UniqueFind hFind = root.List(L"*.*", entry);
   if (hFind.get() == INVALID_HANDLE_VALUE) return;
