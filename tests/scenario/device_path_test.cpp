@@ -346,11 +346,14 @@ TEST_F(DevicePath, RestartedJobCountsAsCancelledAPausedOneDoesNot) {
   options.cbChunk = 100;
   options.onProgress = [&](std::uint64_t ullDone) {
     if (ullDone == 100) world().spooler.SetStatus(LastJob(), JOB_STATUS_PAUSED);
-    if (ullDone == 300) world().spooler.SetStatus(LastJob(), JOB_STATUS_RESTART);
+    if (ullDone != 300) return;
+    world().spooler.SetStatus(LastJob(), JOB_STATUS_RESTART);
+    Sleep(3000);  // nothing is being sent: the library is told once
   };
   EXPECT_TRUE(PrintOn(hPort, Receipt(1000), "RAW", options).bDelivered);  // as far as the spooler can tell
   EXPECT_EQ(world().journal.Count("sdk send"), 3u);
   EXPECT_EQ(World::LogCount("Cancel job [pszPortName:0xUSB001"), 7u);
+  EXPECT_EQ(world().journal.Count("sdk SDK_CANCEL_IO_EX"), 2u);  // and once more at the end
   EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
 }
 

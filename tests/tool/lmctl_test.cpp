@@ -57,6 +57,10 @@ TEST_F(Lmctl, JobsTellsWhatBecameOfEachJob) {
   EXPECT_TRUE(byOutcome["confirmed"]["evidence"]["outcome"].is_number());
   EXPECT_EQ(byOutcome["printed"]["path"], "portMonitor");
   EXPECT_EQ(byOutcome["cancelled"]["path"], "device");
+  EXPECT_EQ(
+      nlohmann::json::parse(RunTool("lmctl jobs --json --queue till --port usb001 --last 2" + Log()).strOutput).size(),
+      2u);
+  EXPECT_EQ(nlohmann::json::parse(RunTool("lmctl jobs --json --port COM9" + Log()).strOutput).size(), 0u);
 }
 
 TEST_F(Lmctl, FiltersAndStatus) {

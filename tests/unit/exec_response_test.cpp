@@ -139,8 +139,10 @@ TEST_F(Waits, PrintableVerdictWaitsForTheStatusThatIsStillOnItsWay) {
 
 TEST_F(Waits, HeldBeginningIsDroppedWhenTheNextStatusBegins) {
   AskedPort asked(DevModelTable()[3].pDevData);  // a model that stops at a bit of the sixth byte
-  g_pieces = {{0xC0, 0xD2, 0xD0, 0xD0, 0xD0}, {0x21, 0xC8, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, {0x85}};
-  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), 0u);
+  for (const auto& [byHeader, dwExpected] : {std::pair<BYTE, DWORD>{0xC8, 0}, {0xC2, 1168}}) {
+    g_pieces = {{0xC0, 0xD2, 0xD0, 0xD0, 0xD0}, {0x21, byHeader, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, {0x85}};
+    EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), dwExpected);
+  }
 }
 
 TEST_F(Waits, EachPrintableStatusOfAnAnswerHasItsLine) {
