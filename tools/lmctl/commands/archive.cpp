@@ -8,7 +8,7 @@
 #include "tools/lmctl/commands/commands.h"
 #include "tools/lmctl/log/paths.h"
 #include "tools/lmctl/render/render.h"
-#include "tools/lmctl/windows/queue.h"
+#include "tools/lmctl/commands/queue.h"
 
 namespace lmctl {
 namespace {

@@ -2,7 +2,7 @@
 #include <stdexcept>
 
 #include "tools/lmctl/commands/commands.h"
-#include "tools/lmctl/windows/queue.h"
+#include "tools/lmctl/commands/queue.h"
 
 namespace lmctl {
 namespace {

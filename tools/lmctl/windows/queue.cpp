@@ -1,4 +1,4 @@
-#include "tools/lmctl/windows/queue.h"
+#include "tools/lmctl/commands/queue.h"
 
 #include <windows.h>
 
