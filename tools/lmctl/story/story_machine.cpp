@@ -244,10 +244,11 @@ StoryMachine::Job* StoryMachine::ById(Process& process, std::int64_t nJob, std::
 }
 
 void StoryMachine::Line(const LogLine& line, LocalMs llTime, const Place& place) {
-  const std::uint32_t nFileBefore = std::exchange(m_place, place).nFile;
+  m_place = place;
   if (line.kind == LineKind::LostNote || line.bLostBefore) LinesWereLost();
   if (line.kind != LineKind::Call) return;
-  if (place.nFile != nFileBefore && m_llTime != 0 && std::abs(llTime - m_llTime) > kMissingFileMs) LinesWereLost();
+  const bool bNextFile = std::exchange(m_nFile, place.nFile) != place.nFile && m_llTime != 0;
+  if (bNextFile && std::abs(llTime - m_llTime) > kMissingFileMs) LinesWereLost();
   m_llTime = llTime;
   const Step step = StepOf(line);
   if (step == Step::CutOff) return LinesWereLost();

@@ -88,6 +88,7 @@ class StoryMachine {
   const bool m_bEvents;
   LocalMs m_llTime = 0;  // of the current line
   Place m_place;
+  std::uint32_t m_nFile = 0;  // of the call before
   std::uint64_t m_nSerial = 0;
   std::uint32_t m_nLives = 0;
   std::uint64_t m_nUnlisted = 0;
