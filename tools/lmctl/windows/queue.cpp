@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/setting_names.h"
+#include "tools/common/progress_bar.h"
 #include "tools/lmctl/log/error_text.h"
 #include "tools/lmctl/windows/wide.h"
 
@@ -32,7 +33,7 @@ unsigned PrintRaw(const std::string& strQueue, const std::string& strDocument, c
   };
   if (dwJob == 0) fail("the job cannot be started");
   constexpr std::size_t kPiece = 64 * 1024;
-  Progress progress("printing");
+  lmtools::ProgressBar progress("printing", lmtools::ProgressBar::Kind::Patience);
   for (std::size_t n = 0; n < strBytes.size();) {
     const auto cb = static_cast<DWORD>(std::min(kPiece, strBytes.size() - n));
     DWORD cbWritten = 0;
