@@ -1,4 +1,5 @@
 // Jobs that go through the device-access library: which ports take that path, sessions, locks and failures.
+#include "common/serial_port.h"
 #include "tests/support/world_test.h"
 
 using namespace testing_support;
@@ -257,6 +258,11 @@ INSTANTIATE_TEST_SUITE_P(All, PortKinds,
                                            PortCase{"\\\\server\\till", 1, false, false},
                                            PortCase{"XPSPort:", 1, false, false}, PortCase{"SHRFAX:", 1, false, false},
                                            PortCase{"FILE7", 1, false, false}, PortCase{"LPT1:", 0, false, false}));
+
+TEST_F(DevicePath, PortWithoutANameIsNoVirtualComPort) {
+  EXPECT_FALSE(IsVirtualComPort(nullptr));
+  EXPECT_FALSE(IsVirtualComPort(L""));
+}
 
 #ifndef _WIN32  // a device map of one's own, which the order of its values belongs to
 TEST_F(DevicePath, DeviceMapIsReadUpToAHundredValues) {

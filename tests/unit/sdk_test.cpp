@@ -1,6 +1,8 @@
 // The binding to the device-access library.
 #include "monitor/sdk.h"
 
+#include <atomic>
+
 #include "monitor/model.h"
 #include "tests/support/world_test.h"
 
@@ -27,6 +29,24 @@ TEST_F(SdkFile, WithoutAllEntryPointsIsGivenBack) {
   EXPECT_TRUE(sdk.hSdkDll == nullptr && sdk.pOpenW == nullptr && sdk.pClose == nullptr && sdk.pDevIoCtrl == nullptr);
 }
 #endif
+
+TEST_F(SdkFile, LaneIsTakenByOneAtATime) {
+  CSdk sdk;
+  for (const DWORD dwLane : {SYNC_ALL, SYNC_SEND, SYNC_CTRL}) {
+    sdk.SetSync(dwLane);
+    std::atomic<bool> bTaken{false};
+    SideThread other([&] {
+      sdk.SetSync(dwLane);
+      bTaken = true;
+      sdk.ClrSync(dwLane);
+    });
+    Sleep(100);
+    EXPECT_FALSE(bTaken) << dwLane;
+    sdk.ClrSync(dwLane);
+    other.Join();
+    EXPECT_TRUE(bTaken) << dwLane;
+  }
+}
 
 TEST(Sdk, ReadTakesTwoFlagsAndUnlockNeedsNoLock) {
   CSdk sdk;
