@@ -39,7 +39,7 @@ void JobCourse::SetPort(std::string_view port, const At& at) {
 
 // A job takes one path: a line of the other is of another time that it was started, and the lines between them are lost.
 void JobCourse::TakesPath(Path path, const At& at) {
-  if (m_story.path == path) return;
+  if (m_story.path == path || m_bOthers) return;  // lines that may be another job's prove nothing
   if (m_story.path != Path::Unknown) {
     m_bOthers = true;
     return;
