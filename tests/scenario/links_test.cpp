@@ -1,7 +1,9 @@
 // Links and second names that a user puts below the log's and the archive's roots: nothing behind them is ever touched, and
 // printing goes on.
 #include <atomic>
+#include <cstring>
 
+#include "base/safe_path.h"
 #include "common/job_archive.h"
 #include "log/log.h"
 #include "log/log_folder.h"
@@ -62,6 +64,11 @@ TEST_F(Links, FileWithASecondNameElsewhereIsNeverWrittenTo) {
   CreateHardLinkW(sim::Wide(strLog).c_str(), sim::Wide(strOutside).c_str(), nullptr);
   EXPECT_TRUE(PrintOn(hPort, "third").bDelivered);
   EXPECT_EQ(OutsideFile(), "somebody's");
+  TrustedStart outside;
+  SafeFolder folder;
+  ASSERT_TRUE(outside.Resolve(sim::Wide(kOutside).c_str(), std::strlen(kOutside)) && folder.OpenRoot(outside));
+  EXPECT_FALSE(folder.OpenFile(L"file", GENERIC_WRITE, false));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
   DeleteFileW(sim::Wide(strLog).c_str());
 }
 

@@ -361,7 +361,7 @@ TEST_F(LogClock, ProductNameThatFillsItsRoomIsLeftOut) {
                    static_cast<DWORD>((cch + 1) * sizeof(wchar_t)));
     RegCloseKey(hKey);
     Say(LOG_LEVEL_E, L"line");
-    EXPECT_EQ(World::LogCount("_\r\n" + std::string(cch, 'p') + "\t"), cch == 126 ? 1u : 0u);
+    EXPECT_EQ(World::LogCount("_\r\n" + std::string(cch, 'p')), cch == 126 ? 1u : 0u);
     w32::AdvanceClock(kDay);
   }
 }
