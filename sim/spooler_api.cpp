@@ -143,7 +143,7 @@ BOOL WINAPI SetJobW(HANDLE hPrinter, DWORD dwJobId, DWORD, LPBYTE, DWORD dwComma
   if (pJob == nullptr || pJob->bGone) return Fail(ERROR_INVALID_PARAMETER);
   if (dwCommand == JOB_CONTROL_SENT_TO_PRINTER) {
     ++pJob->nSentToPrinter;
-    if (pJob->nLastPageEjected > pJob->nSentToPrinter)
+    if (pJob->nLastPageEjected >= pJob->nSentToPrinter)
       world.journal.Add("violation: sent-to-printer after last-page-ejected");
     world.journal.Add(Format("SetJob %u sent-to-printer", static_cast<unsigned>(dwJobId)), pJob->strQueue);
   } else if (dwCommand == JOB_CONTROL_LAST_PAGE_EJECTED) {

@@ -18,7 +18,8 @@ struct Result {
   std::string strOutput;
 };
 
-// Waits for the child and for the end of its output, whichever comes last.
+// Waits for the child and for the end of its output, whichever comes last. The child's current folder lies in its own prefix: what
+// it makes there it shares with nobody.
 Result RunProgram(const std::wstring& commandLine) {
   Result result;
   wchar_t wszFolder[MAX_PATH], wszOutput[MAX_PATH];
@@ -34,7 +35,7 @@ Result RunProgram(const std::wstring& commandLine) {
   PROCESS_INFORMATION process = {};
   const auto start = [&] {
     std::wstring line = commandLine;
-    return CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    return CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, wszFolder, &startup, &process);
   };
   // One start in some hundred fails inside Wine, before the program has begun.
   BOOL bStarted = start();

@@ -77,7 +77,8 @@ void CheckCancelled(const sim::World& world, const WorldKind& kind, const PortPl
   }
   if (dwChanged != 0) {
     const DWORD dwCall = (kind.bLostWatchers ? kLongestTransferMs : 0) + (kind.bLogHeld ? kLongestLogWaitMs : 0);
-    verdict.AtMost(job.dwEnded, std::max(dwChanged, dwLocked + kLockMs) + kEndsMs + dwCall, "end after its deletion");
+    verdict.AtMost(job.attempts[0].dwEnded, std::max(dwChanged, dwLocked + kLockMs) + kEndsMs + dwCall,
+                   "end after its deletion");
   }
   if (!bMustClear) return;
   verdict.Equal(strBeforeLast, "sdk SDK_CANCEL_IO_EX timeout=0", "last but one of the clearing requests");
@@ -95,17 +96,24 @@ void CheckPort(sim::World& world, const WorldKind& kind, const PortPlan& port, V
     verdict.About(sim::Format("job %u on %s", static_cast<unsigned>(job.dwId), port.strPort.c_str()));
     const sim::Job& spooled = *world.spooler.FindJob(job.dwId);
     if (!spooled.bGone) {
-      const unsigned nStarted = (job.result.bStarted ? 1u : 0u) + (job.again.bStarted ? 1u : 0u);
+      const auto nStarted = static_cast<unsigned>(std::count_if(
+          job.attempts.begin(), job.attempts.end(), [](const Attempt& attempt) { return attempt.result.bStarted; }));
       verdict.Equal(spooled.nSentToPrinter, nStarted, "reports of its data");
       verdict.Equal(spooled.nLastPageEjected, nStarted, "reports of its last page");
     }
-    verdict.AtMost(job.result.nMostOffers, kMostOffers, "offers of one buffer");
-    verdict.Holds(job.result.bStarted || job.result.dwError != 0, "a refusal has a code");
-    const bool bOnPortMonitor = std::any_of(port.attempts.begin(), port.attempts.end(), [&](const Attempt& attempt) {
-      return attempt.dwId == job.dwId && attempt.bOnPortMonitor;
-    });
-    if (job.IsCancelled() && job.result.bStarted && !bOnPortMonitor) CheckCancelled(world, kind, port, job, verdict);
-    if (job.IsCancelled() || !job.result.bDelivered) continue;
+    const sim::PrintResult& result = job.attempts[0].result;
+    verdict.AtMost(result.nMostOffers, kMostOffers, "offers of one buffer");
+    verdict.Holds(result.bStarted || result.dwError != 0, "a refusal has a code");
+    const bool bOnPortMonitor = job.attempts[0].bOnPortMonitor;
+    if (job.IsCancelled() && result.bStarted && !bOnPortMonitor) CheckCancelled(world, kind, port, job, verdict);
+    if (job.attempts.size() > 1 && job.attempts[1].result.bDelivered && !job.attempts[1].bOnPortMonitor &&
+        spooled.strDatatype != "RAW" && !kind.bTiny) {
+      const bool bWhole = std::any_of(strips.begin(), strips.end(), [&](const std::string& strStrip) {
+        return strStrip.find(job.strData) != std::string::npos;
+      });
+      verdict.Holds(bWhole, "a job that began again is on paper");
+    }
+    if (job.IsCancelled() || !result.bDelivered) continue;
     if (!strArchive.empty() && !kind.bLinks && !kind.bOthers && !kind.bTiny) {
       verdict.Equal(CountIn(strArchive, job.strData), 1u, "whole in the archive");
     }

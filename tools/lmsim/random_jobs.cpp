@@ -226,7 +226,7 @@ class Simulation {
       if (job.dwIntruder != 0)
         pIntruder = std::make_unique<SideThread>([&] {
           Sleep(job.dwIntrudesAfter);
-          Intrude(port, job.dwIntruder);
+          job.intrusion = Intrude(port, job.dwIntruder);
         });
       Attempt attempt = BeginAttempt(port, job.dwId, 0);
       std::unique_ptr<sim::Spooler::Running> pRunning;
@@ -251,18 +251,18 @@ class Simulation {
       if (m_kind.bHostile && m_ports.size() == 4 && !pRunning->Wait(kPatienceMs))
         world.spooler.SetStatus(job.dwId, JOB_STATUS_DELETING);
       attempt.result = pRunning->Join();
-      EndAttempt(port, attempt, port.attempts);
-      job.result = attempt.result;
-      job.dwEnded = attempt.dwEnded;
+      EndAttempt(port, attempt);
+      job.attempts.push_back(attempt);
       if (m_kind.bRestarts && !m_kind.bHostile && job.dwUserChange == JOB_STATUS_RESTART &&
           job.afterwards == Afterwards::Stays && (world.spooler.StatusOf(job.dwId) & JOB_STATUS_RESTART) != 0) {
         world.spooler.ClearStatus(job.dwId, JOB_STATUS_RESTART);
         Sleep(2);
         Attempt again = BeginAttempt(port, job.dwId, 1);
-        job.again = again.result = world.spooler.Print(port.hPort, job.dwId, job.strData, options);
-        EndAttempt(port, again, port.attempts);
+        again.result = world.spooler.Print(port.hPort, job.dwId, job.strData, options);
+        EndAttempt(port, again);
+        job.attempts.push_back(again);
       }
-      if (port.bSettingGoesAway && job.result.bStarted) {  // the port keeps what its first job found
+      if (port.bSettingGoesAway && attempt.result.bStarted) {  // the port keeps what its first job found
         sim::Queue* pQueue = world.spooler.FindQueue(port.strQueue);
         const sim::Guard guard(world.spooler.lock);
         pQueue->data["AutoReprint"] = sim::Spooler::Dword(0);
@@ -280,12 +280,11 @@ class Simulation {
     return attempt;
   }
 
-  void EndAttempt(const PortPlan& port, Attempt& attempt, std::vector<Attempt>& attempts) {
+  void EndAttempt(const PortPlan& port, Attempt& attempt) {
     attempt.dwEnded = GetTickCount();
     attempt.llLast = m_kind.bClockSet ? 0 : LocalNow();
     NoteEnd(world.journal, port.strQueue, attempt.dwId);
     attempt.bOnPortMonitor = OnPortMonitor(port, attempt.dwId) > (attempt.bOnPortMonitor ? 1u : 0u);
-    attempts.push_back(attempt);
   }
 
   // How often it went to the port monitor.
@@ -297,13 +296,14 @@ class Simulation {
   }
 
   // Another job begins on the port: refused while one is in progress, or else over at once.
-  void Intrude(PortPlan& port, DWORD dwId) {
+  Attempt Intrude(const PortPlan& port, DWORD dwId) {
     Attempt attempt = BeginAttempt(port, dwId, 0);
     attempt.result.bStarted = world.spooler.StartDoc(port.hPort, dwId);
     attempt.result.dwError = attempt.result.bStarted ? 0 : GetLastError();
     if (attempt.result.bStarted) world.spooler.EndDoc(port.hPort);
     attempt.result.bDelivered = attempt.result.bStarted;
-    EndAttempt(port, attempt, port.intrusions);
+    EndAttempt(port, attempt);
+    return attempt;
   }
 
   std::unique_ptr<SideThread> DrawLinks() {
@@ -342,21 +342,22 @@ class Simulation {
     std::vector<JobTruth> truths;
     for (const PortPlan& port : m_ports) {
       const std::vector<sim::Journal::Event> events = world.journal.EventsOf(port.strQueue);
-      for (const Attempt& attempt : port.intrusions)
-        truths.push_back(TruthOf(attempt, port.strQueue, port.strPort, events));
-      for (const Attempt& attempt : port.attempts) {
-        JobTruth truth = TruthOf(attempt, port.strQueue, port.strPort, events);
-        const auto it = std::find_if(port.jobs.begin(), port.jobs.end(),
-                                     [&](const RandomJob& job) { return job.dwId == attempt.dwId; });
-        if (attempt.nOfJob == 0) {
-          truth.bMayBeCancelled = (it->IsCancelled() && !truth.bOnPortMonitor) || it->afterwards == Afterwards::Leaves;
-          truth.bMustBeCancelled = truth.bMayBeCancelled && truth.bStarted && truth.dwChanged != 0 &&
-                                   !m_kind.bLostWatchers && it->afterwards == Afterwards::Stays &&
-                                   truth.dwChanged + 1000 < attempt.dwEnded;
-        } else if (truth.ullSent != 0 && truths.back().ullSent != 0) {
-          truth.bCameAgain = truths.back().bCameAgain = true;
+      const auto truthOf = [&](const Attempt& attempt) {
+        return TruthOf(attempt, port.strQueue, port.strPort, events);
+      };
+      for (const RandomJob& job : port.jobs) {
+        if (job.dwIntruder != 0) truths.push_back(truthOf(job.intrusion));
+        JobTruth first = truthOf(job.attempts[0]);
+        first.bMayBeCancelled = (job.IsCancelled() && !first.bOnPortMonitor) || job.afterwards == Afterwards::Leaves;
+        first.bMustBeCancelled = first.bMayBeCancelled && first.bStarted && first.dwChanged != 0 &&
+                                 !m_kind.bLostWatchers && job.afterwards == Afterwards::Stays &&
+                                 first.dwChanged + 1000 < job.attempts[0].dwEnded;
+        if (job.attempts.size() > 1) {
+          JobTruth again = truthOf(job.attempts[1]);
+          first.bCameAgain = again.bCameAgain = first.ullSent != 0 && again.ullSent != 0;
+          truths.push_back(again);
         }
-        truths.push_back(truth);
+        truths.push_back(first);
       }
     }
     const JudgedLog log = {sim::World::LogText(), m_kind.LinesMayBeLost(), m_kind.bClockSet};

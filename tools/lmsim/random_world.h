@@ -18,12 +18,11 @@ struct WorldKind {
   bool bLogHeld = false;       // somebody has the log's mutex
   bool bLinks = false;         // somebody puts links in the place of folders
   bool bOthers = false;        // programs and users have to do with the files
-  bool bTiny =
-      false;  // jobs of no bytes to eight, as short as what the printer is asked: only their stories are looked at
-  bool bRestarts = false;   // the spooler prints again what the user restarts
-  bool bIntruders = false;  // jobs are started on ports that are busy
-  bool bParts = false;      // the port monitor takes writes in part, or not at all
-  bool bClockSet = false;   // back, by an hour
+  bool bTiny = false;          // jobs of no bytes to eight, as short as a question: only their stories are looked at
+  bool bRestarts = false;      // the spooler prints again what the user restarts
+  bool bIntruders = false;     // jobs are started on ports that are busy
+  bool bParts = false;         // the port monitor takes writes in part, or not at all
+  bool bClockSet = false;      // back, by an hour
 
   bool LinesMayBeLost() const { return bLogHeld || bLinks || bOthers; }
 };
@@ -37,11 +36,10 @@ struct RandomJob {
   DWORD dwChangeAfter = 0;
   Afterwards afterwards = Afterwards::Stays;  // what becomes of the bits
   DWORD dwAfterwards = 0;
-  DWORD dwEnded = 0;
-  sim::PrintResult result;
-  sim::PrintResult again;  // after the spooler restarted it
-  DWORD dwIntruder = 0;    // a job that is started on the port, which may be busy, so long after this one
+  std::vector<Attempt> attempts;  // the second: after the spooler restarted it
+  DWORD dwIntruder = 0;  // a job that is started on the port, which may be busy, so long after this one; 0: none
   DWORD dwIntrudesAfter = 0;
+  Attempt intrusion;
 
   bool IsCancelled() const { return (dwUserChange & kCancelled) != 0; }
 };
@@ -53,6 +51,4 @@ struct PortPlan {
   HANDLE hPort = nullptr;
   bool bSettingGoesAway = false;  // "AutoReprint" becomes 0 after the first job
   std::vector<RandomJob> jobs;
-  std::vector<Attempt> attempts;
-  std::vector<Attempt> intrusions;  // by threads of their own
 };
