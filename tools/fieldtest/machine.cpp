@@ -16,14 +16,21 @@
 namespace fieldtest {
 namespace {
 
-constexpr DWORD kServiceMs = 300'000;
+constexpr DWORD kTurnMs = 300'000;
 
 using lmctl::Service;
 
-DWORD WaitFor(const Service& service, DWORD dwState) {
-  for (const DWORD dwStart = GetTickCount(); service.State() != dwState && GetTickCount() - dwStart < kServiceMs;)
+// Waits for a state that the spooler was asked for; not longer than it can still come.
+std::string WaitFor(const Service& service, DWORD dwState, DWORD dwError) {
+  SERVICE_STATUS_PROCESS status = service.Status();
+  for (const DWORD dwStart = GetTickCount();
+       status.dwCurrentState != dwState && dwError == ERROR_SUCCESS &&
+       (dwState == SERVICE_STOPPED || status.dwCurrentState != SERVICE_STOPPED) && GetTickCount() - dwStart < kTurnMs;
+       status = service.Status())
     Sleep(100);
-  return service.State();
+  if (status.dwCurrentState == dwState) return "";
+  return std::string(dwState == SERVICE_STOPPED ? "stop" : "start") + " with error " + std::to_string(dwError) +
+         ", state " + std::to_string(status.dwCurrentState) + ", exit code " + std::to_string(status.dwWin32ExitCode);
 }
 
 // Lists through one of the spooler's enumerations.
@@ -70,17 +77,17 @@ bool KeyExists(const std::wstring& key) {
 bool ServiceExists(const wchar_t* pszService) { return ServiceState(pszService) != 0; }
 DWORD ServiceState(const wchar_t* pszService) { return Service(pszService, SERVICE_QUERY_STATUS).State(); }
 
-DWORD StopAndWait(const wchar_t* pszService) {
-  const Service service(pszService, SERVICE_QUERY_STATUS | SERVICE_STOP);
+std::string StopSpooler() {
+  const Service service(kSpooler, SERVICE_QUERY_STATUS | SERVICE_STOP);
   SERVICE_STATUS status = {};
-  ControlService(service.Handle(), SERVICE_CONTROL_STOP, &status);
-  return WaitFor(service, SERVICE_STOPPED);
+  const BOOL bAsked = ControlService(service.Handle(), SERVICE_CONTROL_STOP, &status);
+  return WaitFor(service, SERVICE_STOPPED, bAsked ? ERROR_SUCCESS : GetLastError());
 }
 
-DWORD StartAndWait(const wchar_t* pszService) {
-  const Service service(pszService, SERVICE_QUERY_STATUS | SERVICE_START);
-  StartServiceW(service.Handle(), 0, nullptr);
-  return WaitFor(service, SERVICE_RUNNING);
+std::string StartSpooler() {
+  const Service service(kSpooler, SERVICE_QUERY_STATUS | SERVICE_START);
+  const BOOL bAsked = StartServiceW(service.Handle(), 0, nullptr);
+  return WaitFor(service, SERVICE_RUNNING, bAsked ? ERROR_SUCCESS : GetLastError());
 }
 
 std::filesystem::path SystemFolder() {

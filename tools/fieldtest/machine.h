@@ -20,9 +20,9 @@ std::wstring SystemName();  // name and build, as the registry tells them
 bool KeyExists(const std::wstring& key);  // below HKEY_LOCAL_MACHINE
 bool ServiceExists(const wchar_t* pszService);
 DWORD ServiceState(const wchar_t* pszService);  // SERVICE_RUNNING and so on; 0: there is no such service
-// Stops or starts a service and waits, five minutes at most. Returns the state then.
-DWORD StopAndWait(const wchar_t* pszService);
-DWORD StartAndWait(const wchar_t* pszService);
+// Stops or starts the spooler and waits, five minutes at most. Returns why it is not stopped, or does not run, then; empty: it is so.
+std::string StopSpooler();
+std::string StartSpooler();
 
 std::filesystem::path SystemFolder();
 std::filesystem::path ProgramFolder();  // this program's

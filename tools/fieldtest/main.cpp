@@ -138,15 +138,26 @@ void PrintHere(Report& report, Printer& printer) {
   }
 }
 
+// Wine's spooler has nothing of ours in it, and was seen to fail once on a busy machine: it may try again.
+std::string Turn(Report& report, std::string (*pfnTurn)()) {
+  const std::string strFailed = pfnTurn();
+  if (strFailed.empty() || !IsWine()) return strFailed;
+  report.Fact("Wine's spooler was asked again", strFailed);
+  return pfnTurn();
+}
+
 void RestartSpooler(Report& report) {
-  int nWell = 0;
+  const std::string strExpected = std::to_string(kRestarts) + " times";
+  std::string strFailed;
   bool bHeldWhileStopped = false;
-  for (int n = 0; n < kRestarts; ++n) {
-    const bool bStopped = StopAndWait(kSpooler) == SERVICE_STOPPED;
+  int n = 0;
+  for (; n < kRestarts && strFailed.empty(); ++n) {
+    strFailed = Turn(report, StopSpooler);
     bHeldWhileStopped |= IsMonitorHeld();
-    nWell += bStopped && StartAndWait(kSpooler) == SERVICE_RUNNING ? 1 : 0;
+    if (strFailed.empty()) strFailed = Turn(report, StartSpooler);
   }
-  report.Check("the spooler stops and starts", std::to_string(kRestarts) + " times", std::to_string(nWell) + " times");
+  report.Check("the spooler stops and starts", strExpected,
+               strFailed.empty() ? strExpected : "in turn " + std::to_string(n) + ": " + strFailed);
   report.Check("the DLL while the spooler is stopped", "held by nobody", bHeldWhileStopped ? "held" : "held by nobody");
 }
 
