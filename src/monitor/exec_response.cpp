@@ -161,7 +161,7 @@ DWORD WriteReprintChkData(IniPort* pIniPort, const BYTE* pRequest, DWORD cbReque
     BOOL bSent = FALSE;
     if (!pIniJob->pSdkMng->SendUnless(pIniJob->bCancelSeen, pRequest, cbRequest, &cbWritten, kRequestTimeoutMs, &bSent))
       break;
-    const DWORD dwError = bSent ? ERROR_SUCCESS : GetLastError();
+    const DWORD dwError = GetLastError();  // of a send that failed
     if (cbWritten >= cbRequest) return ERROR_SUCCESS;
     pRequest += cbWritten;
     cbRequest -= cbWritten;

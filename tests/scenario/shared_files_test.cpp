@@ -56,6 +56,15 @@ TEST_F(SharedFiles, OpportunisticLockThatIsNeverGivenUpStopsNobody) {
   Print("free again");
   EXPECT_GT(World::LogCount("\r\n*"), 0u);  // some lines were held, the others lost and told of
   EXPECT_EQ(World::LogCount("<=== Log output here failed"), 1u);
+  Sleep(1000);  // one that is given up in time is waited for
+  w32::HoldOplock(LogFile().c_str());
+  SideThread owner([] {
+    Sleep(30);
+    w32::DropOplocks();
+  });
+  LogE(L"%s", L"beside its owner");
+  owner.Join();
+  EXPECT_EQ(World::LogCount("\tbeside its owner\r\n"), 1u);
 
   const auto lock = AtByte(
       5, [&] { w32::HoldOplock(sim::Wide(DayFolder() + "\\" + World::ListFolder(DayFolder()).back()).c_str()); }, 5);

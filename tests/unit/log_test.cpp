@@ -231,8 +231,7 @@ TEST_F(Log, RoutineNamesComeOutOfTheCompilersText) {
 }
 
 TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
-  CLogfile logfile;
-  const auto folderFor = [&](const char* pszModule) {
+  const auto folderOf = [](CLogfile& logfile, const char* pszModule) {
     std::string strFolder;
     {
       LogFolder folder;
@@ -242,6 +241,9 @@ TEST_F(Log, FolderNamesOfOneTo16CharactersChooseAndTheFirstOneStays) {
     RemoveDirectoryW(sim::Wide(strFolder).c_str());
     return strFolder.substr(strFolder.rfind('\\') + 1);
   };
+  CLogfile logfile, other;
+  const auto folderFor = [&](const char* pszModule) { return folderOf(logfile, pszModule); };
+  EXPECT_EQ(folderOf(other, "TAG    \0x"), "x");
   EXPECT_EQ(folderFor("TAG    \0seventeen_letters"), "Undefined");
   EXPECT_EQ(folderFor("TAG    \0"), "Undefined");
   EXPECT_EQ(folderFor(nullptr), "Undefined");
@@ -340,9 +342,31 @@ TEST_F(LogClock, ChangedLifeDaysPurgeOnTheSameDay) {
   EXPECT_FALSE(There("20261101.log"));
 }
 
+TEST_F(LogClock, CallBelowTheMaskIsATraceRecordAndAsksTheSystemNothing) {
+  Mask(LOG_LEVEL_E);
+  for (const wchar_t* pszText : {L"first", L"second"}) Say(LOG_LEVEL_E, pszText);
+  w32::SetClock({2026, 11, 0, 18, 9, 30, 15, 250});
+  Say(LOG_LEVEL_T, L"reads the settings, should they be old");
+  {
+    const w32::FaultsOn faults;
+    w32::ResetFaults();
+    Say(LOG_LEVEL_T, L"unseen", "Traced");
+    EXPECT_EQ(w32::FaultPointsPassed(), 0u);
+  }
+  Say(LOG_LEVEL_E, L"error");
+  EXPECT_EQ(World::LogCount("$$$ [09:30(15.250)] [00001a2b(0000003c)] Traced(7)\r\n"), 1u);
+}
+
 TEST_F(LogClock, TraceIsKeptOnlyForAMaskThatShowsErrors) {
   Mask(LOG_LEVEL_W);
-  Say(LOG_LEVEL_I, L"not wanted", "Unwanted");
+  Say(LOG_LEVEL_W, L"a line");
+  Say(LOG_LEVEL_I, L"not wanted", "Unwanted");  // settings are read, and old files purged
+  {
+    const w32::FaultsOn faults;
+    w32::ResetFaults();
+    Say(LOG_LEVEL_I, L"nor this", "Unwanted");
+    EXPECT_EQ(w32::FaultPointsPassed(), 0u);
+  }
   w32::AdvanceClock(30'000);
   Mask(LOG_LEVEL_E);
   Say(LOG_LEVEL_E, L"error");

@@ -37,4 +37,21 @@ INSTANTIATE_TEST_SUITE_P(
                       CommandCase{"\x13(reset\x13(clr", "\x13(reset\x13(cls"},
                       CommandCase{"\x13(reset\x13rexet", "\x13(reset\x13rexet"}));
 
+// Long buffers are looked through by rows and words; the bytes of the class of a command's first one stand around it.
+TEST(RealCommandsInLongData, AreFoundAtEveryPlace) {
+  for (const char cBeside : {' ', '\x11', '\x12', '\x0F', '\x14'}) {
+    for (std::size_t nPlace = 0; nPlace < 300; ++nPlace) {
+      IniJob job = {};
+      IniPort port = {};
+      port.pIniJob = &job;
+      std::string strData(305, cBeside);
+      strData.replace(nPlace, 5, "\x13(clr");
+      std::string strExpected = strData;
+      strExpected[nPlace + 4] = 's';
+      CheckRealCmd(&port, reinterpret_cast<BYTE*>(strData.data()), static_cast<DWORD>(strData.size()));
+      ASSERT_EQ(strData, strExpected) << nPlace;
+    }
+  }
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <winspool.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -129,6 +130,18 @@ class LmctlOnWindows : public ::testing::Test {
     return strState;
   }
 
+  // The machine's log begins anew.
+  static std::ofstream LogOfToday() {
+    const fs::path folder = fs::path(std::getenv("ProgramData")) / "Kelvane" / "Logs" / "PrinterDriver";
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    SYSTEMTIME st = {};
+    GetLocalTime(&st);
+    char szName[16];
+    std::snprintf(szName, sizeof szName, "%04u%02u%02u.log", st.wYear, st.wMonth, st.wDay);
+    return std::ofstream(folder / szName, std::ios::binary);
+  }
+
   fs::path m_programs, m_system, m_folder, m_port;
   HANDLE m_hQueue = nullptr;
 };
@@ -181,6 +194,13 @@ TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
   EXPECT_EQ(Doctor("mutex"), "failure");
   ReleaseMutex(hMutex);
   CloseHandle(hMutex);
+  EXPECT_TRUE(Lmctl("doctor").Says("every job goes through the port monitor"));  // no device service
+  for (const auto& [pszLevels, pszState] : {std::pair{"EW", "warning"}, {"EWI", "ok"}}) {
+    EXPECT_EQ(Lmctl(std::string("settings LogLevelPos=") + pszLevels).nExit, 0);
+    EXPECT_EQ(Doctor("level"), pszState);
+  }
+  LogOfToday() << "[11/18 12:00(00.000)]\t[00000001(00000002)]\t[E] \t[DRV_LM ] \tR(1) \tSDK_CLR_LOCK [e:5]\r\n";
+  EXPECT_TRUE(Lmctl("doctor").Says("a device could not be unlocked: [11/18"));
   constexpr wchar_t kPolicy[] = L"SOFTWARE\\Policies\\Microsoft\\Windows NT\\Printers\\WPP";
   const DWORD dwOn = 1;
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, kPolicy, L"WindowsProtectedPrintGroupPolicyState", REG_DWORD, &dwOn, sizeof dwOn);

@@ -368,11 +368,12 @@ void CheckLog(Findings& findings) {
     const HANDLE hFolder =
         CreateFileW(folder.c_str(), FILE_ADD_FILE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                     OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const DWORD dwError = GetLastError();
     std::uint64_t ullBytes = 0;
     for (const auto& entry : fs::directory_iterator(folder, error))
       if (entry.is_regular_file(error)) ullBytes += entry.file_size(error);
     if (hFolder == INVALID_HANDLE_VALUE) {
-      findings.Failure("log", TextOfPath(folder) + " cannot be written to: " + ErrorText(GetLastError()),
+      findings.Failure("log", TextOfPath(folder) + " cannot be written to: " + ErrorText(dwError),
                        "give Users full access to it");
     } else {
       CloseHandle(hFolder);
