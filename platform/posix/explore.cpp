@@ -393,6 +393,11 @@ class Exploration {
     ResetFaults();
     if (schedule.nFailAt != 0) FailPoint(schedule.nFailAt);
     m_what.play();
+    if (!bBegun && schedule.nTurns == 0 && schedule.nFailAt == 0) {
+      std::printf("no call is %s, with which the exploration begins\n", m_what.strFrom.c_str());
+      std::fflush(stdout);
+      _exit(1);
+    }
     report.nFaultPoints = static_cast<std::uint32_t>(FaultPointsPassed());
     if (bShow) std::printf("%s\n\n", narration.Text().c_str());
     if (bShow && schedule.nFailAt != 0) std::printf("   (%s failed)\n", LastFailedApi().c_str());

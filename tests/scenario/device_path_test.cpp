@@ -282,6 +282,8 @@ TEST_F(DevicePath, DeviceMapIsReadUpToAHundredValues) {
   World::AddSerialDevice("\\Device\\" + std::string(300, 'n'), "COM77");  // unreadable: any COM port may be it
   EXPECT_FALSE(opensAtOnce());
   World::DeleteMachineKey("HARDWARE\\DEVICEMAP\\SERIALCOMM");
+  World::AddSerialDevice("\\Device\\VCP0", std::string(127, 'C'));  // fills its 256 bytes
+  EXPECT_TRUE(opensAtOnce());
   World::AddSerialDevice("\\Device\\VCP0", std::string(200, 'C'));
   EXPECT_FALSE(opensAtOnce());
   EXPECT_EQ(World::LogCount("RegEnumValue [err:234]"), 2u);

@@ -67,7 +67,12 @@ TEST_F(Lmctl, FiltersAndStatus) {
   Print("--service stopped");
   EXPECT_EQ(Lines(RunTool("lmctl jobs --queue TILL --port usb001 --last 5" + Log()).strOutput), 2u);
   EXPECT_TRUE(RunTool("lmctl jobs --queue Other" + Log()).Says("no such jobs"));
-  EXPECT_EQ(RunTool("lmctl jobs --failed" + Log()).nExit, 0);
+  EXPECT_TRUE(RunTool("lmctl jobs --failed" + Log()).Says("no such jobs"));
+  const std::string strHead = "[11/18 10:00(00.000)]\t[00000010(00000001)]\t[", strRefused = m_folder / "20261118.log";
+  std::ofstream(strRefused) << strHead << "I] \t[DRV_LM ] \tMonStartDocPort(1) \tpszPrinterName:Till, JobId:7\r\n"
+                            << strHead
+                            << "E] \t[DRV_LM ] \tMonStartDocPort(2) \tOpenPrinter [err:5, PrinterName:Till]\r\n";
+  EXPECT_TRUE(RunTool("lmctl jobs --failed --log " + strRefused).Says("refused"));
   EXPECT_EQ(RunTool("lmctl jobs --job 99" + Log()).nExit, 1);
   for (const char* pszBad : {"tomorrow", "2026-13-45", "24:61", "-2h", "99999999999999d", "2026-11-18x"})
     EXPECT_EQ(RunTool(std::string("lmctl jobs --since ") + pszBad + Log()).nExit, 2) << pszBad;
@@ -140,6 +145,16 @@ TEST_F(Lmctl, MetricsGoOnCountingAndTheirAlertsFire) {
   const std::string strFirst = metrics();  // a job counts once
   EXPECT_NE(strFirst.find("kelvane_jobs_total{queue=\"Till\",outcome=\"confirmed\"} 1\n"), std::string::npos);
   EXPECT_NE(strFirst.find("kelvane_job_resends_total{queue=\"Till\"} 1\n"), std::string::npos);
+  std::string strUndocumented = strFirst;
+  std::ifstream document(Docs("monitoring.md"));
+  for (std::string strLine; std::getline(document, strLine);) {
+    if (!strLine.starts_with("| kelvane_")) continue;
+    const std::string strType = "# TYPE " + strLine.substr(2, strLine.find_first_of("{ ", 2) - 2) + " ";
+    const std::size_t nAt = strUndocumented.find(strType);
+    ASSERT_NE(nAt, std::string::npos) << strType;
+    strUndocumented.erase(nAt, strType.size());
+  }
+  EXPECT_EQ(strUndocumented.find("# TYPE"), std::string::npos) << strUndocumented;
   std::filesystem::remove_all(m_folder / "world");  // purged
   Print("--service stopped");
   const std::string strSecond = metrics();
@@ -220,6 +235,7 @@ TEST_F(Lmctl, ReportPageWorksInABrowser) {
 const out = [], say = text => out.push(text);
 window.onerror = m => say("error " + m);
 say(performance.now() < 2000 ? "loaded" : "loaded in " + performance.now());
+say(byId("count").textContent);
 const field = form.elements.text, type = text => { field.value = text; field.dispatchEvent(new Event("input", {bubbles: true})); };
 type("confirmed");  // the first time compiles the script
 const start = performance.now();
@@ -242,18 +258,19 @@ say(document.documentElement.scrollWidth <= innerWidth ? "fits" : "overflows");
 document.title = out.join("|");
 </script>)~";
   const std::string strExpected =
-      "<title>loaded|chosen|1 to 100 of 100 jobs|#text=failed|22:00:00.000  The spooler started job 9901 on the queue "
+      "<title>loaded|1 to 100 of 100 jobs|chosen|1 to 100 of 100 jobs|#text=failed|22:00:00.000  The spooler started "
+      "job 9901 on the queue "
       "Till. " +
       (m_folder / "20261118.log:39601") + "|1|1 to 14 of 14 jobs|0|drawn|fits</title>";
   for (const char* pszWidth : {"360", "1020", "2560"}) {
     std::string strTitle;
     for (int n = 0; n < 3 && strTitle != strExpected; ++n) {  // the machine may be busy with other tests
-      const ToolRun run =
-          RunTool(kSystem +
-                  "chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
-                  "--disable-background-networking "
-                  "--disable-component-update --disable-sync --window-size=" +
-                  pszWidth + ",900 --user-data-dir=" + (m_folder / "browser") + " --dump-dom file://" + strPage);
+      const ToolRun run = RunTool(kSystem +
+                                  "chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+                                  "--disable-background-networking "
+                                  "--disable-component-update --disable-sync --window-size=" +
+                                  pszWidth + ",900 --user-data-dir=" + (m_folder / "browser") + " --dump-dom file://" +
+                                  strPage + "#text=failed");
       const std::size_t nTitle = run.strOutput.find("<title>");
       strTitle = run.strOutput.substr(nTitle, run.strOutput.find("</title>", nTitle) + 8 - nTitle);
     }

@@ -8,20 +8,17 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "base/setting_names.h"
+#include "tools/fieldtest/printer.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-wchar_t g_szQueue[] = L"Kelvane K\u00FCche \u30D0\u30FC";  // in no single code page
-wchar_t g_szDriver[] = L"Kelvane Test Driver";
-wchar_t g_szEnvironment[] = L"Windows x64";
-wchar_t g_szMonitor[] = L"Kelvane Language Monitor";
 constexpr wchar_t kMonitorKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Print\\Monitors\\Kelvane Language Monitor";
 
 struct Answer {
@@ -39,65 +36,24 @@ class LmctlOnWindows : public ::testing::Test {
     GetSystemDirectoryW(wsz, MAX_PATH);
     m_system = wsz;
     m_folder = fs::temp_directory_path() / "kelvane_lmctl_test";
-    m_port = m_folder / "port.out";
-    TearDown();
+    CleanMachine();
     fs::create_directories(m_folder);
-
-    // The parts of a driver need only be there.
-    std::wstring file = (m_folder / "driver.dll").wstring();
-    std::ofstream(m_folder / "driver.dll") << "no driver";
-    DRIVER_INFO_3W driver = {};
-    driver.cVersion = 3;
-    driver.pName = g_szDriver;
-    driver.pEnvironment = g_szEnvironment;
-    driver.pDriverPath = driver.pDataFile = driver.pConfigFile = file.data();
-    driver.pMonitorName = g_szMonitor;
-    ASSERT_TRUE(
-        AddPrinterDriverExW(nullptr, 3, reinterpret_cast<BYTE*>(&driver), APD_COPY_NEW_FILES | APD_COPY_FROM_DIRECTORY))
-        << GetLastError();
-    ASSERT_EQ(Port(L"AddPort"), 0u);
-    std::wstring port = m_port.wstring();
-    PRINTER_INFO_2W queue = {};
-    wchar_t szProcessor[] = L"winprint", szRaw[] = L"RAW";
-    queue.pPrinterName = g_szQueue;
-    queue.pPortName = port.data();
-    queue.pDriverName = g_szDriver;
-    queue.pPrintProcessor = szProcessor;
-    queue.pDatatype = szRaw;
-    m_hQueue = AddPrinterW(nullptr, 2, reinterpret_cast<BYTE*>(&queue));
-    ASSERT_NE(m_hQueue, nullptr) << GetLastError();
+    // Its name is in no single code page.
+    m_pPrinter = std::make_unique<fieldtest::Printer>(m_folder, L"Kelvane K\u00FCche \u30D0\u30FC");
+    ASSERT_EQ(m_pPrinter->AddDriver(L"Kelvane Language Monitor"), "");
+    ASSERT_EQ(m_pPrinter->AddQueue(), "");
   }
 
   void TearDown() override {
-    if (m_hQueue == nullptr) {
-      PRINTER_DEFAULTSW defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
-      OpenPrinterW(g_szQueue, &m_hQueue, &defaults);
-    }
-    if (m_hQueue != nullptr) {
-      DeletePrinter(m_hQueue);
-      ClosePrinter(m_hQueue);
-      m_hQueue = nullptr;
-    }
-    DeletePrinterDriverExW(nullptr, g_szEnvironment, g_szDriver, 0, 0);
+    m_pPrinter.reset();
+    CleanMachine();
+  }
+
+  void CleanMachine() const {
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, kMonitorKey);
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kelvane");  // other tests leave it volatile
     fs::remove(m_system / "kelvane_lm.dll");
-    Port(L"DeletePort");
     fs::remove_all(m_folder);
-  }
-
-  // Adds the port or deletes it. Returns the error.
-  DWORD Port(const wchar_t* pszWhat) const {
-    HANDLE hPorts = nullptr;
-    wchar_t szLocalPort[] = L",XcvMonitor Local Port";
-    PRINTER_DEFAULTSW defaults = {nullptr, nullptr, SERVER_ACCESS_ADMINISTER};
-    if (!OpenPrinterW(szLocalPort, &hPorts, &defaults)) return GetLastError();
-    std::wstring port = m_port.wstring();
-    DWORD cb = 0, dwStatus = 0;
-    XcvDataW(hPorts, pszWhat, reinterpret_cast<BYTE*>(port.data()),
-             static_cast<DWORD>((port.size() + 1) * sizeof(wchar_t)), nullptr, 0, &cb, &dwStatus);
-    ClosePrinter(hPorts);
-    return dwStatus;
   }
 
   // Whatever it is asked, it says something; a program that says nothing was not started, which happens under Wine.
@@ -142,8 +98,8 @@ class LmctlOnWindows : public ::testing::Test {
     return std::ofstream(folder / szName, std::ios::binary);
   }
 
-  fs::path m_programs, m_system, m_folder, m_port;
-  HANDLE m_hQueue = nullptr;
+  fs::path m_programs, m_system, m_folder;
+  std::unique_ptr<fieldtest::Printer> m_pPrinter;
 };
 
 const std::string kQueue =
@@ -154,10 +110,11 @@ TEST_F(LmctlOnWindows, SettingsArriveAsThePrinterDataThatTheMonitorReads) {
   EXPECT_EQ(Lmctl("settings " + kQueue + " AutoReprint=1 JobFilePath=C:\\Archive JobValidDays=10").nExit, 0);
   DWORD dwType = 0, dwValue = 0, cb = 0;
   wchar_t szName[] = L"AutoReprint", szPath[] = L"JobFilePath", wszPath[64] = {};
-  EXPECT_EQ(GetPrinterDataW(m_hQueue, szName, &dwType, reinterpret_cast<BYTE*>(&dwValue), 4, &cb), 0u);
+  EXPECT_EQ(GetPrinterDataW(m_pPrinter->Queue(), szName, &dwType, reinterpret_cast<BYTE*>(&dwValue), 4, &cb), 0u);
   EXPECT_EQ(dwType, DWORD{REG_DWORD});
   EXPECT_EQ(dwValue, 1u);
-  EXPECT_EQ(GetPrinterDataW(m_hQueue, szPath, &dwType, reinterpret_cast<BYTE*>(wszPath), sizeof wszPath, &cb), 0u);
+  EXPECT_EQ(
+      GetPrinterDataW(m_pPrinter->Queue(), szPath, &dwType, reinterpret_cast<BYTE*>(wszPath), sizeof wszPath, &cb), 0u);
   EXPECT_EQ(std::wstring(wszPath), L"C:\\Archive");
   const Answer shown = Lmctl("settings " + kQueue);
   EXPECT_TRUE(shown.Says("AutoReprint        1                            queue")) << shown.strOutput;
@@ -209,12 +166,12 @@ TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
   // A value that the monitor would not read, and an archive root with a folder of somebody else's.
   wchar_t szFlags[] = L"JobSettingFlags", szPath[] = L"JobFilePath";
   BYTE abyLong[8] = {1};
-  EXPECT_EQ(SetPrinterDataW(m_hQueue, szFlags, REG_BINARY, abyLong, 8), 0u);
+  EXPECT_EQ(SetPrinterDataW(m_pPrinter->Queue(), szFlags, REG_BINARY, abyLong, 8), 0u);
   EXPECT_EQ(Doctor("queue"), "warning");
   EXPECT_EQ(Lmctl("settings " + kQueue + " JobSettingFlags=1").nExit, 0);
   fs::create_directories(m_folder / "archive" / "letters");
   std::wstring root = (m_folder / "archive").wstring();
-  SetPrinterDataW(m_hQueue, szPath, REG_SZ, reinterpret_cast<BYTE*>(root.data()),
+  SetPrinterDataW(m_pPrinter->Queue(), szPath, REG_SZ, reinterpret_cast<BYTE*>(root.data()),
                   static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t)));
   EXPECT_EQ(Doctor("queue"), "ok");
   EXPECT_EQ(Doctor("archive"), "warning");
@@ -227,16 +184,12 @@ TEST_F(LmctlOnWindows, ArchivedJobIsPrintedAgain) {
   const fs::path job = m_folder / "0900_00(000).prn";
   std::ofstream(job, std::ios::binary) << strBytes;
   EXPECT_EQ(Lmctl("archive print \"" + job.string() + "\" --queue " + kQueue + " <nul").nExit, 1);  // not confirmed
-  EXPECT_FALSE(fs::exists(m_port));
+  EXPECT_EQ(m_pPrinter->OnPort(), "");
   const Answer run = Lmctl("archive print \"" + job.string() + "\" --yes --queue " + kQueue);
   EXPECT_EQ(run.nExit, 0) << run.strOutput;
   EXPECT_TRUE(run.Says("200008 bytes handed to the spooler")) << run.strOutput;
-  std::string strArrived;
-  for (int n = 0; n < 100 && strArrived.size() < strBytes.size(); ++n, Sleep(50)) {
-    std::ifstream port(m_port, std::ios::binary);
-    strArrived.assign(std::istreambuf_iterator<char>(port), {});
-  }
-  EXPECT_TRUE(strArrived == strBytes) << strArrived.size();
+  for (int n = 0; n < 100 && m_pPrinter->OnPort().size() < strBytes.size(); ++n) Sleep(50);
+  EXPECT_TRUE(m_pPrinter->OnPort() == strBytes) << m_pPrinter->OnPort().size();
 }
 
 }  // namespace

@@ -9,30 +9,62 @@
 namespace fieldtest {
 namespace {
 
-wchar_t g_szQueue[] = L"Kelvane Field Test";
 wchar_t g_szDriver[] = L"Kelvane Field Test Driver";
+wchar_t g_szModel[] = L"Generic / Text Only";  // comes with every Windows, in its store of drivers
 wchar_t g_szEnvironment[] = L"Windows x64";
-constexpr wchar_t kModelDriver[] = L"Generic / Text Only";  // comes with every Windows
 constexpr DWORD kPrintMs = 60'000;
 
 std::string Failed(const char* pszCall, DWORD dwError = GetLastError()) {
   return std::string(pszCall) + " failed with " + std::to_string(dwError);
 }
 
+// Reads the files of an installed driver. The record points into the bytes.
+bool FindDriver(const wchar_t* pszDriver, std::vector<BYTE>& bytes, DRIVER_INFO_3W& driver) {
+  DWORD cb = 0, dwCount = 0;
+  EnumPrinterDriversW(nullptr, g_szEnvironment, 3, nullptr, 0, &cb, &dwCount);
+  bytes.resize(cb + sizeof driver);
+  EnumPrinterDriversW(nullptr, g_szEnvironment, 3, bytes.data(), static_cast<DWORD>(bytes.size()), &cb, &dwCount);
+  for (DWORD n = 0; n < dwCount; ++n) {
+    driver = reinterpret_cast<const DRIVER_INFO_3W*>(bytes.data())[n];
+    if (driver.pName != nullptr && _wcsicmp(driver.pName, pszDriver) == 0) return true;
+  }
+  driver = {};
+  return false;
+}
+
+// Has the system install a driver of its own, which need not be in the list of drivers yet.
+bool InstallFromStore(const wchar_t* pszDriver) {
+  using Install = HRESULT(WINAPI*)(const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, DWORD);
+  const auto pfnInstall = reinterpret_cast<Install>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"winspool.drv"), "InstallPrinterDriverFromPackageW")));
+  return pfnInstall != nullptr && SUCCEEDED(pfnInstall(nullptr, nullptr, pszDriver, g_szEnvironment, 0));
+}
+
 }  // namespace
 
-Printer::Printer(const std::filesystem::path& folder) : m_folder(folder), m_port(folder / L"port.prn") {}
+Printer::Printer(const std::filesystem::path& folder, const std::wstring& queue)
+    : m_folder(folder), m_port(folder / L"port.prn"), m_queue(queue) {
+  PRINTER_DEFAULTSW defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
+  if (!OpenPrinterW(m_queue.data(), &m_hQueue, &defaults)) m_hQueue = nullptr;
+  TakeAway();
+}
 
-Printer::~Printer() {
+Printer::~Printer() { TakeAway(); }
+
+void Printer::TakeAway() {
   if (m_hQueue != nullptr) {
     SetPrinterW(m_hQueue, 0, nullptr, PRINTER_CONTROL_PURGE);
     DeletePrinter(m_hQueue);
     ClosePrinter(m_hQueue);
+    m_hQueue = nullptr;
   }
-  // A driver is in use for some moments after its last queue has gone.
-  for (int n = 0; m_bDriver && n < 50 && !DeletePrinterDriverExW(nullptr, g_szEnvironment, g_szDriver, 0, 0); ++n)
+  // One of ours is in use for some moments after its queue has gone.
+  for (int n = 1; !DeletePrinterDriverExW(nullptr, g_szEnvironment, g_szDriver, 0, 0) && m_bDriver && n < 50; ++n)
     Sleep(200);
-  if (m_bPort) Port(L"DeletePort");
+  m_bDriver = false;
+  if (m_bModel) DeletePrinterDriverExW(nullptr, g_szEnvironment, g_szModel, DPD_DELETE_UNUSED_FILES, 0);
+  m_bModel = false;
+  Port(L"DeletePort");
 }
 
 std::string Printer::Port(const wchar_t* pszAction) {
@@ -50,21 +82,17 @@ std::string Printer::Port(const wchar_t* pszAction) {
 }
 
 std::string Printer::AddDriver(const std::wstring& monitor) {
-  DWORD cb = 0, dwCount = 0;
-  EnumPrinterDriversW(nullptr, g_szEnvironment, 3, nullptr, 0, &cb, &dwCount);
-  std::vector<BYTE> bytes(cb + sizeof(DRIVER_INFO_3W));
-  EnumPrinterDriversW(nullptr, g_szEnvironment, 3, bytes.data(), static_cast<DWORD>(bytes.size()), &cb, &dwCount);
+  std::vector<BYTE> bytes;
   DRIVER_INFO_3W driver = {};
   std::wstring file = (m_folder / L"driver.dll").wstring();
-  for (DWORD n = 0; n < dwCount; ++n) {
-    const DRIVER_INFO_3W& model = reinterpret_cast<const DRIVER_INFO_3W*>(bytes.data())[n];
-    if (model.pName != nullptr && _wcsicmp(model.pName, kModelDriver) == 0) driver = model;
-  }
-  if (driver.pName ==
-      nullptr) {  // a driver of nothing: the spooler takes RAW jobs all the same where it checks no signatures
-    std::ofstream(m_folder / L"driver.dll") << "no driver";
-    driver.cVersion = 3;
-    driver.pDriverPath = driver.pDataFile = driver.pConfigFile = file.data();
+  if (!FindDriver(g_szModel, bytes, driver)) {
+    m_bModel = InstallFromStore(g_szModel);
+    if (!FindDriver(g_szModel, bytes, driver)) {
+      // A driver of nothing: the spooler takes RAW jobs all the same where it checks no signatures.
+      std::ofstream(m_folder / L"driver.dll") << "no driver";
+      driver.cVersion = 3;
+      driver.pDriverPath = driver.pDataFile = driver.pConfigFile = file.data();
+    }
   }
   std::wstring name = monitor;
   driver.pName = g_szDriver;
@@ -78,11 +106,10 @@ std::string Printer::AddDriver(const std::wstring& monitor) {
 std::string Printer::AddQueue() {
   const std::string strFailed = Port(L"AddPort");
   if (!strFailed.empty()) return strFailed;
-  m_bPort = true;
   std::wstring port = m_port.wstring();
   PRINTER_INFO_2W queue = {};
   wchar_t szProcessor[] = L"winprint", szRaw[] = L"RAW";
-  queue.pPrinterName = g_szQueue;
+  queue.pPrinterName = m_queue.data();
   queue.pPortName = port.data();
   queue.pDriverName = g_szDriver;
   queue.pPrintProcessor = szProcessor;
@@ -93,7 +120,7 @@ std::string Printer::AddQueue() {
 
 std::string Printer::WriteDocument(const std::wstring& document, const std::string& strData, DWORD& dwJob) {
   HANDLE hQueue = nullptr;
-  if (!OpenPrinterW(g_szQueue, &hQueue, nullptr)) return Failed("OpenPrinter");
+  if (!OpenPrinterW(m_queue.data(), &hQueue, nullptr)) return Failed("OpenPrinter");
   std::wstring name = document;
   wchar_t szRaw[] = L"RAW";
   DOC_INFO_1W info = {name.data(), nullptr, szRaw};

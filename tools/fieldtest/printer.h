@@ -1,4 +1,4 @@
-// A printer of the field test's own: a port that writes to a file, a driver that names the monitor, a queue.
+// A printer for tests: a port that writes to a file, a driver that names the monitor, a queue.
 #pragma once
 
 #include <windows.h>
@@ -10,8 +10,9 @@ namespace fieldtest {
 
 class Printer {
  public:
-  // The file of the port lies in this folder, which every user may write to.
-  explicit Printer(const std::filesystem::path& folder);
+  // The file of the port lies in this folder, which every user may write to. What an earlier one of this queue has left is
+  // taken away.
+  explicit Printer(const std::filesystem::path& folder, const std::wstring& queue = L"Kelvane Field Test");
   ~Printer();  // removes what it made
   Printer(const Printer&) = delete;
   Printer& operator=(const Printer&) = delete;
@@ -25,16 +26,20 @@ class Printer {
   std::string PrintAndDelete(const std::wstring& document, const std::string& strData);
   // What the port's file holds now.
   std::string OnPort() const;
+  HANDLE Queue() const { return m_hQueue; }  // with full access, of this object's; null until the queue is there
 
  private:
+  void TakeAway();
   std::string Port(const wchar_t* pszAction);
   std::string WriteDocument(const std::wstring& document, const std::string& strData, DWORD& dwJob);
   std::string WaitUntilEmpty();
 
   const std::filesystem::path m_folder;
   const std::filesystem::path m_port;
-  bool m_bDriver = false, m_bPort = false;
-  HANDLE m_hQueue = nullptr;  // to administer it
+  std::wstring m_queue;
+  bool m_bDriver = false;
+  bool m_bModel = false;  // the driver that ours is made of was put into the system's list for it
+  HANDLE m_hQueue = nullptr;
 };
 
 }  // namespace fieldtest

@@ -101,6 +101,16 @@ const Scene kScenes[] = {
      .pfnPlay = PrintAndDelete,
      .affected = kLooks},
 
+    // One that waits longer than a deleted job may take.
+    {.pszName = "deletion-stuck",
+     .pszWhat = "a job is deleted while a printer that takes hardly anything has its data",
+     .pfnBuild = [](Stage& stage) { BuildTill(stage, sim::Receipt(90), {.cbBuffer = 60, .dwBytesPerSecond = 14}); },
+     .pfnPlay = PrintAndDelete,
+     .affected = kLooks,
+     .nPreemptions = 1,
+     .nPreemptionsWithFault = -1,
+     .pszFrom = "sdk send"},
+
     {.pszName = "deletion-resending",
      .pszWhat = "a lost job is deleted while it is sent again",
      .pfnBuild =
