@@ -116,8 +116,13 @@ std::filesystem::path InstalledTool() {
 
 bool SpoolerHasMonitor() {
   const DWORD dwProcess = Service(kSpooler, SERVICE_QUERY_STATUS).Status().dwProcessId;
-  const HANDLE hModules =
-      dwProcess != 0 ? CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, dwProcess) : INVALID_HANDLE_VALUE;
+  if (dwProcess == 0) return false;
+  HANDLE hModules = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, dwProcess);
+  // The list changed while it was taken.
+  for (int n = 0; n < 50 && hModules == INVALID_HANDLE_VALUE && GetLastError() == ERROR_BAD_LENGTH; ++n) {
+    Sleep(20);
+    hModules = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, dwProcess);
+  }
   if (hModules == INVALID_HANDLE_VALUE) return false;
   MODULEENTRY32W module = {};
   module.dwSize = sizeof module;
@@ -128,9 +133,11 @@ bool SpoolerHasMonitor() {
   return bFound;
 }
 
+// A loaded DLL cannot be opened to be written. A virus scanner that reads it, since it was opened so before, keeps nobody out.
 bool IsMonitorHeld() {
   const HANDLE hFile =
-      CreateFileW((SystemFolder() / lmctl::kMonitorDll).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+      CreateFileW((SystemFolder() / lmctl::kMonitorDll).c_str(), GENERIC_WRITE,
+                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr);
   if (hFile == INVALID_HANDLE_VALUE) return true;
   CloseHandle(hFile);
   return false;

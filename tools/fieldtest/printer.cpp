@@ -1,5 +1,6 @@
 #include "tools/fieldtest/printer.h"
 
+#include <sddl.h>
 #include <winspool.h>
 
 #include <fstream>
@@ -43,7 +44,7 @@ bool InstallFromStore(const wchar_t* pszDriver) {
 }  // namespace
 
 Printer::Printer(const std::filesystem::path& folder, const std::wstring& queue)
-    : m_folder(folder), m_port(folder / L"port.prn"), m_queue(queue) {
+    : m_folder(folder), m_port(folder / L"port" / L"port.prn"), m_queue(queue) {
   PRINTER_DEFAULTSW defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
   if (!OpenPrinterW(m_queue.data(), &m_hQueue, &defaults)) m_hQueue = nullptr;
   TakeAway();
@@ -65,6 +66,8 @@ void Printer::TakeAway() {
   if (m_bModel) DeletePrinterDriverExW(nullptr, g_szEnvironment, g_szModel, DPD_DELETE_UNUSED_FILES, 0);
   m_bModel = false;
   Port(L"DeletePort");
+  std::error_code error;
+  std::filesystem::remove_all(m_port.parent_path(), error);
 }
 
 std::string Printer::Port(const wchar_t* pszAction) {
@@ -104,6 +107,12 @@ std::string Printer::AddDriver(const std::wstring& monitor) {
 }
 
 std::string Printer::AddQueue() {
+  SECURITY_ATTRIBUTES everybodys = {sizeof everybodys, nullptr, FALSE};
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;BU)",
+                                                       SDDL_REVISION_1, &everybodys.lpSecurityDescriptor, nullptr);
+  const BOOL bFolder = CreateDirectoryW(m_port.parent_path().c_str(), &everybodys);
+  LocalFree(everybodys.lpSecurityDescriptor);
+  if (!bFolder) return Failed("CreateDirectory of the port's file");
   const std::string strFailed = Port(L"AddPort");
   if (!strFailed.empty()) return strFailed;
   std::wstring port = m_port.wstring();
@@ -143,11 +152,14 @@ std::string Printer::WaitUntilEmpty() {
   return "a job is still in the queue after a minute";
 }
 
-std::string Printer::Print(const std::wstring& document, const std::string& strData) {
+std::string Printer::Print(const std::wstring& document, const std::string& strData, HANDLE hUser) {
   std::error_code error;
   std::filesystem::remove(m_port, error);
+  if (!OnPort().empty()) return "the port's file of the document before is still there";
+  if (hUser != nullptr && !ImpersonateLoggedOnUser(hUser)) return Failed("ImpersonateLoggedOnUser");
   DWORD dwJob = 0;
   const std::string strFailed = WriteDocument(document, strData, dwJob);
+  if (hUser != nullptr) RevertToSelf();
   for (const DWORD dwStart = GetTickCount();
        strFailed.empty() && OnPort().size() < strData.size() && GetTickCount() - dwStart < kPrintMs;)
     Sleep(100);

@@ -10,8 +10,8 @@ namespace fieldtest {
 
 class Printer {
  public:
-  // The file of the port lies in this folder, which every user may write to. What an earlier one of this queue has left is
-  // taken away.
+  // The file of the port gets a folder of its own in this one, which every user may write to: the spooler makes the file in the
+  // name of whoever prints. What an earlier one of this queue has left is taken away.
   explicit Printer(const std::filesystem::path& folder, const std::wstring& queue = L"Kelvane Field Test");
   ~Printer();  // removes what it made
   Printer(const Printer&) = delete;
@@ -20,8 +20,8 @@ class Printer {
   // Each returns an empty text, or what failed and with which code.
   std::string AddDriver(const std::wstring& monitor);
   std::string AddQueue();
-  // Prints a RAW document in the name of the calling thread and waits until it lies on the port, a minute at most.
-  std::string Print(const std::wstring& document, const std::string& strData);
+  // Prints a RAW document in the name of a user (null: of this process) and waits until it lies on the port, a minute at most.
+  std::string Print(const std::wstring& document, const std::string& strData, HANDLE hUser = nullptr);
   // The queue is paused meanwhile and the job deleted in it; waits until the queue is empty.
   std::string PrintAndDelete(const std::wstring& document, const std::string& strData);
   // What the port's file holds now.
