@@ -70,13 +70,13 @@ void ToolRows(Table& table) {
   const std::string strTool = (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "lmctl").string();
   Cost wc = {1e9, 0}, ours = {1e9, 0};
   for (int nRound = 0; nRound < 3; ++nRound) {
-    wc.dSeconds = std::min(wc.dSeconds, RunProgram({"wc", "-l", strLog}).dSeconds);
+    wc.dSeconds = std::min(wc.dSeconds, RunProgram({"wc", strLog}).dSeconds);
     const Cost cost = RunProgram({strTool, "jobs", "--json", "--log", strLog});
     ours = {std::min(ours.dSeconds, cost.dSeconds), std::max(ours.dBytes, cost.dBytes)};
   }
   std::filesystem::remove_all(folder);
-  table.Add({kTime, "wc -l", "ns", wc.dSeconds * 1e9, ours.dSeconds * 1e9, ours.dSeconds / wc.dSeconds,
-             Goal::TimesAtMost, 6});
+  table.Add(
+      {kTime, "wc", "ns", wc.dSeconds * 1e9, ours.dSeconds * 1e9, ours.dSeconds / wc.dSeconds, Goal::TimesAtMost, 5});
   constexpr double kMost = 64 * 1024 * 1024;
   table.Add({kMemory, "64 MiB", "bytes", kMost, ours.dBytes, ours.dBytes / kMost, Goal::TimesAtMost, 1});
 }
