@@ -68,6 +68,7 @@ TEST_F(DevicePath, ServiceThatStopsAndStartsIsNoticedAtTheNextJob) {
   world().services.dwState = SERVICE_START_PENDING;
   const HANDLE hPort = Open("USB001");
   EXPECT_TRUE(PrintOn(hPort, "a").bDelivered);
+  EXPECT_EQ(World::LogCount("pSdkMng is invalid"), 0u);
   world().services.dwState = SERVICE_RUNNING;
   EXPECT_TRUE(PrintOn(hPort, "b").bDelivered);
   world().services.dwState = SERVICE_STOP_PENDING;
