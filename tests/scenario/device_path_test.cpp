@@ -366,6 +366,15 @@ TEST_F(DevicePath, RestartedJobCountsAsCancelledAPausedOneDoesNot) {
   EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
 }
 
+TEST_F(DevicePath, DeviceIsClearedOfAJobThatIsDeletedJustBeforeItsEnd) {
+  const HANDLE hPort = Open("USB001");
+  const DWORD dwJob = world().spooler.NewJob("Till", "RAW");
+  ASSERT_TRUE(world().spooler.StartDoc(hPort, dwJob));
+  world().spooler.SetStatus(dwJob, JOB_STATUS_DELETING);  // its watcher looks every half second
+  EXPECT_TRUE(world().spooler.EndDoc(hPort));
+  EXPECT_EQ(world().journal.Count("sdk SDK_SET_RESET"), 1u);
+}
+
 TEST_F(DevicePath, CloseWithACachedJobFreesTheCache) {
   world().spooler.FindQueue("Till")->data["AutoReprint"] = sim::Spooler::Dword(1);
   const HANDLE hPort = Open("USB001");
