@@ -27,6 +27,7 @@ TEST(WaitForResponse, NeedsAJobAndAModel) {
 #ifndef _WIN32  // each wait pauses; simulated time makes that free
 // A library whose reads answer prepared pieces.
 std::deque<Bytes> g_pieces;
+DWORD g_cbRoom = 0;  // of the last read
 DWORD WINAPI PieceIo(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* pdwWritten, void* pOut, DWORD cbOut,
                      DWORD* pdwValue, DWORD) {
   if (pszRequest == nullptr) {
@@ -34,6 +35,7 @@ DWORD WINAPI PieceIo(DWORD, LPCWSTR pszRequest, const void*, DWORD cbIn, DWORD* 
     return ERROR_SUCCESS;
   }
   *pdwValue = 0;
+  g_cbRoom = cbOut;
   if (g_pieces.empty()) return ERROR_SUCCESS;
   const Bytes piece = g_pieces.front();
   g_pieces.pop_front();
@@ -143,6 +145,18 @@ TEST_F(Waits, HeldBeginningIsDroppedWhenTheNextStatusBegins) {
     g_pieces = {{0xC0, 0xD2, 0xD0, 0xD0, 0xD0}, {0x21, byHeader, 0xD2, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0, 0xD0}, {0x85}};
     EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), dwExpected);
   }
+}
+
+TEST_F(Waits, WhatIsHeldTakesItsPlaceInTheRoom) {
+  AskedPort asked(DevModelTable()[0].pDevData);
+  g_pieces = {{0x85}};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), 0u);
+  const DWORD cbRoom = g_cbRoom;
+  g_pieces = {{0xC0, 0xD2, 0xD0}, Bytes(cbRoom, 0xD0), {0x85}};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), 0u);
+  g_pieces = {{0xC0, 0xD2, 0xD0}, {0x85}};
+  EXPECT_EQ(WaitExecRespAndStatus(&asked.port, TRUE), 0u);
+  EXPECT_EQ(g_cbRoom, cbRoom - 3);
 }
 
 TEST_F(Waits, EachPrintableStatusOfAnAnswerHasItsLine) {

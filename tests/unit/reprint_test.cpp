@@ -21,6 +21,10 @@ TEST(ReprintCache, StartsAtTheSizeOfTheLastJobsAndDoubles) {
   EXPECT_EQ(mng.cbData, 20'000'010u);
   EXPECT_TRUE(std::all_of(mng.pBuf, mng.pBuf + mng.cbData, [](BYTE by) { return by == 7; }));  // old bytes and new
   EXPECT_EQ(mng.cbAlloc, 3'145'728u * 8);
+  ManageReprintMng(&mng, 0);
+  ManageReprintMng(&mng, 1000);
+  CashWriteData(&port, bytes.data(), 10);
+  EXPECT_EQ(mng.cbAlloc, 3'145'728u);  // one job's size is not enough
   for (const DWORD cb : {1000u, 3000u}) ManageReprintMng(&mng, cb);
   CashWriteData(&port, bytes.data(), 1500);
   EXPECT_EQ(mng.cbAlloc, 2000u);

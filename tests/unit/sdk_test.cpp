@@ -2,6 +2,7 @@
 #include "monitor/sdk.h"
 
 #include <atomic>
+#include <functional>
 
 #include "monitor/model.h"
 #include "tests/support/world_test.h"
@@ -30,21 +31,36 @@ TEST_F(SdkFile, WithoutAllEntryPointsIsGivenBack) {
 }
 #endif
 
-TEST_F(SdkFile, LaneIsTakenByOneAtATime) {
+TEST_F(SdkFile, RoutinesWaitForTheLaneThatIsTheirs) {
   CSdk sdk;
-  for (const DWORD dwLane : {SYNC_ALL, SYNC_SEND, SYNC_CTRL}) {
+  sdk.pDevIoCtrl = [](DWORD, LPCWSTR, const void*, DWORD, DWORD*, void*, DWORD, DWORD*, DWORD) -> DWORD { return 0; };
+  sdk.pClose = [](DWORD) -> DWORD { return 0; };
+  sdk.pOpenW = [](LPCWSTR, DWORD*) -> DWORD { return 0; };
+  const std::atomic<bool> bStop{false};
+  BYTE by = 0;
+  DWORD dw = 0;
+  BOOL bSent = FALSE;
+  const std::pair<DWORD, std::function<void()>> calls[] = {
+      {SYNC_ALL, [&] { sdk.Open(L"Till", TRUE, nullptr); }},
+      {SYNC_SEND, [&] { sdk.Send(&by, 1, &dw, 10); }},
+      {SYNC_SEND, [&] { sdk.SendUnless(bStop, &by, 1, &dw, 10, &bSent); }},
+      {SYNC_CTRL, [&] { sdk.Cancel(); }},
+      {SYNC_CTRL, [&] { sdk.Reset(); }},
+      {SYNC_CTRL, [&] { sdk.SetSyncComm(DevModelTable()[0].pDevData); }},
+      {SYNC_SEND, [&] { sdk.UnlockJob(TRUE); }},
+      {SYNC_CTRL, [&] { sdk.UnlockAndClose(); }}};
+  for (const auto& [dwLane, call] : calls) {
     sdk.SetSync(dwLane);
-    std::atomic<bool> bTaken{false};
-    SideThread other([&] {
-      sdk.SetSync(dwLane);
-      bTaken = true;
-      sdk.ClrSync(dwLane);
+    std::atomic<bool> bDone{false};
+    SideThread other([&, &call = call] {
+      call();
+      bDone = true;
     });
     Sleep(100);
-    EXPECT_FALSE(bTaken) << dwLane;
+    EXPECT_FALSE(bDone) << "lane " << dwLane;
     sdk.ClrSync(dwLane);
     other.Join();
-    EXPECT_TRUE(bTaken) << dwLane;
+    EXPECT_TRUE(bDone);
   }
 }
 
