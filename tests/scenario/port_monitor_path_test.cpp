@@ -65,6 +65,7 @@ TEST_F(PortMonitorPath, RefusedOpenForgetsThePort) {
   const auto pfnOpenPort = world().portMonitor.table.pfnOpenPort;
   world().portMonitor.table.pfnOpenPort = [](HANDLE, LPWSTR, PHANDLE) -> BOOL { return TRUE; };  // and no handle
   EXPECT_EQ(Open("COM1"), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   world().portMonitor.table.pfnOpenPort = pfnOpenPort;
   const HANDLE hPort = Open("COM1");
   EXPECT_NE(hPort, nullptr);
@@ -170,7 +171,7 @@ TEST_F(PortMonitorPath, BadArgumentsAreRefusedAndThePortStaysIdle) {
   EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, nullptr, szName, &hPort, pPortMonitor); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szNone, szName, &hPort, pPortMonitor); }));
   EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szPort, szName, nullptr, pPortMonitor); }));
-  EXPECT_FALSE(monitor.pfnOpenPortEx(nullptr, nullptr, szPort, nullptr, &hPort, pPortMonitor));
+  EXPECT_TRUE(Refused([&] { return monitor.pfnOpenPortEx(nullptr, nullptr, szPort, nullptr, &hPort, pPortMonitor); }));
   EXPECT_EQ(hPort, nullptr);
   for (const char* pszLine : {"ERROR_INVALID_PARAMETER [pszPortName:Invalid param]",
                               "ERROR_INVALID_PARAMETER [pszPortName:null]", "Memory error [pIniPort:"})
