@@ -86,9 +86,10 @@ class LmctlOnWindows : public ::testing::Test {
     return strState;
   }
 
+  static fs::path LogFolder() { return fs::path(std::getenv("ProgramData")) / "Kelvane" / "Logs" / "PrinterDriver"; }
   // The machine's log begins anew.
   static std::ofstream LogOfToday() {
-    const fs::path folder = fs::path(std::getenv("ProgramData")) / "Kelvane" / "Logs" / "PrinterDriver";
+    const fs::path folder = LogFolder();
     fs::remove_all(folder);
     fs::create_directories(folder);
     SYSTEMTIME st = {};
@@ -158,6 +159,11 @@ TEST_F(LmctlOnWindows, DoctorFindsWhatIsWrong) {
   }
   LogOfToday() << "[11/18 12:00(00.000)]\t[00000001(00000002)]\t[E] \t[DRV_LM ] \tR(1) \tSDK_CLR_LOCK [e:5]\r\n";
   EXPECT_TRUE(Lmctl("doctor").Says("a device could not be unlocked: [11/18"));
+  const HANDLE hHeld = CreateFileW(LogFolder().c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                   FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  const std::string strHeld = Lmctl("doctor").strOutput;
+  CloseHandle(hHeld);
+  EXPECT_NE(strHeld.find("cannot be written to: error 32"), std::string::npos) << strHeld;
   constexpr wchar_t kPolicy[] = L"SOFTWARE\\Policies\\Microsoft\\Windows NT\\Printers\\WPP";
   const DWORD dwOn = 1;
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, kPolicy, L"WindowsProtectedPrintGroupPolicyState", REG_DWORD, &dwOn, sizeof dwOn);

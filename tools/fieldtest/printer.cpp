@@ -1,11 +1,12 @@
 #include "tools/fieldtest/printer.h"
 
-#include <sddl.h>
 #include <winspool.h>
 
 #include <fstream>
 #include <iterator>
 #include <vector>
+
+#include "base/folder_access.h"
 
 namespace fieldtest {
 namespace {
@@ -17,6 +18,19 @@ constexpr DWORD kPrintMs = 60'000;
 
 std::string Failed(const char* pszCall, DWORD dwError = GetLastError()) {
   return std::string(pszCall) + " failed with " + std::to_string(dwError);
+}
+
+// Makes a folder that every user may write to.
+std::string MakeSharedFolder(const std::filesystem::path& folder) {
+  std::error_code error;
+  std::filesystem::create_directory(folder, error);
+  const HANDLE hFolder =
+      CreateFileW(folder.c_str(), READ_CONTROL | WRITE_DAC, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                  nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (hFolder == INVALID_HANDLE_VALUE) return Failed("opening the folder of the port's file");
+  const bool bGranted = GrantUsersFullAccess(hFolder);
+  CloseHandle(hFolder);
+  return bGranted ? "" : "the folder of the port's file takes no access list";
 }
 
 // Reads the files of an installed driver. The record points into the bytes.
@@ -107,13 +121,8 @@ std::string Printer::AddDriver(const std::wstring& monitor) {
 }
 
 std::string Printer::AddQueue() {
-  SECURITY_ATTRIBUTES everybodys = {sizeof everybodys, nullptr, FALSE};
-  ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;BU)",
-                                                       SDDL_REVISION_1, &everybodys.lpSecurityDescriptor, nullptr);
-  const BOOL bFolder = CreateDirectoryW(m_port.parent_path().c_str(), &everybodys);
-  LocalFree(everybodys.lpSecurityDescriptor);
-  if (!bFolder) return Failed("CreateDirectory of the port's file");
-  const std::string strFailed = Port(L"AddPort");
+  std::string strFailed = MakeSharedFolder(m_port.parent_path());
+  if (strFailed.empty()) strFailed = Port(L"AddPort");
   if (!strFailed.empty()) return strFailed;
   std::wstring port = m_port.wstring();
   PRINTER_INFO_2W queue = {};
